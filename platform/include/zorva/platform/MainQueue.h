@@ -1,0 +1,119 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "zorva/platform/Clock.h"
+
+namespace zorva::platform {
+
+class MainQueue;
+
+/// A one-shot timer on the main queue. Like the phone platform's timers, a scheduled timer is
+/// kept alive by the queue until it fires or is invalidated: dropping the handle does not cancel
+/// it. Owners that must not be called back after they are gone invalidate their timer in their
+/// destructor, or capture themselves weakly in the action.
+class Timer {
+ public:
+  /// Cancels the timer; its action will not run. Safe from any thread, idempotent.
+  void invalidate();
+  /// True until the timer has fired or been invalidated.
+  bool isValid() const;
+  TimePoint fireDate() const { return fireDate_; }
+
+ private:
+  friend class MainQueue;
+  Timer(TimePoint fireDate, std::function<void()> action)
+      : fireDate_(fireDate), action_(std::move(action)) {}
+
+  const TimePoint fireDate_;
+  std::function<void()> action_;
+  MainQueue* queue_ = nullptr;
+  std::uint64_t sequence_ = 0;
+  mutable std::mutex mutex_;
+  bool valid_ = true;
+};
+
+/// The one main queue of the process: tasks posted from any thread run one at a time, in order,
+/// on the thread that drives the queue (the "main thread"); one-shot timers fire there too.
+///
+/// A host drives it with `run` (until `stop`) or `runUntil`, or bridges it into its own loop.
+/// Tests and the demo may swap in a `VirtualClock`: timers then fire only when `advanceBy` moves
+/// the time, so no test ever sleeps.
+class MainQueue {
+ public:
+  /// The process-wide queue, bound at first use to the calling thread.
+  static MainQueue& shared();
+
+  MainQueue();
+  ~MainQueue();
+  MainQueue(const MainQueue&) = delete;
+  MainQueue& operator=(const MainQueue&) = delete;
+
+  /// Queues `task` to run on the main thread after the tasks already queued. Any thread.
+  void post(std::function<void()> task);
+
+  /// Schedules `action` to run once on the main thread `delay` from now (on the queue's clock).
+  std::shared_ptr<Timer> scheduleTimer(Duration delay, std::function<void()> action);
+
+  /// True when called on the thread the queue is bound to.
+  bool isCurrent() const;
+  /// Makes the calling thread the main thread (a host whose loop runs elsewhere, a test).
+  void bindToCurrentThread();
+
+  /// Replaces the clock. Pending timers keep their fire dates on the old time line, so a clock
+  /// is chosen before anything is scheduled (hosts at start-up, tests after `reset`).
+  void setClock(std::shared_ptr<Clock> clock);
+  const Clock& clock() const { return *clock_; }
+  TimePoint now() const { return clock_->now(); }
+
+  /// Drops every queued task and timer (for tests between cases). Main thread only.
+  void reset();
+
+  /// Runs tasks and timers until `stop` is called. Main thread only.
+  void run();
+  /// Makes `run` (or `runUntil`) return after the task in progress. Any thread.
+  void stop();
+
+  /// Runs tasks and due timers until `predicate` holds or `timeout` of real time has passed,
+  /// waiting for work posted from other threads in between. Returns the predicate's last value.
+  /// On a virtual clock no time passes here: timers fire only through `advanceBy`.
+  bool runUntil(const std::function<bool()>& predicate, Duration timeout);
+
+  /// Runs every task that is ready and every timer that is due, including work those queue, and
+  /// returns how many ran. Never waits.
+  std::size_t runUntilIdle();
+
+  /// Virtual clock only: moves the time forward by `delta`, firing due timers in fire-date order
+  /// with the clock set to each one's fire date, and running the tasks they queue.
+  void advanceBy(Duration delta);
+
+  /// The fire date of the earliest pending timer, if any.
+  std::optional<TimePoint> nextFireDate() const;
+  /// The number of tasks waiting to run.
+  std::size_t pendingTaskCount() const;
+
+ private:
+  friend class Timer;
+  using TimerKey = std::pair<TimePoint, std::uint64_t>;
+
+  bool runOneReadyItem();
+  void cancel(const Timer& timer);
+
+  mutable std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<std::function<void()>> tasks_;
+  std::map<TimerKey, std::shared_ptr<Timer>> timers_;
+  std::uint64_t nextSequence_ = 0;
+  std::shared_ptr<Clock> clock_;
+  std::thread::id owner_;
+  bool stopRequested_ = false;
+};
+
+}  // namespace zorva::platform

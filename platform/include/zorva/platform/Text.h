@@ -1,0 +1,22 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "zorva/platform/Value.h"
+
+namespace zorva::platform {
+
+/// True when `bytes` is well-formed UTF-8 (no overlong forms, no surrogates, nothing past
+/// U+10FFFF).
+bool isValidUTF8(std::string_view bytes);
+
+/// The text of `data` decoded as UTF-8, or nothing when it is not valid UTF-8 (as the phone
+/// platform's string-from-data initialiser answers).
+std::optional<std::string> stringFromUTF8Data(const Data& data);
+
+/// How the platform prints an absent string in a formatted message: "(null)".
+std::string describe(const std::optional<std::string>& text);
+
+}  // namespace zorva::platform

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace zorva::platform {
+
+/// A dynamic tree: parsed JSON, the XML reader's dictionaries, bundle information. Objects keep
+/// their keys in insertion order, so a tree built key by key is written in that order. `null`
+/// stands for a missing value where a container needs a placeholder.
+using Value = nlohmann::ordered_json;
+
+/// Raw bytes, as a URL session or a file delivers them. Not necessarily UTF-8.
+using Data = std::string;
+
+}  // namespace zorva::platform

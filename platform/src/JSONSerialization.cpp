@@ -1,0 +1,72 @@
+#include "zorva/platform/JSONSerialization.h"
+
+#include <cmath>
+#include <limits>
+
+namespace zorva::platform {
+
+namespace {
+
+// 2^53: every whole double below it is exactly an integer.
+constexpr double kLargestExactWhole = 9007199254740992.0;
+
+// Rewrites whole real numbers as integers and reports whether every number is finite.
+bool normaliseNumbers(Value& v) {
+  switch (v.type()) {
+    case Value::value_t::object:
+    case Value::value_t::array:
+      for (auto& child : v) {
+        if (!normaliseNumbers(child)) return false;
+      }
+      return true;
+    case Value::value_t::number_float: {
+      const double d = v.get<double>();
+      if (!std::isfinite(d)) return false;
+      if (d == std::trunc(d) && std::fabs(d) < kLargestExactWhole) {
+        v = static_cast<std::int64_t>(d);
+      }
+      return true;
+    }
+    default:
+      return true;
+  }
+}
+
+void fail(std::optional<Error>* error, int code, const std::string& what) {
+  if (error != nullptr) *error = Error::withDescription(JSONSerialization::kErrorDomain, code, what);
+}
+
+}  // namespace
+
+std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, unsigned options,
+                                                           std::optional<Error>* error) {
+  try {
+    Value value = Value::parse(data.begin(), data.end());
+    if (!(options & FragmentsAllowed) && !value.is_object() && !value.is_array()) {
+      fail(error, kFragmentNotAllowedCode, "JSON text did not start with array or object and option to allow "
+                        "fragments not set.");
+      return std::nullopt;
+    }
+    return value;
+  } catch (const nlohmann::json::exception& e) {
+    fail(error, e.id, e.what());
+    return std::nullopt;
+  }
+}
+
+std::optional<Data> JSONSerialization::dataWithJSONObject(const Value& object,
+                                                          std::optional<Error>* error) {
+  Value copy = object;
+  if (!normaliseNumbers(copy)) {
+    fail(error, kInvalidNumberCode, "Invalid number value (infinite or NaN) in JSON write");
+    return std::nullopt;
+  }
+  try {
+    return copy.dump();
+  } catch (const nlohmann::json::exception& e) {
+    fail(error, e.id, e.what());
+    return std::nullopt;
+  }
+}
+
+}  // namespace zorva::platform

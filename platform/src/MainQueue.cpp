@@ -1,0 +1,227 @@
+#include "zorva/platform/MainQueue.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace zorva::platform {
+
+namespace {
+[[noreturn]] void misuse(const char* what) {
+  std::fprintf(stderr, "zorva::platform::MainQueue: %s\n", what);
+  std::abort();
+}
+}  // namespace
+
+void Timer::invalidate() {
+  MainQueue* queue = nullptr;
+  std::function<void()> released;  // what the action captured goes as soon as we return
+  {
+    std::lock_guard lock(mutex_);
+    if (!valid_) return;
+    valid_ = false;
+    queue = queue_;
+    released = std::move(action_);
+  }
+  if (queue != nullptr) queue->cancel(*this);
+}
+
+bool Timer::isValid() const {
+  std::lock_guard lock(mutex_);
+  return valid_;
+}
+
+MainQueue& MainQueue::shared() {
+  // Never destroyed: work posted by other threads during process exit must find a live queue.
+  static MainQueue* queue = new MainQueue();
+  return *queue;
+}
+
+MainQueue::MainQueue()
+    : clock_(std::make_shared<RealClock>()), owner_(std::this_thread::get_id()) {}
+
+MainQueue::~MainQueue() = default;
+
+void MainQueue::post(std::function<void()> task) {
+  {
+    std::lock_guard lock(mutex_);
+    tasks_.push_back(std::move(task));
+  }
+  wake_.notify_all();
+}
+
+std::shared_ptr<Timer> MainQueue::scheduleTimer(Duration delay, std::function<void()> action) {
+  if (delay < Duration::zero()) delay = Duration::zero();
+  std::shared_ptr<Timer> timer(new Timer(clock_->now() + delay, std::move(action)));
+  {
+    std::lock_guard lock(mutex_);
+    timer->queue_ = this;
+    timer->sequence_ = nextSequence_++;
+    timers_.emplace(TimerKey{timer->fireDate_, timer->sequence_}, timer);
+  }
+  wake_.notify_all();
+  return timer;
+}
+
+void MainQueue::cancel(const Timer& timer) {
+  std::shared_ptr<Timer> removed;  // released outside the lock: its action may own anything
+  {
+    std::lock_guard lock(mutex_);
+    auto it = timers_.find(TimerKey{timer.fireDate_, timer.sequence_});
+    if (it == timers_.end()) return;
+    removed = std::move(it->second);
+    timers_.erase(it);
+  }
+}
+
+bool MainQueue::isCurrent() const {
+  std::lock_guard lock(mutex_);
+  return owner_ == std::this_thread::get_id();
+}
+
+void MainQueue::bindToCurrentThread() {
+  std::lock_guard lock(mutex_);
+  owner_ = std::this_thread::get_id();
+}
+
+void MainQueue::setClock(std::shared_ptr<Clock> clock) {
+  std::lock_guard lock(mutex_);
+  clock_ = std::move(clock);
+}
+
+void MainQueue::reset() {
+  std::deque<std::function<void()>> tasks;
+  std::map<TimerKey, std::shared_ptr<Timer>> timers;
+  {
+    std::lock_guard lock(mutex_);
+    tasks.swap(tasks_);
+    timers.swap(timers_);
+    stopRequested_ = false;
+  }
+  for (auto& [key, timer] : timers) {
+    std::function<void()> released;
+    std::lock_guard timerLock(timer->mutex_);
+    timer->valid_ = false;
+    released = std::move(timer->action_);
+  }
+}
+
+bool MainQueue::runOneReadyItem() {
+  std::function<void()> work;
+  {
+    std::lock_guard lock(mutex_);
+    if (!tasks_.empty()) {
+      work = std::move(tasks_.front());
+      tasks_.pop_front();
+    } else if (!timers_.empty() && timers_.begin()->first.first <= clock_->now()) {
+      std::shared_ptr<Timer> timer = std::move(timers_.begin()->second);
+      timers_.erase(timers_.begin());
+      std::lock_guard timerLock(timer->mutex_);
+      if (!timer->valid_) return true;
+      timer->valid_ = false;
+      // The timer object stays alive for the caller's handle; the action moves out so that what
+      // it captured is released as soon as it has run.
+      work = std::move(timer->action_);
+    } else {
+      return false;
+    }
+  }
+  if (work) work();
+  return true;
+}
+
+std::size_t MainQueue::runUntilIdle() {
+  if (!isCurrent()) misuse("runUntilIdle called off the main thread");
+  std::size_t count = 0;
+  while (runOneReadyItem()) ++count;
+  return count;
+}
+
+void MainQueue::run() {
+  if (!isCurrent()) misuse("run called off the main thread");
+  for (;;) {
+    while (runOneReadyItem()) {
+      std::lock_guard lock(mutex_);
+      if (stopRequested_) break;
+    }
+    std::unique_lock lock(mutex_);
+    if (stopRequested_) {
+      stopRequested_ = false;
+      return;
+    }
+    if (!tasks_.empty()) continue;
+    if (!timers_.empty() && !clock_->isVirtual()) {
+      // Real clock: sleep until the next timer is due, or until new work is posted.
+      auto due = timers_.begin()->first.first;
+      wake_.wait_until(lock, due);
+    } else {
+      wake_.wait(lock);
+    }
+  }
+}
+
+void MainQueue::stop() {
+  {
+    std::lock_guard lock(mutex_);
+    stopRequested_ = true;
+  }
+  wake_.notify_all();
+}
+
+bool MainQueue::runUntil(const std::function<bool()>& predicate, Duration timeout) {
+  if (!isCurrent()) misuse("runUntil called off the main thread");
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  for (;;) {
+    if (predicate()) return true;
+    if (runOneReadyItem()) continue;
+    std::unique_lock lock(mutex_);
+    if (stopRequested_) {
+      stopRequested_ = false;
+      return predicate();
+    }
+    if (!tasks_.empty()) continue;
+    auto wakeAt = deadline;
+    if (!timers_.empty() && !clock_->isVirtual()) {
+      // Both sides are on the steady clock when the clock is real.
+      wakeAt = std::min(wakeAt, timers_.begin()->first.first);
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      lock.unlock();
+      return predicate();
+    }
+    wake_.wait_until(lock, wakeAt);
+  }
+}
+
+void MainQueue::advanceBy(Duration delta) {
+  if (!isCurrent()) misuse("advanceBy called off the main thread");
+  auto* virtualClock = dynamic_cast<VirtualClock*>(clock_.get());
+  if (virtualClock == nullptr) misuse("advanceBy needs a virtual clock");
+  const TimePoint target = virtualClock->now() + delta;
+  for (;;) {
+    runUntilIdle();
+    std::optional<TimePoint> next;
+    {
+      std::lock_guard lock(mutex_);
+      if (!timers_.empty() && timers_.begin()->first.first <= target) {
+        next = timers_.begin()->first.first;
+      }
+    }
+    if (!next) break;
+    virtualClock->setNow(*next);
+  }
+  virtualClock->setNow(target);
+  runUntilIdle();
+}
+
+std::optional<TimePoint> MainQueue::nextFireDate() const {
+  std::lock_guard lock(mutex_);
+  if (timers_.empty()) return std::nullopt;
+  return timers_.begin()->first.first;
+}
+
+std::size_t MainQueue::pendingTaskCount() const {
+  std::lock_guard lock(mutex_);
+  return tasks_.size();
+}
+
+}  // namespace zorva::platform

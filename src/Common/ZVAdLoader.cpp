@@ -1,0 +1,111 @@
+#include "Common/ZVAdLoader.h"
+
+#include <zorva/platform/JSONSerialization.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/Text.h>
+
+#include "Common/Exception.h"
+#include "Common/ZVInstanceFactory.h"
+#include "Common/ZVLog.h"
+#include "Common/ZVUtility.h"
+#include "Common/ZorvaAdBuilder.h"
+#include "Network/ZVNetworkHandler.h"
+
+namespace zorva {
+
+std::shared_ptr<ZVAdLoader> ZVAdLoader::create(std::shared_ptr<ZVAdLoaderConfig> config) {
+  return std::shared_ptr<ZVAdLoader>(new ZVAdLoader(std::move(config)));
+}
+
+std::shared_ptr<ZVAdLoaderDelegate> ZVAdLoader::delegate() const {
+  std::lock_guard lock(mutex_);
+  return delegate_.lock();
+}
+
+void ZVAdLoader::setDelegate(std::weak_ptr<ZVAdLoaderDelegate> delegate) {
+  std::lock_guard lock(mutex_);
+  delegate_ = std::move(delegate);
+}
+
+std::shared_ptr<ZVRequestBuilding> ZVAdLoader::requestBuilder() const {
+  std::lock_guard lock(mutex_);
+  return requestBuilder_;
+}
+
+void ZVAdLoader::setRequestBuilder(std::shared_ptr<ZVRequestBuilding> builder) {
+  std::lock_guard lock(mutex_);
+  requestBuilder_ = std::move(builder);
+}
+
+void ZVAdLoader::load() {
+  auto builder = requestBuilder();
+  if (!builder) return;
+  std::weak_ptr<ZVAdLoader> weakSelf = weak_from_this();
+  builder->build([weakSelf](std::optional<platform::URLRequest> request,
+                            std::optional<Error> error) {
+    auto self = weakSelf.lock();
+    if (!self) return;
+    if (error) {
+      // Building failures go to the delegate on the builder's thread.
+      if (auto delegate = self->delegate()) delegate->didFailToReceivedAd(*error);
+      return;
+    }
+    // A builder that answers with neither sends a request without a URL, which the transport
+    // turns into an error.
+    self->makeRequest(request.value_or(platform::URLRequest()));
+  });
+}
+
+void ZVAdLoader::makeRequest(const platform::URLRequest& request) {
+  std::weak_ptr<ZVAdLoader> weakSelf = weak_from_this();
+  ZVInstanceFactory::sharedNetworkhandler()->fetchRequest(
+      request, [weakSelf](std::optional<Data> data, std::optional<Error> error) {
+        auto self = weakSelf.lock();
+        if (!self) return;
+        if (error) {
+          ZV_LOG(1, "-[ZVAdLoader makeRequest:]_block_invoke", "\nError - %s\n",
+                 error->localizedDescription().c_str());
+          // Transport failures are reported right here, on the session's thread.
+          if (auto delegate = self->delegate()) delegate->didFailToReceivedAd(*error);
+          return;
+        }
+        const Data body = data.value_or(Data());
+        if (ZVLog::level() >= 3) {
+          ZV_LOG(3, "-[ZVAdLoader makeRequest:]_block_invoke", "\nResponse - %s\n",
+                 platform::describe(platform::stringFromUTF8Data(body)).c_str());
+        }
+        ResponseReading reading = readResponse(body);
+        // The queued work holds the loader; the delegate is read when it runs.
+        platform::MainQueue::shared().post([self, reading = std::move(reading)] {
+          auto delegate = self->delegate();
+          if (!delegate) return;
+          if (reading.error) {
+            delegate->didFailToReceivedAd(*reading.error);
+          } else {
+            delegate->didReceiveAd(reading.ad);
+          }
+        });
+      });
+}
+
+ZVAdLoader::ResponseReading ZVAdLoader::readResponse(const Data& data) {
+  try {
+    std::optional<Error> parseError;
+    auto json = platform::JSONSerialization::JSONObjectWithData(
+        data,
+        platform::JSONSerialization::MutableContainers |
+            platform::JSONSerialization::FragmentsAllowed,
+        &parseError);
+    if (!json) return {nullptr, std::move(parseError)};
+    auto builder = ZorvaAdBuilder::create();
+    builder->setJson(std::move(*json));
+    return {builder->build(), std::nullopt};
+  } catch (const Exception& exception) {
+    Value info = Value::object();
+    info["ExceptionName"] = exception.name();
+    info["ExceptionReason"] = exception.reason();
+    return {nullptr, ZVUtility::errorWithCode(0, info.dump())};
+  }
+}
+
+}  // namespace zorva

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <memory>
+
+namespace zorva {
+
+class ZVNetworkHandler;
+
+/// The process-wide instances of the SDK, each made on first use.
+class ZVInstanceFactory {
+ public:
+  /// The one network handler every SDK request goes through.
+  static std::shared_ptr<ZVNetworkHandler> sharedNetworkhandler();
+
+  /// Test seam: replaces the shared network handler (nullptr: a fresh default one on next use).
+  /// Production code never calls it.
+  static void setSharedNetworkhandlerForTesting(std::shared_ptr<ZVNetworkHandler> handler);
+};
+
+}  // namespace zorva

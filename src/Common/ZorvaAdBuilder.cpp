@@ -1,0 +1,93 @@
+#include "Common/ZorvaAdBuilder.h"
+
+#include <cstdlib>
+#include <limits>
+#include <string>
+
+#include "Common/Exception.h"
+
+namespace zorva {
+
+namespace {
+
+const char* kindOf(const Value& v) {
+  switch (v.type()) {
+    case Value::value_t::null:
+      return "null";
+    case Value::value_t::boolean:
+      return "boolean";
+    case Value::value_t::string:
+      return "string";
+    case Value::value_t::array:
+      return "array";
+    case Value::value_t::object:
+      return "object";
+    default:
+      return "number";
+  }
+}
+
+[[noreturn]] void raise(const std::string& operation, const Value& receiver) {
+  throw Exception(Exception::kInvalidArgumentException,
+                  operation + " sent to a " + kindOf(receiver) + " value");
+}
+
+// The value under `key`, or nullptr when there is none. Only objects have keys.
+const Value* objectForKey(const Value& object, const char* key) {
+  if (!object.is_object()) raise(std::string("objectForKey:\"") + key + "\"", object);
+  auto it = object.find(key);
+  return it == object.end() ? nullptr : &*it;
+}
+
+// The element count of an array or object; anything else has none.
+std::size_t count(const Value& collection) {
+  if (!collection.is_array() && !collection.is_object()) raise("count", collection);
+  return collection.size();
+}
+
+const Value& firstObject(const Value& array) {
+  if (!array.is_array()) raise("firstObject", array);
+  return array.front();
+}
+
+// Single-precision conversion of a number or a numeric string; absent gives 0.
+float floatValue(const Value* v) {
+  if (v == nullptr) return 0.0f;
+  if (v->is_number()) {
+    // Out of float's range the conversion saturates to infinity, as a float widening would.
+    const double d = v->get<double>();
+    if (d > std::numeric_limits<float>::max()) return std::numeric_limits<float>::infinity();
+    if (d < -std::numeric_limits<float>::max()) return -std::numeric_limits<float>::infinity();
+    return static_cast<float>(d);
+  }
+  if (v->is_boolean()) return v->get<bool>() ? 1.0f : 0.0f;
+  if (v->is_string()) {
+    // Leading white space skipped, as much of a decimal number read as there is, else 0.
+    const std::string& text = v->get_ref<const std::string&>();
+    return std::strtof(text.c_str(), nullptr);
+  }
+  raise("floatValue", *v);
+}
+
+}  // namespace
+
+std::shared_ptr<ZorvaAd> ZorvaAdBuilder::build() const {
+  auto ad = std::make_shared<ZorvaAd>();
+  const Value* seatbid = objectForKey(json_, "seatbid");
+  if (seatbid == nullptr || count(*seatbid) == 0) return nullptr;
+  const Value* bids = objectForKey(firstObject(*seatbid), "bid");
+  if (bids == nullptr || count(*bids) == 0) return nullptr;
+  const Value& bid = firstObject(*bids);
+
+  if (const Value* adm = objectForKey(bid, "adm")) ad->creative = *adm;
+  ad->size.width = static_cast<double>(floatValue(objectForKey(bid, "w")));
+  ad->size.height = static_cast<double>(floatValue(objectForKey(bid, "h")));
+  if (const Value* id = objectForKey(bid, "id")) ad->bidId = *id;
+  if (const Value* price = objectForKey(bid, "price")) ad->price = *price;
+  if (const Value* ext = objectForKey(bid, "ext")) {
+    if (const Value* skadn = objectForKey(*ext, "skadn")) ad->skadn = *skadn;
+  }
+  return ad;
+}
+
+}  // namespace zorva

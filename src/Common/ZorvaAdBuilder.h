@@ -1,0 +1,26 @@
+#pragma once
+
+#include <memory>
+
+#include "Common/ZorvaAd.h"
+
+namespace zorva {
+
+/// Reads the first bid of the first seat bid of an OpenRTB bid response into a `ZorvaAd`.
+class ZorvaAdBuilder {
+ public:
+  static std::shared_ptr<ZorvaAdBuilder> create() { return std::make_shared<ZorvaAdBuilder>(); }
+
+  const Value& json() const { return json_; }
+  void setJson(Value json) { json_ = std::move(json); }
+
+  /// The ad, or nullptr when the response has no seat bid or no bid. Values are not type-checked,
+  /// but reading a key from something that is not an object raises `Exception` (a bid response
+  /// that is a number or an array, a seat bid that is a string...).
+  std::shared_ptr<ZorvaAd> build() const;
+
+ private:
+  Value json_;
+};
+
+}  // namespace zorva

@@ -1,0 +1,42 @@
+#include <zorva/ZorvaSDK.h>
+
+#include "Common/ZVLog.h"
+#include "Common/ZVUtility.h"
+
+namespace zorva {
+
+std::shared_ptr<ZorvaSDK> ZorvaSDK::shared() {
+  // A function-local static is initialised exactly once, whichever thread comes first.
+  static const std::shared_ptr<ZorvaSDK> instance(new ZorvaSDK());
+  return instance;
+}
+
+std::string ZorvaSDK::version() { return ZVUtility::sdkVersion(); }
+
+void ZorvaSDK::setLevel(unsigned long level) { ZVLog::setLevel(level); }
+
+// The settings are plain values; a lock keeps a read on the builder's thread from tearing a
+// write made on the app's thread.
+#define ZORVA_PROPERTY(Type, getter, setter, field) \
+  Type ZorvaSDK::getter() const {                   \
+    std::lock_guard lock(mutex_);                   \
+    return field;                                   \
+  }                                                 \
+  void ZorvaSDK::setter(Type value) {               \
+    std::lock_guard lock(mutex_);                   \
+    field = std::move(value);                       \
+  }
+
+ZORVA_PROPERTY(std::optional<std::string>, appDomain, setAppDomain, appDomain_)
+ZORVA_PROPERTY(std::optional<platform::URL>, storeURL, setStoreURL, storeURL_)
+ZORVA_PROPERTY(std::optional<std::string>, appCategories, setAppCategories, appCategories_)
+ZORVA_PROPERTY(std::optional<std::string>, appkeywords, setAppkeywords, appkeywords_)
+ZORVA_PROPERTY(std::optional<std::string>, userKeywords, setUserKeywords, userKeywords_)
+ZORVA_PROPERTY(std::optional<platform::Location>, location, setLocation, location_)
+ZORVA_PROPERTY(bool, coppa, setCoppa, coppa_)
+ZORVA_PROPERTY(bool, gdpr, setGdpr, gdpr_)
+ZORVA_PROPERTY(std::optional<std::string>, gdprConsent, setGdprConsent, gdprConsent_)
+
+#undef ZORVA_PROPERTY
+
+}  // namespace zorva

@@ -1,0 +1,39 @@
+#include "Network/ZVNetworkHandler.h"
+
+#include <zorva/platform/Text.h>
+
+#include "Common/ZVLog.h"
+
+namespace zorva {
+
+std::shared_ptr<ZVNetworkHandler> ZVNetworkHandler::create() {
+  return std::shared_ptr<ZVNetworkHandler>(
+      new ZVNetworkHandler(platform::URLSession::sharedSession()));
+}
+
+void ZVNetworkHandler::fetchUrlString(const std::string& urlString, Completion completion) {
+  fetchUrl(platform::URL::URLWithString(urlString), std::move(completion));
+}
+
+void ZVNetworkHandler::fetchUrl(const std::optional<platform::URL>& url, Completion completion) {
+  fetchRequest(platform::URLRequest(url), std::move(completion));
+}
+
+void ZVNetworkHandler::fetchRequest(const platform::URLRequest& request, Completion completion) {
+  auto task = session_->dataTaskWithRequest(
+      request, [completion = std::move(completion)](std::optional<Data> data,
+                                                    std::optional<platform::HTTPURLResponse>,
+                                                    std::optional<Error> error) {
+        if (ZVLog::level() >= 3) {
+          const auto text = data ? platform::stringFromUTF8Data(*data) : std::nullopt;
+          ZV_LOG(3, "-[ZVNetworkHandler fetchRequest:completion:]_block_invoke", "%s",
+                 platform::describe(text).c_str());
+        }
+        if (completion) completion(std::move(data), std::move(error));
+      });
+  task->resume();
+}
+
+void ZVNetworkHandler::fetchUrls(const std::vector<std::string>&, Completion) {}
+
+}  // namespace zorva

@@ -1,0 +1,108 @@
+#include <zorva/platform/MainQueue.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "support/TestEnvironment.h"
+
+namespace zorva::platform {
+namespace {
+
+using std::chrono::milliseconds;
+
+TEST(MainQueue, TasksPostedFromOtherThreadsRunInOrderOnTheMainThread) {
+  auto& queue = MainQueue::shared();
+  std::vector<int> order;
+  std::atomic<int> offMain{0};
+  std::thread poster([&] {
+    for (int i = 0; i < 100; ++i) {
+      queue.post([&, i] {
+        if (!queue.isCurrent()) ++offMain;
+        order.push_back(i);
+      });
+    }
+  });
+  poster.join();
+  EXPECT_TRUE(test::runMainQueueUntil([&] { return order.size() == 100; }));
+  EXPECT_EQ(offMain.load(), 0);
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
+}
+
+TEST(MainQueue, IsCurrentIsFalseOnOtherThreads) {
+  bool onOther = true;
+  std::thread([&] { onOther = MainQueue::shared().isCurrent(); }).join();
+  EXPECT_FALSE(onOther);
+  EXPECT_TRUE(MainQueue::shared().isCurrent());
+}
+
+TEST(MainQueue, VirtualTimersFireOnlyWhenTimeIsAdvancedInFireDateOrder) {
+  test::useVirtualClock();
+  auto& queue = MainQueue::shared();
+  std::vector<std::string> fired;
+  queue.scheduleTimer(seconds(30), [&] { fired.push_back("30"); });
+  queue.scheduleTimer(seconds(10), [&] {
+    fired.push_back("10");
+    // A timer scheduled while firing counts from the fire date of the one that scheduled it.
+    queue.scheduleTimer(seconds(15), [&] { fired.push_back("10+15"); });
+  });
+  queue.runUntilIdle();
+  EXPECT_TRUE(fired.empty());
+  queue.advanceBy(seconds(29.999));
+  EXPECT_EQ(fired, (std::vector<std::string>{"10", "10+15"}));
+  queue.advanceBy(milliseconds(1));
+  EXPECT_EQ(fired, (std::vector<std::string>{"10", "10+15", "30"}));
+}
+
+TEST(MainQueue, InvalidatedTimerNeverRunsAndReleasesItsAction) {
+  test::useVirtualClock();
+  auto owned = std::make_shared<int>(7);
+  std::weak_ptr<int> watch = owned;
+  bool ran = false;
+  auto timer = MainQueue::shared().scheduleTimer(seconds(1), [&ran, owned] { ran = true; });
+  owned.reset();
+  EXPECT_TRUE(timer->isValid());
+  timer->invalidate();
+  EXPECT_FALSE(timer->isValid());
+  EXPECT_TRUE(watch.expired());
+  MainQueue::shared().advanceBy(seconds(5));
+  EXPECT_FALSE(ran);
+}
+
+TEST(MainQueue, DroppingTheHandleDoesNotCancelTheTimer) {
+  test::useVirtualClock();
+  bool ran = false;
+  MainQueue::shared().scheduleTimer(seconds(1), [&] { ran = true; }).reset();
+  MainQueue::shared().advanceBy(seconds(1));
+  EXPECT_TRUE(ran);
+}
+
+TEST(MainQueue, RealClockTimerFiresInRunUntil) {
+  bool ran = false;
+  auto timer = MainQueue::shared().scheduleTimer(milliseconds(20), [&] { ran = true; });
+  EXPECT_TRUE(test::runMainQueueUntil([&] { return ran; }, milliseconds(2000)));
+  EXPECT_FALSE(timer->isValid());
+}
+
+TEST(MainQueue, RunUntilGivesUpAfterTheTimeout) {
+  EXPECT_FALSE(test::runMainQueueUntil([] { return false; }, milliseconds(30)));
+}
+
+TEST(MainQueue, StopEndsRunFromAnotherThread) {
+  auto& queue = MainQueue::shared();
+  int ran = 0;
+  queue.post([&] { ++ran; });
+  std::thread stopper([&] {
+    queue.post([&] { ++ran; });
+    queue.stop();
+  });
+  queue.run();
+  stopper.join();
+  queue.runUntilIdle();
+  EXPECT_EQ(ran, 2);
+}
+
+}  // namespace
+}  // namespace zorva::platform

@@ -1,0 +1,94 @@
+#include "support/LoopbackServer.h"
+
+#include <arpa/inet.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <stdexcept>
+
+namespace zorva::test {
+
+LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) {
+  auto handler = [this](const httplib::Request& req, httplib::Response& res) {
+    Response answer;
+    bool known = false;
+    {
+      std::unique_lock lock(mutex_);
+      Request record;
+      record.method = req.method;
+      record.path = req.path;
+      for (const auto& [k, v] : req.params) record.params.emplace(k, v);
+      for (const auto& [k, v] : req.headers) record.headers[k] = v;
+      record.body = req.body;
+      requests_.push_back(std::move(record));
+      changed_.notify_all();
+      if (auto it = responses_.find(req.path); it != responses_.end()) {
+        answer = it->second;
+        known = true;
+      }
+      if (known && answer.delay.count() > 0) {
+        changed_.wait_for(lock, answer.delay, [this] { return stopping_; });
+      }
+    }
+    if (!known) {
+      res.status = 404;
+      res.set_content("not found", "text/plain");
+      return;
+    }
+    res.status = answer.status;
+    res.set_content(answer.body, answer.contentType.c_str());
+  };
+  server_->Get(".*", handler);
+  server_->Post(".*", handler);
+  port_ = server_->bind_to_any_port("127.0.0.1");
+  if (port_ <= 0) throw std::runtime_error("LoopbackServer: cannot bind a loopback port");
+  thread_ = std::thread([this] { server_->listen_after_bind(); });
+  // stop() only reaches a server that is already listening.
+  while (!server_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+LoopbackServer::~LoopbackServer() {
+  {
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  changed_.notify_all();
+  server_->stop();
+  thread_.join();
+}
+
+void LoopbackServer::respond(const std::string& path, Response response) {
+  std::lock_guard lock(mutex_);
+  responses_[path] = std::move(response);
+}
+
+std::string LoopbackServer::url(const std::string& path) const {
+  return "http://127.0.0.1:" + std::to_string(port_) + path;
+}
+
+std::vector<LoopbackServer::Request> LoopbackServer::requests() const {
+  std::lock_guard lock(mutex_);
+  return requests_;
+}
+
+bool LoopbackServer::waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, timeout, [&] { return requests_.size() >= count; });
+}
+
+int LoopbackServer::unusedPort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = 0;
+  socklen_t length = sizeof(address);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+}  // namespace zorva::test

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <zorva/platform/Clock.h>
+
+namespace zorva::test {
+
+/// Puts every process-wide piece back to its fresh state: the main queue (empty, real clock,
+/// bound to the calling thread), the main bundle, the log level and sink, the SDK settings and
+/// the shared network handler. The test main runs it before every test.
+void resetProcessState();
+
+/// Switches the main queue to a virtual clock and returns it.
+std::shared_ptr<platform::VirtualClock> useVirtualClock();
+
+/// Runs the main queue until `predicate` holds, for at most `timeout` of real time.
+bool runMainQueueUntil(const std::function<bool()>& predicate,
+                       std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+/// Captures every log entry written while it lives.
+class LogCapture {
+ public:
+  LogCapture();
+  ~LogCapture();
+  std::vector<std::string> entries() const;
+  /// Entries that contain `text`.
+  std::vector<std::string> entriesContaining(const std::string& text) const;
+
+ private:
+  struct State {
+    std::mutex mutex;
+    std::vector<std::string> entries;
+  };
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace zorva::test

@@ -179,7 +179,9 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, Duration timeou
       return predicate();
     }
     if (!tasks_.empty()) continue;
-    auto wakeAt = deadline;
+    // The predicate may watch other threads, which do not wake the queue: look again often.
+    auto wakeAt =
+        std::min(deadline, std::chrono::steady_clock::now() + std::chrono::milliseconds(2));
     if (!timers_.empty() && !clock_->isVirtual()) {
       // Both sides are on the steady clock when the clock is real.
       wakeAt = std::min(wakeAt, timers_.begin()->first.first);

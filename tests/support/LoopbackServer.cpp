@@ -40,6 +40,12 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
     res.status = answer.status;
     res.set_content(answer.body, answer.contentType.c_str());
   };
+  // Keep-alive connections each hold a worker; enough workers that a burst of parallel clients
+  // never waits for an idle connection to time out.
+  server_->new_task_queue = [] { return new httplib::ThreadPool(64); };
+  // One request per connection: an idle keep-alive connection would hold up stop() for seconds.
+  server_->set_keep_alive_max_count(1);
+  server_->set_payload_max_length(std::size_t{256} << 20);
   server_->Get(".*", handler);
   server_->Post(".*", handler);
   port_ = server_->bind_to_any_port("127.0.0.1");

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "zorva/platform/Clock.h"
@@ -82,7 +83,8 @@ class MainQueue {
   void stop();
 
   /// Runs tasks and due timers until `predicate` holds or `timeout` of real time has passed,
-  /// waiting for work posted from other threads in between. Returns the predicate's last value.
+  /// waiting for work posted from other threads in between. The predicate is looked at every few
+  /// milliseconds too, so it may watch work done on other threads. Returns its last value.
   /// On a virtual clock no time passes here: timers fire only through `advanceBy`.
   bool runUntil(const std::function<bool()>& predicate, Duration timeout);
 

@@ -1,0 +1,96 @@
+// The loading spine: reading a bid response, and a whole ad load over loopback beside a bare
+// libcurl POST to the same server (the limit the loader can approach).
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+
+#include <zorva/platform/MainQueue.h>
+
+#include <atomic>
+
+#include "Common/ZVAdLoader.h"
+#include "support/LoopbackServer.h"
+#include "support/Ratio.h"
+
+namespace {
+
+const std::string kBid =
+    R"({"id":"r1","seatbid":[{"seat":"s","bid":[{"id":"b1","impid":"1","price":1.25,)"
+    R"("adm":"<div><a href=\"https://example.com/landing\">Ad</a><img src=\"https://cdn.example.com/a.png\"></div>",)"
+    R"("w":320,"h":50,"ext":{"skadn":{"version":"2.0","network":"abc.skadnetwork","campaign":"4",)"
+    R"("itunesitem":"880047117","nonce":"473b1a16-b4ef-43ad-9591-fcf3aefa82a7","sourceapp":"123",)"
+    R"("timestamp":"1594406341","signature":"MEQCIEQlmZRNfYzKBSE8QnhLTIHZZZWCFgZpRqRxHss65KoFAiAJgJKjdrWdkLUOCCjuEx2RmFS7daRzSVZRVZ8RyMyUXg=="}}}]}]})";
+
+void BM_ReadBidResponse(benchmark::State& state) {
+  for (auto _ : state) {
+    auto reading = zorva::ZVAdLoader::readResponse(kBid);
+    benchmark::DoNotOptimize(reading.ad);
+  }
+}
+BENCHMARK(BM_ReadBidResponse);
+
+zorva::test::LoopbackServer& server() {
+  static auto* s = [] {
+    auto* created = new zorva::test::LoopbackServer();
+    created->respond("/bid", {.body = kBid});
+    return created;
+  }();
+  return *s;
+}
+
+class FixedBuilder : public zorva::ZVRequestBuilding {
+ public:
+  void build(Completion completion) override {
+    zorva::platform::URLRequest request(zorva::platform::URL::URLWithString(server().url("/bid")));
+    request.HTTPMethod = "POST";
+    request.HTTPBody = R"({"id":"bench","imp":[{"id":"1","banner":{"w":320,"h":50}}]})";
+    completion(request, std::nullopt);
+  }
+};
+
+class CountingDelegate : public zorva::ZVAdLoaderDelegate {
+ public:
+  void didReceiveAd(std::shared_ptr<zorva::ZorvaAd>) override { ++received; }
+  void didFailToReceivedAd(const zorva::Error&) override { ++failed; }
+  std::atomic<int> received{0};
+  std::atomic<int> failed{0};
+};
+
+// One ad load per iteration: build, POST, response read on the worker, ad on the main queue.
+void BM_LoaderRoundTrip(benchmark::State& state) {
+  auto& queue = zorva::platform::MainQueue::shared();
+  queue.bindToCurrentThread();
+  auto loader = zorva::ZVAdLoader::create(std::make_shared<zorva::ZVAdLoaderConfig>());
+  auto delegate = std::make_shared<CountingDelegate>();
+  loader->setDelegate(delegate);
+  loader->setRequestBuilder(std::make_shared<FixedBuilder>());
+  for (auto _ : state) {
+    const int before = delegate->received + delegate->failed;
+    loader->load();
+    queue.runUntil([&] { return delegate->received + delegate->failed > before; },
+                   std::chrono::seconds(10));
+  }
+  if (delegate->failed > 0) state.SkipWithError("a load failed");
+}
+BENCHMARK(BM_LoaderRoundTrip)->UseRealTime();
+
+std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
+
+// The same POST with a bare curl handle, reused as a tight client would.
+void BM_BareCurlPost(benchmark::State& state) {
+  const std::string url = server().url("/bid");
+  const std::string body = R"({"id":"bench","imp":[{"id":"1","banner":{"w":320,"h":50}}]})";
+  CURL* easy = curl_easy_init();
+  curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.c_str());
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, discard);
+  for (auto _ : state) {
+    if (curl_easy_perform(easy) != CURLE_OK) state.SkipWithError("curl failed");
+  }
+  curl_easy_cleanup(easy);
+}
+BENCHMARK(BM_BareCurlPost)->UseRealTime();
+
+[[maybe_unused]] const bool kRatio =
+    zorva::bench::reportRatio("BM_LoaderRoundTrip/real_time", "BM_BareCurlPost/real_time");
+
+}  // namespace

@@ -1,0 +1,265 @@
+// One ad load end to end: a request builder, the shared network handler, real libcurl, the
+// loopback server, and the delegate on the documented thread.
+#include <gtest/gtest.h>
+
+#include <zorva/platform/MainQueue.h>
+
+#include <thread>
+
+#include "Common/ZVAdLoader.h"
+#include "support/LoopbackServer.h"
+#include "support/ObservingNetworkHandler.h"
+#include "support/TestEnvironment.h"
+
+namespace zorva {
+namespace {
+
+using std::chrono::milliseconds;
+using test::LoopbackServer;
+
+// Hands the loader a fixed POST, or fails on a thread of its own.
+class FixedRequestBuilder : public ZVRequestBuilding {
+ public:
+  explicit FixedRequestBuilder(std::string url, double timeout = 10) {
+    request_.url = platform::URL::URLWithString(url);
+    request_.HTTPMethod = "POST";
+    request_.HTTPBody = R"({"id":"req"})";
+    request_.timeoutInterval = timeout;
+  }
+  std::optional<Error> failure;
+  std::thread::id failureThread;
+
+  void build(Completion completion) override {
+    if (!failure) {
+      completion(request_, std::nullopt);
+      return;
+    }
+    std::thread worker([this, completion] {
+      failureThread = std::this_thread::get_id();
+      completion(std::nullopt, failure);
+    });
+    worker.join();
+  }
+
+ private:
+  platform::URLRequest request_;
+};
+
+class RecordingDelegate : public ZVAdLoaderDelegate {
+ public:
+  void didReceiveAd(std::shared_ptr<ZorvaAd> ad) override {
+    record([&] {
+      received = true;
+      this->ad = std::move(ad);
+    });
+  }
+  void didFailToReceivedAd(const Error& e) override {
+    record([&] { error = e; });
+  }
+
+  bool done() const {
+    std::lock_guard lock(mutex);
+    return calls > 0;
+  }
+  // Waits for the first call, running the main queue meanwhile.
+  bool waitForCall() {
+    return test::runMainQueueUntil([this] { return done(); });
+  }
+
+  mutable std::mutex mutex;
+  int calls = 0;
+  bool received = false;
+  std::shared_ptr<ZorvaAd> ad;
+  std::optional<Error> error;
+  bool onMainQueue = false;
+  std::thread::id thread;
+
+ private:
+  template <typename F>
+  void record(F&& f) {
+    std::lock_guard lock(mutex);
+    ++calls;
+    onMainQueue = platform::MainQueue::shared().isCurrent();
+    thread = std::this_thread::get_id();
+    f();
+  }
+};
+
+struct Load {
+  std::shared_ptr<ZVAdLoader> loader = ZVAdLoader::create(std::make_shared<ZVAdLoaderConfig>());
+  std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+  std::shared_ptr<FixedRequestBuilder> builder;
+
+  explicit Load(std::shared_ptr<FixedRequestBuilder> b) : builder(std::move(b)) {
+    loader->setDelegate(delegate);
+    loader->setRequestBuilder(builder);
+  }
+};
+
+Load loadFrom(LoopbackServer& server, const std::string& path, LoopbackServer::Response response) {
+  server.respond(path, std::move(response));
+  Load load(std::make_shared<FixedRequestBuilder>(server.url(path)));
+  load.loader->load();
+  EXPECT_TRUE(load.delegate->waitForCall());
+  return load;
+}
+
+constexpr const char* kBid =
+    R"({"id":"r1","seatbid":[{"bid":[{"id":"b1","adm":"<p>ad</p>","price":2.25,"w":"300",)"
+    R"("h":250,"ext":{"skadn":{"version":"2.0","network":"x.skadnetwork"}}}]}]})";
+
+TEST(ZVAdLoader, ABidArrivesOnTheMainQueueAsAnAd) {
+  LoopbackServer server;
+  auto load = loadFrom(server, "/bid", {.body = kBid});
+  EXPECT_TRUE(load.delegate->received);
+  EXPECT_TRUE(load.delegate->onMainQueue);
+  ASSERT_TRUE(load.delegate->ad);
+  EXPECT_EQ(load.delegate->ad->creative, "<p>ad</p>");
+  EXPECT_EQ(load.delegate->ad->bidId, "b1");
+  EXPECT_EQ(load.delegate->ad->price, 2.25);
+  EXPECT_EQ(load.delegate->ad->size.width, 300);
+  EXPECT_EQ(load.delegate->ad->size.height, 250);
+  EXPECT_EQ(load.delegate->ad->skadn["network"], "x.skadnetwork");
+  auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 1u);
+  EXPECT_EQ(requests[0].method, "POST");
+  EXPECT_EQ(requests[0].body, R"({"id":"req"})");
+}
+
+TEST(ZVAdLoader, TheHttpStatusIsNotLookedAt) {
+  LoopbackServer server;
+  auto load = loadFrom(server, "/bid", {.status = 500, .body = kBid});
+  ASSERT_TRUE(load.delegate->ad);
+  EXPECT_EQ(load.delegate->ad->bidId, "b1");
+}
+
+TEST(ZVAdLoader, AResponseWithoutBidsDeliversAnAbsentAd) {
+  LoopbackServer server;
+  for (const char* body : {"{}", R"({"seatbid":[]})"}) {
+    auto load = loadFrom(server, "/bid", {.body = body});
+    EXPECT_TRUE(load.delegate->received) << body;
+    EXPECT_FALSE(load.delegate->ad);
+    EXPECT_TRUE(load.delegate->onMainQueue);
+  }
+}
+
+TEST(ZVAdLoader, ResponseReadingFailuresArriveOnTheMainQueue) {
+  LoopbackServer server;
+  auto vast = loadFrom(server, "/vast",
+                       {.body = R"(<VAST version="3.0"><Ad/></VAST>)", .contentType = "text/xml"});
+  ASSERT_TRUE(vast.delegate->error);
+  EXPECT_EQ(vast.delegate->error->domain, "nlohmann::json");
+  EXPECT_TRUE(vast.delegate->onMainQueue);
+
+  auto number = loadFrom(server, "/one", {.body = "1"});
+  ASSERT_TRUE(number.delegate->error);
+  EXPECT_EQ(number.delegate->error->domain, "ZorvaSDK");
+  EXPECT_EQ(number.delegate->error->code, 0);
+  EXPECT_NE(number.delegate->error->localizedDescription().find("ExceptionName"),
+            std::string::npos);
+  EXPECT_NE(number.delegate->error->localizedDescription().find("ExceptionReason"),
+            std::string::npos);
+  EXPECT_TRUE(number.delegate->onMainQueue);
+}
+
+TEST(ZVAdLoader, HostileBodiesEndInTheDocumentedCallbacks) {
+  LoopbackServer server;
+  const std::string bigCreative(10u << 20, 'a');
+  struct Case {
+    std::string body;
+    bool expectAd;
+  };
+  const std::vector<Case> cases = {
+      {R"({"seatbid":[{"bid":[{"adm":"trunc)", false},
+      {std::string("\x89PNG\r\n\x1a\n\x00\x00\x00\rIHDR\xff\xfe", 18), false},
+      {"", false},
+      {std::string(10u << 20, '{'), false},
+      {R"({"seatbid":[{"bid":[{"adm":")" + bigCreative + R"("}]}]})", true},
+  };
+  for (const auto& c : cases) {
+    auto load = loadFrom(server, "/hostile", {.body = c.body});
+    EXPECT_EQ(load.delegate->calls, 1);
+    EXPECT_TRUE(load.delegate->onMainQueue);
+    if (c.expectAd) {
+      ASSERT_TRUE(load.delegate->ad);
+      EXPECT_EQ(load.delegate->ad->creative.get_ref<const std::string&>().size(), 10u << 20);
+    } else {
+      EXPECT_TRUE(load.delegate->error);
+    }
+  }
+}
+
+TEST(ZVAdLoader, TransportFailuresArriveOnTheNetworkThreadAndAreLogged) {
+  test::LogCapture log;
+  Load load(std::make_shared<FixedRequestBuilder>(
+      "http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + "/bid"));
+  load.loader->load();
+  ASSERT_TRUE(load.delegate->waitForCall());
+  ASSERT_TRUE(load.delegate->error);
+  EXPECT_EQ(load.delegate->error->domain, "libcurl");
+  EXPECT_FALSE(load.delegate->onMainQueue);
+  EXPECT_NE(load.delegate->thread, std::this_thread::get_id());
+  auto lines = log.entriesContaining("\nError - ");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("- E -"), std::string::npos);
+}
+
+TEST(ZVAdLoader, ASlowServerTimesOutOnTheNetworkThread) {
+  LoopbackServer server;
+  server.respond("/slow", {.body = kBid, .delay = milliseconds(5000)});
+  Load load(std::make_shared<FixedRequestBuilder>(server.url("/slow"), 1));
+  load.loader->load();
+  ASSERT_TRUE(load.delegate->waitForCall());
+  ASSERT_TRUE(load.delegate->error);
+  EXPECT_EQ(load.delegate->error->code, 28);
+  EXPECT_FALSE(load.delegate->onMainQueue);
+}
+
+TEST(ZVAdLoader, BuildingFailuresArriveOnTheBuildersThread) {
+  auto builder = std::make_shared<FixedRequestBuilder>("http://127.0.0.1:1/");
+  builder->failure = Error::withDescription("ZorvaSDK", 1, "InternalError(1) : boom");
+  Load load(builder);
+  load.loader->load();
+  ASSERT_TRUE(load.delegate->done());  // delivered before load() returned
+  EXPECT_EQ(load.delegate->error->code, 1);
+  EXPECT_EQ(load.delegate->thread, builder->failureThread);
+  EXPECT_FALSE(load.delegate->onMainQueue);
+}
+
+TEST(ZVAdLoader, ALoaderReleasedInFlightDeliversNothing) {
+  auto network = test::ObservingNetworkHandler::install();
+  LoopbackServer server;
+  server.respond("/slow", {.body = kBid, .delay = milliseconds(200)});
+  server.respond("/refused", {.body = kBid});
+  auto delegate = std::make_shared<RecordingDelegate>();
+  std::weak_ptr<ZVAdLoader> watch;
+  {
+    Load load(std::make_shared<FixedRequestBuilder>(server.url("/slow")));
+    load.delegate = delegate;
+    load.loader->setDelegate(delegate);
+    watch = load.loader;
+    load.loader->load();
+    ASSERT_TRUE(server.waitForRequests(1, milliseconds(5000)));
+  }
+  EXPECT_TRUE(watch.expired());
+  // The late answer is dropped on the network thread, and nothing reaches the main queue.
+  ASSERT_TRUE(network->waitForCompletedFetches(1, milliseconds(5000)));
+  platform::MainQueue::shared().runUntilIdle();
+  EXPECT_FALSE(delegate->done());
+}
+
+TEST(ZVAdLoader, AnOwnerReleasedBeforeTheMainQueueRunsIsNotCalled) {
+  LoopbackServer server;
+  server.respond("/bid", {.body = kBid});
+  auto network = test::ObservingNetworkHandler::install();
+  Load load(std::make_shared<FixedRequestBuilder>(server.url("/bid")));
+  std::weak_ptr<RecordingDelegate> watch = load.delegate;
+  load.loader->load();
+  ASSERT_TRUE(network->waitForCompletedFetches(1, milliseconds(5000)));
+  load.delegate.reset();  // the ad object goes away while its answer waits on the main queue
+  EXPECT_TRUE(watch.expired());
+  EXPECT_GT(platform::MainQueue::shared().runUntilIdle(), 0u);
+}
+
+}  // namespace
+}  // namespace zorva

@@ -1,0 +1,175 @@
+// The XML reader beside expat with empty callbacks on the same bytes (the limit of any reader on
+// expat), and a three-level wrapper chain beside three bare libcurl GETs to the same server.
+#include <optional>  // before MainQueue.h, which uses std::optional without including it
+
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+#include <expat.h>
+#include <zorva/platform/MainQueue.h>
+
+#include <atomic>
+#include <chrono>
+#include <stdexcept>
+#include <string>
+
+#include "Vast/XMLReader.h"
+#include "Vast/ZVVastParser.h"
+#include "support/LoopbackServer.h"
+#include "support/Ratio.h"
+#include "support/TestEnvironment.h"
+
+namespace {
+
+using zorva::XMLReader;
+
+std::string trackingEvents(const std::string& prefix) {
+  std::string xml = "<TrackingEvents>";
+  for (const char* event : {"creativeView", "start", "firstQuartile", "midpoint", "thirdQuartile",
+                            "complete", "mute", "unmute", "pause", "resume", "fullscreen"}) {
+    xml += "<Tracking event=\"" + std::string(event) + "\">https://track.example.com/" + prefix +
+           "/" + event + "?cb=1234567890&amp;ad=42</Tracking>\n";
+  }
+  return xml + "</TrackingEvents>";
+}
+
+// One InLine ad as ad servers send them: impressions, an error URL, trackers, several
+// renditions and an extension block.
+std::string inlineAd(int n) {
+  std::string xml = "<Ad id=\"ad-" + std::to_string(n) +
+                    "\"><InLine>\n<AdSystem version=\"4.1\">"
+                    "Example Ads</AdSystem><AdTitle>Spring campaign 30s</AdTitle>\n"
+                    "<Description>A thirty-second spot</Description>\n"
+                    "<Error>https://err.example.com/e?code=[ERRORCODE]&amp;ad=42</Error>\n";
+  for (int i = 0; i < 4; ++i) {
+    xml += "<Impression id=\"i" + std::to_string(i) + "\">https://imp.example.com/p" +
+           std::to_string(i) + "?ad=42&amp;cb=1234567890</Impression>\n";
+  }
+  xml += "<Creatives><Creative id=\"c1\" sequence=\"1\"><Linear>\n<Duration>00:00:30</Duration>\n" +
+         trackingEvents("linear") +
+         "<VideoClicks><ClickThrough>https://www.example.com/landing?utm_source=vast"
+         "</ClickThrough><ClickTracking>https://track.example.com/click</ClickTracking>"
+         "</VideoClicks>\n<MediaFiles>\n";
+  for (const char* size : {"640\" height=\"360", "1280\" height=\"720", "1920\" height=\"1080"}) {
+    for (const char* type : {"video/mp4", "video/webm"}) {
+      xml += "<MediaFile delivery=\"progressive\" type=\"" + std::string(type) + "\" width=\"" +
+             size +
+             "\" bitrate=\"2000\" scalable=\"true\" maintainAspectRatio=\"true\">"
+             "https://cdn.example.com/creatives/spring/30s_" +
+             std::to_string(n) + ".bin</MediaFile>\n";
+    }
+  }
+  xml +=
+      "</MediaFiles></Linear></Creative></Creatives>\n<Extensions><Extension type=\"meta\">"
+      "<Meta name=\"campaign\">spring</Meta><Meta name=\"advertiser\">Example</Meta>"
+      "</Extension></Extensions>\n</InLine></Ad>\n";
+  return xml;
+}
+
+std::string documentOfSize(std::size_t size) {
+  std::string xml =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<VAST version=\"4.1\" "
+      "xmlns=\"http://www.iab.com/VAST\">\n";
+  for (int n = 0; xml.size() < size; ++n) xml += inlineAd(n);
+  return xml + "</VAST>\n";
+}
+
+const std::string& typicalDocument() {
+  static const std::string xml = documentOfSize(6 * 1024);
+  return xml;
+}
+
+const std::string& largeDocument() {
+  static const std::string xml = documentOfSize(1024 * 1024);
+  return xml;
+}
+
+void readerOn(benchmark::State& state, const std::string& xml) {
+  for (auto _ : state) {
+    std::optional<zorva::Error> error;
+    auto tree = XMLReader::dictionaryForXMLData(xml, XMLReader::kProcessNamespaces, &error);
+    if (!tree) throw std::runtime_error("the benchmark document does not parse");
+    benchmark::DoNotOptimize(tree);
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * xml.size()));
+}
+
+void expatOn(benchmark::State& state, const std::string& xml) {
+  for (auto _ : state) {
+    XML_Parser parser = XML_ParserCreateNS(nullptr, '\x01');
+    XML_SetElementHandler(
+        parser, [](void*, const XML_Char*, const XML_Char**) {}, [](void*, const XML_Char*) {});
+    XML_SetCharacterDataHandler(parser, [](void*, const XML_Char*, int) {});
+    const auto status = XML_Parse(parser, xml.data(), static_cast<int>(xml.size()), XML_TRUE);
+    XML_ParserFree(parser);
+    if (status != XML_STATUS_OK) throw std::runtime_error("the benchmark document does not parse");
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * xml.size()));
+}
+
+void BM_XMLReader_Typical(benchmark::State& state) { readerOn(state, typicalDocument()); }
+void BM_Expat_Typical(benchmark::State& state) { expatOn(state, typicalDocument()); }
+void BM_XMLReader_1MB(benchmark::State& state) { readerOn(state, largeDocument()); }
+void BM_Expat_1MB(benchmark::State& state) { expatOn(state, largeDocument()); }
+BENCHMARK(BM_XMLReader_Typical);
+BENCHMARK(BM_Expat_Typical);
+BENCHMARK(BM_XMLReader_1MB);
+BENCHMARK(BM_Expat_1MB);
+
+std::string wrapperTo(const std::string& url) {
+  return "<VAST version=\"4.0\"><Ad><Wrapper><AdSystem>w</AdSystem><VASTAdTagURI>" + url +
+         "</VASTAdTagURI></Wrapper></Ad></VAST>";
+}
+
+struct Chain {
+  zorva::test::LoopbackServer server;
+  Chain() {
+    server.respond("/w1", {200, wrapperTo(server.url("/w2")), "application/xml"});
+    server.respond("/w2", {200, wrapperTo(server.url("/w3")), "application/xml"});
+    server.respond("/w3",
+                   {200, "<VAST version=\"4.0\">" + inlineAd(0) + "</VAST>", "application/xml"});
+  }
+};
+
+void BM_WrapperChain_3Levels(benchmark::State& state) {
+  zorva::test::resetProcessState();
+  Chain chain;
+  const std::string first = wrapperTo(chain.server.url("/w1"));
+  for (auto _ : state) {
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    zorva::ZVVastParser::create()->parse(
+        first, [done](std::shared_ptr<zorva::ZVVast> vast, std::optional<zorva::Error>) {
+          if (!vast) throw std::runtime_error("the wrapper chain did not resolve");
+          *done = true;
+        });
+    zorva::test::runMainQueueUntil([&] { return done->load(); });
+  }
+}
+
+void BM_BareCurl_3Gets(benchmark::State& state) {
+  Chain chain;
+  std::string body;
+  CURL* curl = curl_easy_init();
+  curl_easy_setopt(
+      curl, CURLOPT_WRITEFUNCTION, +[](char* data, size_t, size_t n, void* out) {
+        static_cast<std::string*>(out)->append(data, n);
+        return n;
+      });
+  curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
+  for (auto _ : state) {
+    for (const char* path : {"/w1", "/w2", "/w3"}) {
+      body.clear();
+      curl_easy_setopt(curl, CURLOPT_URL, chain.server.url(path).c_str());
+      if (curl_easy_perform(curl) != CURLE_OK) throw std::runtime_error("GET failed");
+    }
+  }
+  curl_easy_cleanup(curl);
+}
+BENCHMARK(BM_WrapperChain_3Levels)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_BareCurl_3Gets)->Unit(benchmark::kMicrosecond);
+
+[[maybe_unused]] const bool ratios =
+    zorva::bench::reportRatio("BM_XMLReader_Typical", "BM_Expat_Typical") &&
+    zorva::bench::reportRatio("BM_XMLReader_1MB", "BM_Expat_1MB") &&
+    zorva::bench::reportRatio("BM_WrapperChain_3Levels", "BM_BareCurl_3Gets");
+
+}  // namespace

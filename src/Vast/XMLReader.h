@@ -1,0 +1,130 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include <zorva/ZVTypes.h>
+
+#include "Vast/ZVXMLMapper.h"
+
+struct XML_ParserStruct;  // expat
+
+namespace zorva {
+
+/// The key of an element's text in the reader's tree.
+inline constexpr const char* kXMLReaderTextNodeKey = "text";
+/// Exported for callers that mark attributes; the reader itself never prefixes attribute names.
+inline constexpr const char* kXMLReaderAttributePrefix = "@";
+
+/// Turns an XML document into a tree of dictionaries, arrays and strings (expat underneath) and
+/// answers slash-separated path queries on such trees.
+///
+/// The tree: the root is a dictionary whose one entry is keyed by the document element's name.
+/// An element is a dictionary holding its attributes (name → value) and its children (name →
+/// dictionary; a second child of the same name turns the entry into an array of both, in document
+/// order). Attributes, children and the text share one key space: an attribute and a child of the
+/// same name become [attribute string, child dictionary], and an attribute named "text" is
+/// overwritten by the element's text. The text (key "text", trimmed of white space and newlines)
+/// is the character data read since the previous element ended, given to the next element that
+/// ends — so indentation before a child lands, trimmed to "", in that child. CDATA content never
+/// reaches any text.
+///
+/// Hostile input: external entities and external DTD subsets are never loaded, whatever the
+/// options (no file is read, nothing is fetched); references to them are skipped. Entity
+/// expansion is bounded by expat's amplification limit. Elements nested deeper than
+/// `kMaximumDepth` end the conversion with expat's "parsing aborted" error, so that nothing that
+/// walks the tree recursively can run out of stack.
+///
+/// Conversions run synchronously on the caller's thread; the queries are pure functions.
+class XMLReader {
+ public:
+  /// Option bits.
+  enum Options : unsigned long {
+    /// Names are reported without their namespace (local names); xmlns attributes are consumed.
+    /// Without it, names are reported as written ("vast:Ad") and xmlns attributes are ordinary
+    /// attributes.
+    kProcessNamespaces = 1 << 0,
+    /// Asks for namespace-prefix reports. The reader listens to no prefix-mapping events, so the
+    /// tree is the same with or without it.
+    kReportNamespacePrefixes = 1 << 1,
+    /// Asks for external entities to be resolved. Accepted and not honoured: the reader never
+    /// loads anything from outside the document, so the tree is the same with or without it.
+    kResolveExternalEntities = 1 << 2,
+  };
+
+  /// How deep elements may nest (the document element is at depth 1).
+  static constexpr std::size_t kMaximumDepth = 1024;
+  /// Error domain of conversion failures; the code is expat's `XML_Error`.
+  static constexpr const char* kErrorDomain = "expat";
+
+  /// The root dictionary of `data`, or nothing when it is not well-formed; then `*error` holds
+  /// the parse error (domain "expat", code, description with line and column). `*error` is left
+  /// untouched on success. `error` must not be null.
+  static std::optional<Value> dictionaryForXMLData(const Data& data, std::optional<Error>* error);
+  static std::optional<Value> dictionaryForXMLData(const Data& data, unsigned long options,
+                                                   std::optional<Error>* error);
+  /// As the data variants, on the UTF-8 bytes of `string`.
+  static std::optional<Value> dictionaryForXMLString(const std::string& string,
+                                                     std::optional<Error>* error);
+  static std::optional<Value> dictionaryForXMLString(const std::string& string,
+                                                     unsigned long options,
+                                                     std::optional<Error>* error);
+
+  /// The nodes at `path` ("Ad/InLine", no leading "/") under the dictionary `data`: every match
+  /// at every level fans out, in document order. An array entry is taken as it is, so a node may
+  /// be a string where an attribute collided with a child element. The pointers point into
+  /// `data` and live as long as it does unchanged.
+  static std::vector<const Value*> objectsForPath(std::string_view path, const Value& data);
+  /// The "text" of the first node at `path`, or nothing when there is no node, it is not a
+  /// dictionary, or its text is missing or not a string.
+  static std::optional<std::string> valueForPath(std::string_view path, const Value& data);
+  /// The model objects made by `T::create` from the nodes at `path`, in order; nodes for which
+  /// `create` answers nullptr are skipped.
+  template <ZVXMLMapping T>
+  static std::vector<std::shared_ptr<T>> obects(std::string_view path, const Value& data) {
+    std::vector<std::shared_ptr<T>> objects;
+    for (const Value* node : objectsForPath(path, data)) {
+      if (auto object = T::create(*node)) objects.push_back(std::move(object));
+    }
+    return objects;
+  }
+
+  /// One conversion's state; use the class operations above.
+  explicit XMLReader(std::optional<Error>* errorPointer) : errorPointer_(errorPointer) {}
+  std::optional<Value> objectWithData(const Data& data, unsigned long options);
+
+ private:
+  struct Handlers;
+  // An open element. Its entries are gathered here and become its dictionary when it ends, so
+  // that nothing already built is copied while siblings keep arriving; `index` (made once an
+  // element has many keys) keeps lookups cheap for elements with thousands of distinct children.
+  struct Frame {
+    std::string name;
+    std::vector<std::pair<std::string, Value>> entries;
+    std::unordered_map<std::string, std::size_t> index;
+    Value* find(const std::string& key);
+    void add(std::string key, Value value);
+    Value dictionary() &&;
+  };
+
+  void startElement(const char* name, const char** attributes);
+  void endElement();
+  void characters(std::string_view text);
+  std::string reportedName(const char* name) const;
+
+  std::optional<Error>* errorPointer_;
+  ::XML_ParserStruct* parser_ = nullptr;
+  std::vector<Frame> dictionaryStack_;
+  std::string textInProgress_;
+  bool namespaces_ = false;
+  bool inCdata_ = false;
+  bool tooDeep_ = false;
+};
+
+}  // namespace zorva

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Vast/ZVXMLMapper.h"
+
+namespace zorva {
+
+/// One Tracking element: the URL to fetch when the named event happens.
+class ZVTracker : public ZVXMLMapper {
+ public:
+  /// The tracker of a Tracking element's dictionary; nullptr when the node is not a dictionary.
+  static std::shared_ptr<ZVTracker> create(const Value& dictionary);
+
+  /// The "event" attribute ("start", "firstQuartile", "midpoint", "thirdQuartile", "complete"...).
+  std::optional<std::string> event;
+  /// The element's text.
+  std::optional<std::string> url;
+};
+
+}  // namespace zorva

@@ -1,0 +1,16 @@
+#include "Vast/ZVVast.h"
+
+#include "Vast/XMLReader.h"
+
+namespace zorva {
+
+std::shared_ptr<ZVVast> ZVVast::create(const Value& dictionary) {
+  auto vast = std::make_shared<ZVVast>();
+  vast->ads = XMLReader::obects<ZVVastAd>("Ad/Wrapper", dictionary);
+  auto inlineAds = XMLReader::obects<ZVVastAd>("Ad/InLine", dictionary);
+  vast->ads.insert(vast->ads.end(), inlineAds.begin(), inlineAds.end());
+  vast->version = stringForKey(dictionary, "version");
+  return vast;
+}
+
+}  // namespace zorva

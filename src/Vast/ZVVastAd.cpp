@@ -1,0 +1,127 @@
+#include "Vast/ZVVastAd.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "Vast/XMLReader.h"
+#include "Vast/ZVVastLinear.h"
+#include "Vast/ZVVastNonLinear.h"
+
+namespace zorva {
+
+namespace {
+
+bool equalIgnoringCase(std::string_view a, std::string_view b) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [&](char x, char y) { return lower(x) == lower(y); });
+}
+
+std::string replacingAll(std::string text, std::string_view macro, const std::string& value) {
+  for (auto at = text.find(macro); at != std::string::npos;
+       at = text.find(macro, at + value.size())) {
+    text.replace(at, macro.size(), value);
+  }
+  return text;
+}
+
+}  // namespace
+
+template <class Visit>
+void ZVVastAd::forEachInChain(Visit visit) const {
+  // Each step holds the next ad, so the walk is safe even while a parent is being replaced.
+  std::shared_ptr<const ZVVastAd> held;
+  for (const ZVVastAd* ad = this; ad != nullptr; ad = held.get()) {
+    visit(*ad);
+    held = ad->parent();
+  }
+}
+
+std::shared_ptr<ZVVastAd> ZVVastAd::create(const Value& dictionary) {
+  if (!dictionary.is_object()) return nullptr;
+  auto ad = std::make_shared<ZVVastAd>();
+  ad->adTagURL_ = XMLReader::valueForPath("VASTAdTagURI", dictionary);
+  ad->system_ = XMLReader::valueForPath("AdSystem", dictionary);
+  ad->title_ = XMLReader::valueForPath("AdTitle", dictionary);
+  ad->desc_ = XMLReader::valueForPath("Description", dictionary);
+  ad->errUrl_ = XMLReader::valueForPath("Error", dictionary);
+  // Taken element by element: an Impression without text keeps its place as null.
+  for (const Value* impression : XMLReader::objectsForPath("Impression", dictionary)) {
+    const Value* text = nullptr;
+    if (impression->is_object()) {
+      const auto entry = impression->find(kXMLReaderTextNodeKey);
+      if (entry != impression->end() && entry->is_string()) text = &*entry;
+    }
+    ad->impressions_.push_back(text ? *text : Value());
+  }
+  auto linears = XMLReader::obects<ZVVastLinear>("Creatives/Creative/Linear", dictionary);
+  if (!linears.empty()) {
+    ad->adCreative_ = std::move(linears.front());
+  } else {
+    auto nonLinears =
+        XMLReader::obects<ZVVastNonLinear>("Creatives/Creative/NonLinearAds/NonLinear", dictionary);
+    if (!nonLinears.empty()) ad->adCreative_ = std::move(nonLinears.front());
+  }
+  return ad;
+}
+
+std::shared_ptr<ZVVastAd> ZVVastAd::parent() const {
+  std::lock_guard lock(mutex_);
+  return parent_;
+}
+
+void ZVVastAd::setParent(std::shared_ptr<ZVVastAd> parent) {
+  std::lock_guard lock(mutex_);
+  parent_ = std::move(parent);
+}
+
+std::shared_ptr<ZVVastCreative> ZVVastAd::adCreative() const {
+  std::lock_guard lock(mutex_);
+  return adCreative_;
+}
+
+void ZVVastAd::setAdCreative(std::shared_ptr<ZVVastCreative> creative) {
+  std::lock_guard lock(mutex_);
+  adCreative_ = std::move(creative);
+}
+
+std::vector<std::string> ZVVastAd::aggregatedErrorUrlsbyReplacingErrorWithValue(
+    const std::string& value) const {
+  std::vector<std::string> urls;
+  forEachInChain([&](const ZVVastAd& ad) {
+    if (ad.errUrl_) urls.push_back(replacingAll(*ad.errUrl_, "[ERRORCODE]", value));
+  });
+  return urls;
+}
+
+Value ZVVastAd::aggregatedImpressionUrl() const {
+  Value urls = Value::array();
+  forEachInChain([&](const ZVVastAd& ad) {
+    for (const Value& impression : ad.impressions_) urls.push_back(impression);
+  });
+  return urls;
+}
+
+std::vector<std::string> ZVVastAd::aggregatedTrackersForEvent(std::string_view event) const {
+  std::vector<std::string> urls;
+  forEachInChain([&](const ZVVastAd& ad) {
+    const auto creative = ad.adCreative();
+    if (!creative) return;
+    for (const auto& tracker : trackerForEvent(event, creative->trackers())) {
+      if (tracker->url) urls.push_back(*tracker->url);
+    }
+  });
+  return urls;
+}
+
+std::vector<std::shared_ptr<ZVTracker>> ZVVastAd::trackerForEvent(
+    std::string_view event, const std::vector<std::shared_ptr<ZVTracker>>& trackers) {
+  std::vector<std::shared_ptr<ZVTracker>> matching;
+  std::copy_if(trackers.begin(), trackers.end(), std::back_inserter(matching),
+               [&](const auto& tracker) {
+                 return tracker->event && equalIgnoringCase(*tracker->event, event);
+               });
+  return matching;
+}
+
+}  // namespace zorva

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Vast/ZVTracker.h"
+#include "Vast/ZVVastAdItem.h"
+
+namespace zorva {
+
+/// The one creative an ad keeps: a linear (`ZVVastLinear`) or a non-linear (`ZVVastNonLinear`)
+/// one. Creatives are immutable once made, so any thread may read them.
+class ZVVastCreative {
+ public:
+  virtual ~ZVVastCreative() = default;
+
+  /// The creative's items in document order; nothing when the creative has no item list.
+  virtual std::optional<std::vector<std::shared_ptr<ZVVastAdItem>>> adItems() const = 0;
+  virtual const std::vector<std::shared_ptr<ZVTracker>>& trackers() const = 0;
+  virtual const std::optional<std::string>& clickThrough() const = 0;
+  /// Click-tracking URLs. ClickTracking elements are not read, so this stays empty.
+  virtual const std::vector<std::string>& clickTrackers() const = 0;
+  /// What a creative player shows when the creative is markup rather than a media file.
+  virtual std::optional<std::string> creativeContent() const = 0;
+  /// Whether the creative has something of one of `mimes` to play.
+  virtual bool itemExistsForMime(const std::vector<std::string>& mimes) const = 0;
+};
+
+}  // namespace zorva

@@ -1,0 +1,40 @@
+#include "Vast/ZVVastLinear.h"
+
+#include <algorithm>
+
+#include "Vast/XMLReader.h"
+
+namespace zorva {
+
+namespace {
+bool isListed(const std::optional<std::string>& type, const std::vector<std::string>& mimes) {
+  return type && std::find(mimes.begin(), mimes.end(), *type) != mimes.end();
+}
+}  // namespace
+
+std::shared_ptr<ZVVastLinear> ZVVastLinear::create(const Value& dictionary) {
+  if (!dictionary.is_object()) return nullptr;
+  auto linear = std::make_shared<ZVVastLinear>();
+  linear->mediaFiles_ = XMLReader::obects<ZVMediaFile>("MediaFiles/MediaFile", dictionary);
+  linear->duration_ = XMLReader::valueForPath("Duration", dictionary);
+  linear->clickThrough_ = XMLReader::valueForPath("VideoClicks/ClickThrough", dictionary);
+  linear->trackers_ = XMLReader::obects<ZVTracker>("TrackingEvents/Tracking", dictionary);
+  return linear;
+}
+
+std::optional<std::vector<std::shared_ptr<ZVVastAdItem>>> ZVVastLinear::adItems() const {
+  return std::vector<std::shared_ptr<ZVVastAdItem>>(mediaFiles_.begin(), mediaFiles_.end());
+}
+
+bool ZVVastLinear::itemExistsForMime(const std::vector<std::string>& mimes) const {
+  return std::any_of(mediaFiles_.begin(), mediaFiles_.end(),
+                     [&](const auto& file) { return isListed(file->type, mimes); });
+}
+
+std::optional<platform::URL> ZVVastLinear::creativeURLForMimes(
+    const std::vector<std::string>& mimes) const {
+  if (!itemExistsForMime(mimes)) return std::nullopt;
+  return mediaFiles_.front()->url();
+}
+
+}  // namespace zorva

@@ -1,0 +1,29 @@
+#include "Vast/ZVVastNonLinear.h"
+
+#include "Vast/XMLReader.h"
+
+namespace zorva {
+
+std::shared_ptr<ZVVastNonLinear> ZVVastNonLinear::create(const Value& dictionary) {
+  if (!dictionary.is_object()) return nullptr;
+  auto nonLinear = std::make_shared<ZVVastNonLinear>();
+  nonLinear->minSuggestedDuration_ = stringForKey(dictionary, "minSuggestedDuration");
+  auto resources = XMLReader::obects<ZVResource>("StaticResource", dictionary);
+  if (!resources.empty()) nonLinear->resource_ = std::move(resources.front());
+  nonLinear->trackers_ = XMLReader::obects<ZVTracker>("TrackingEvents/Tracking", dictionary);
+  return nonLinear;
+}
+
+std::optional<std::vector<std::shared_ptr<ZVVastAdItem>>> ZVVastNonLinear::adItems() const {
+  if (!resource_) return std::nullopt;
+  return std::vector<std::shared_ptr<ZVVastAdItem>>{resource_};
+}
+
+std::optional<std::string> ZVVastNonLinear::creativeContent() const {
+  if (!resource_) return std::nullopt;
+  return resource_->content;
+}
+
+bool ZVVastNonLinear::itemExistsForMime(const std::vector<std::string>&) const { return true; }
+
+}  // namespace zorva

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <concepts>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <zorva/ZVTypes.h>
+
+namespace zorva {
+
+/// A model object made from one element dictionary of the XML reader's tree.
+///
+/// Every mapper class offers `static std::shared_ptr<T> create(const Value& dictionary)`, which
+/// answers nullptr when it cannot make an object from the node (a string where an attribute
+/// collided with a child element, for one); `XMLReader::obects<T>` makes objects through it.
+class ZVXMLMapper {
+ public:
+  virtual ~ZVXMLMapper() = 0;
+
+ protected:
+  /// The entry under `key` when it is a string (an attribute, or a text). An entry of another
+  /// kind — a child element that shares the attribute's name — reads as absent.
+  static std::optional<std::string> stringForKey(const Value& dictionary, std::string_view key);
+};
+
+inline ZVXMLMapper::~ZVXMLMapper() = default;
+
+inline std::optional<std::string> ZVXMLMapper::stringForKey(const Value& dictionary,
+                                                            std::string_view key) {
+  if (!dictionary.is_object()) return std::nullopt;
+  const auto entry = dictionary.find(key);
+  if (entry == dictionary.end() || !entry->is_string()) return std::nullopt;
+  return entry->get<std::string>();
+}
+
+template <class T>
+concept ZVXMLMapping = std::derived_from<T, ZVXMLMapper> && requires(const Value& dictionary) {
+  { T::create(dictionary) } -> std::same_as<std::shared_ptr<T>>;
+};
+
+}  // namespace zorva

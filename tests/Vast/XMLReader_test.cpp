@@ -1,0 +1,200 @@
+#include "Vast/XMLReader.h"
+
+#include <expat.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "support/LoopbackServer.h"
+
+namespace zorva {
+namespace {
+
+Value read(const std::string& xml, unsigned long options = 0) {
+  std::optional<Error> error;
+  auto tree = XMLReader::dictionaryForXMLString(xml, options, &error);
+  EXPECT_FALSE(error.has_value()) << (error ? error->localizedDescription() : "");
+  return tree.value_or(Value());
+}
+
+Error failure(const std::string& xml, unsigned long options = 0) {
+  std::optional<Error> error;
+  EXPECT_FALSE(XMLReader::dictionaryForXMLData(xml, options, &error).has_value());
+  return error.value_or(Error());
+}
+
+TEST(XMLReaderTree, AttributesChildrenAndOneThenArrayPromotion) {
+  const auto tree = read(R"(<A k="v"><One x="1"/><Two n="1"/><Two n="2"/><Two n="3"/></A>)");
+  EXPECT_EQ(tree, Value::parse(R"({"A": {"k": "v", "One": {"x": "1"},
+      "Two": [{"n": "1"}, {"n": "2"}, {"n": "3"}]}})"));
+  EXPECT_EQ(XMLReader::objectsForPath("A/One", tree).size(), 1u);
+  EXPECT_EQ(XMLReader::objectsForPath("A/Two", tree).size(), 3u);
+}
+
+TEST(XMLReaderTree, TextIsTrimmedAndCarriedIntoTheNextElementThatEnds) {
+  const auto tree = read("<A>\n  lead <B> word \n</B><C>  </C><D/><E>\u00a0x\u3000</E>tail</A>");
+  const auto& a = tree["A"];
+  // The parent's own text before B joins B's text; B's trailing text is consumed by B.
+  EXPECT_EQ(a["B"]["text"], "lead  word");
+  EXPECT_EQ(a["C"]["text"], "");          // white space only: an empty text, not none
+  EXPECT_FALSE(a["D"].contains("text"));  // no character data since C ended
+  EXPECT_EQ(a["E"]["text"], "x");         // Unicode spaces are trimmed too
+  EXPECT_EQ(a["text"], "tail");
+}
+
+TEST(XMLReaderTree, CdataContentNeverReachesTheText) {
+  const auto tree = read("<A><B><![CDATA[http://x/y.mp4]]></B><C> a<![CDATA[zz]]>b </C></A>");
+  EXPECT_FALSE(tree["A"]["B"].contains("text"));
+  EXPECT_EQ(tree["A"]["C"]["text"], "ab");
+}
+
+TEST(XMLReaderTree, KeyCollisionsAreKeptAsTheyFall) {
+  const auto tree = read(R"(<A id="7" text="attr"><id v="c"/>body</A>)");
+  EXPECT_EQ(tree["A"]["id"], Value::parse(R"(["7", {"v": "c"}])"));
+  EXPECT_EQ(tree["A"]["text"], "body");  // the attribute named text is overwritten
+  // Path queries hand the array over as it is; only dictionaries carry text or children.
+  EXPECT_EQ(XMLReader::objectsForPath("A/id", tree).size(), 2u);
+  EXPECT_EQ(XMLReader::valueForPath("A/id", tree), std::nullopt);
+  EXPECT_TRUE(XMLReader::objectsForPath("A/id/v", tree).empty());
+}
+
+TEST(XMLReaderTree, NamespaceOptionReportsLocalNames) {
+  const std::string xml =
+      R"(<v:VAST xmlns:v="urn:vast" xmlns="urn:d" v:version="3.0"><Ad x:id="1" )"
+      R"(xmlns:x="urn:x" y:id="2" xmlns:y="urn:y"/></v:VAST>)";
+  const auto local = read(xml, XMLReader::kProcessNamespaces);
+  EXPECT_EQ(local, Value::parse(R"({"VAST": {"version": "3.0", "Ad": {"id": "2"}}})"));
+  // The prefix bit adds nothing to the tree.
+  EXPECT_EQ(read(xml, XMLReader::kProcessNamespaces | XMLReader::kReportNamespacePrefixes), local);
+  const auto written = read(xml);
+  ASSERT_TRUE(written.contains("v:VAST"));
+  EXPECT_EQ(written["v:VAST"]["xmlns:v"], "urn:vast");
+  EXPECT_EQ(written["v:VAST"]["Ad"]["x:id"], "1");
+  // An undeclared prefix is a namespace error only when namespaces are processed.
+  EXPECT_EQ(failure("<a:B/>", XMLReader::kProcessNamespaces).code, XML_ERROR_UNBOUND_PREFIX);
+  EXPECT_TRUE(read("<a:B/>").contains("a:B"));
+}
+
+TEST(XMLReaderErrors, MalformedInputFillsTheSlotAndWellFormedInputLeavesItAlone) {
+  const auto error = failure("<A>\n<B></A>");
+  EXPECT_EQ(error.domain, "expat");
+  EXPECT_EQ(error.code, XML_ERROR_TAG_MISMATCH);
+  EXPECT_EQ(error.localizedDescription(), "mismatched tag (line 2, column 6)");
+  EXPECT_EQ(failure("").code, XML_ERROR_NO_ELEMENTS);
+
+  std::optional<Error> slot = Error("earlier", 1);
+  EXPECT_TRUE(XMLReader::dictionaryForXMLData("<A/>", &slot).has_value());
+  EXPECT_EQ(slot, Error("earlier", 1));
+}
+
+TEST(XMLReaderErrors, InvalidUtf8IsAParseError) {
+  EXPECT_EQ(failure("<A>\xff\xfe</A>").code, XML_ERROR_INVALID_TOKEN);
+  EXPECT_EQ(failure("<A>\xc0\xaf</A>").code, XML_ERROR_INVALID_TOKEN);  // overlong "/"
+}
+
+TEST(XMLReaderPaths, EveryMatchAtEveryLevelFansOutInDocumentOrder) {
+  const auto tree = read(
+      "<R><A><B><C>1</C><C>2</C></B><B><C>3</C></B></A><A><B><C>4</C></B></A>"
+      "<S>text</S></R>");
+  const auto& root = tree["R"];
+  std::vector<std::string> texts;
+  for (const Value* c : XMLReader::objectsForPath("A/B/C", root)) texts.push_back((*c)["text"]);
+  EXPECT_EQ(texts, (std::vector<std::string>{"1", "2", "3", "4"}));
+  EXPECT_EQ(XMLReader::valueForPath("A/B/C", root), "1");
+  EXPECT_TRUE(XMLReader::objectsForPath("S/text", root).empty());  // a string is no element
+  EXPECT_TRUE(XMLReader::objectsForPath("Missing/B", root).empty());
+  EXPECT_TRUE(XMLReader::objectsForPath("", root).empty());
+  EXPECT_TRUE(XMLReader::objectsForPath("/A", root).empty());  // "/" is a component of its own
+  EXPECT_EQ(XMLReader::valueForPath("A", root), std::nullopt);
+}
+
+struct Named : ZVXMLMapper {
+  static std::shared_ptr<Named> create(const Value& dictionary) {
+    if (!dictionary.is_object() || !dictionary.contains("name")) return nullptr;
+    auto named = std::make_shared<Named>();
+    named->name = dictionary["name"];
+    return named;
+  }
+  std::string name;
+};
+
+TEST(XMLReaderPaths, ObectsSkipsNodesTheClassRefuses) {
+  const auto tree = read(R"(<R><I name="a"/><I/><I name="b"/></R>)");
+  const auto objects = XMLReader::obects<Named>("I", tree["R"]);
+  ASSERT_EQ(objects.size(), 2u);
+  EXPECT_EQ(objects[0]->name, "a");
+  EXPECT_EQ(objects[1]->name, "b");
+}
+
+TEST(XMLReaderHostile, EntityExpansionBombIsStoppedByExpat) {
+  std::string xml = "<?xml version=\"1.0\"?>\n<!DOCTYPE lolz [\n<!ENTITY lol0 \"lollollollol\">\n";
+  for (int i = 1; i <= 9; ++i) {
+    xml += "<!ENTITY lol" + std::to_string(i) + " \"";
+    for (int j = 0; j < 10; ++j) xml += "&lol" + std::to_string(i - 1) + ";";
+    xml += "\">\n";
+  }
+  xml += "]>\n<lolz>&lol9;</lolz>";
+  EXPECT_EQ(failure(xml).code, XML_ERROR_AMPLIFICATION_LIMIT_BREACH);
+}
+
+TEST(XMLReaderHostile, NestingIsBoundedAndDeepDocumentsFailCleanly) {
+  const auto nested = [](std::size_t depth) {
+    std::string xml;
+    for (std::size_t i = 0; i < depth; ++i) xml += "<a>";
+    for (std::size_t i = 0; i < depth; ++i) xml += "</a>";
+    return xml;
+  };
+  const auto deepest = read(nested(XMLReader::kMaximumDepth));
+  EXPECT_FALSE(deepest.dump().empty());  // copying and writing the deepest tree is safe
+  auto error = failure(nested(XMLReader::kMaximumDepth + 1));
+  EXPECT_EQ(error.code, XML_ERROR_ABORTED);
+  EXPECT_EQ(error.userInfo["reason"], "elements nested deeper than 1024 levels");
+  EXPECT_EQ(failure(nested(100000)).code, XML_ERROR_ABORTED);
+  // Stopped on a self-closing element, whose end expat still reports.
+  std::string selfClosing;
+  for (std::size_t i = 0; i < XMLReader::kMaximumDepth; ++i) selfClosing += "<a>";
+  selfClosing += "<a/>";
+  for (std::size_t i = 0; i < XMLReader::kMaximumDepth; ++i) selfClosing += "</a>";
+  EXPECT_EQ(failure(selfClosing).code, XML_ERROR_ABORTED);
+}
+
+TEST(XMLReaderHostile, ManyDistinctSiblingsAndLargeDocumentsStayLinear) {
+  // 50 MB: 50 000 trackers of 1 KB each under one element, plus 20 000 distinct child names.
+  std::string xml = "<R>";
+  const std::string payload(1000, 'u');
+  for (int i = 0; i < 50000; ++i) xml += "<T>" + payload + "</T>";
+  for (int i = 0; i < 20000; ++i) xml += "<n" + std::to_string(i) + "/>";
+  xml += "</R>";
+  ASSERT_GT(xml.size(), 50'000'000u);
+  const auto tree = read(xml);
+  EXPECT_EQ(XMLReader::objectsForPath("T", tree["R"]).size(), 50000u);
+  EXPECT_EQ(tree["R"].size(), 20001u);
+  EXPECT_EQ(XMLReader::objectsForPath("n19999", tree["R"]).size(), 1u);
+}
+
+TEST(XMLReaderHostile, ExternalEntitiesAreNeverLoadedWhateverTheOptions) {
+  test::LoopbackServer server;
+  server.respond("/entity", {200, "FETCHED", "text/plain"});
+  server.respond("/dtd", {200, "<!ENTITY d \"FETCHED\">", "application/xml-dtd"});
+  const auto secret = std::filesystem::temp_directory_path() / "zorva_xml_reader_secret.txt";
+  std::ofstream(secret) << "SECRET";
+
+  const std::string xml = "<!DOCTYPE A SYSTEM \"" + server.url("/dtd") +
+                          "\" [\n<!ENTITY net SYSTEM \"" + server.url("/entity") +
+                          "\">\n<!ENTITY file SYSTEM \"file://" + secret.string() +
+                          "\">\n<!ENTITY % p SYSTEM \"" + server.url("/dtd") +
+                          "\">\n%p;\n]>\n<A><B>&net;</B><C>&file;</C><D>x&d;y</D></A>";
+  for (unsigned long options = 0; options <= 7; ++options) {
+    const auto tree = read(xml, options);
+    // The references are skipped: no character data at all reaches B and C.
+    EXPECT_FALSE(tree["A"]["B"].contains("text")) << options;
+    EXPECT_FALSE(tree["A"]["C"].contains("text")) << options;
+    EXPECT_EQ(tree["A"]["D"]["text"], "xy") << options;
+  }
+  std::filesystem::remove(secret);
+  EXPECT_TRUE(server.requests().empty());
+}
+
+}  // namespace
+}  // namespace zorva

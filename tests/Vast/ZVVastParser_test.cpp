@@ -1,0 +1,253 @@
+#include "Vast/ZVVastParser.h"
+
+#include <gtest/gtest.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/URLSession.h>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+#include "support/LoopbackServer.h"
+#include "support/TestEnvironment.h"
+
+namespace zorva {
+namespace {
+
+using std::chrono::milliseconds;
+
+std::string inlineDocument(const std::string& system, bool withCreative = true,
+                           const std::string& version = "3.0") {
+  const std::string creative =
+      withCreative ? "<Creatives><Creative><Linear><MediaFiles><MediaFile type=\"video/mp4\">"
+                     "http://m/" +
+                         system +
+                         ".mp4</MediaFile></MediaFiles></Linear></Creative>"
+                         "</Creatives>"
+                   : "";
+  return "<VAST version=\"" + version + "\"><Ad><InLine><AdSystem>" + system + "</AdSystem>" +
+         creative + "</InLine></Ad></VAST>";
+}
+
+std::string wrapperDocument(const std::string& system, const std::string& target,
+                            bool withTracking = true) {
+  const std::string tracking =
+      withTracking ? "<Creatives><Creative><Linear><TrackingEvents><Tracking event=\"start\">"
+                     "http://t/" +
+                         system +
+                         "</Tracking></TrackingEvents></Linear></Creative>"
+                         "</Creatives>"
+                   : "";
+  return "<VAST version=\"4.0\"><Ad><Wrapper><AdSystem>" + system + "</AdSystem><VASTAdTagURI>" +
+         target + "</VASTAdTagURI>" + tracking + "</Wrapper></Ad></VAST>";
+}
+
+// What the completion received, and where.
+struct Outcome {
+  std::mutex mutex;
+  std::atomic<int> calls{0};
+  std::shared_ptr<ZVVast> vast;
+  std::optional<Error> error;
+  bool onMainQueue = false;
+  bool onNetworkThread = false;
+  std::thread::id thread;
+};
+
+std::shared_ptr<Outcome> parse(const std::shared_ptr<ZVVastParser>& parser,
+                               const std::string& text) {
+  auto outcome = std::make_shared<Outcome>();
+  parser->parse(text, [outcome](std::shared_ptr<ZVVast> vast, std::optional<Error> error) {
+    std::lock_guard lock(outcome->mutex);
+    outcome->vast = std::move(vast);
+    outcome->error = std::move(error);
+    outcome->onMainQueue = platform::MainQueue::shared().isCurrent();
+    outcome->onNetworkThread = platform::URLSession::sharedSession()->isDelegateQueue();
+    outcome->thread = std::this_thread::get_id();
+    ++outcome->calls;
+    // Errors arrive off the main queue; wake it so a waiting test looks again at once.
+    platform::MainQueue::shared().post([] {});
+  });
+  return outcome;
+}
+
+std::shared_ptr<Outcome> parseToEnd(const std::string& text) {
+  auto outcome = parse(ZVVastParser::create(), text);
+  EXPECT_TRUE(test::runMainQueueUntil([&] { return outcome->calls > 0; }));
+  return outcome;
+}
+
+std::vector<std::string> systemsUpTheChain(std::shared_ptr<ZVVastAd> ad) {
+  std::vector<std::string> systems;
+  for (; ad; ad = ad->parent()) systems.push_back(ad->system().value_or("?"));
+  return systems;
+}
+
+TEST(ZVVastParser, InLineAnswerCompletesOnTheMainQueueWithoutFetching) {
+  auto parser = ZVVastParser::create();
+  auto outcome = parse(parser, inlineDocument("only"));
+  EXPECT_EQ(outcome->calls, 0);  // success is always delivered later, on the main queue
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return outcome->calls > 0; }));
+  EXPECT_TRUE(outcome->onMainQueue);
+  EXPECT_FALSE(outcome->error.has_value());
+  ASSERT_EQ(outcome->vast->ads.size(), 1u);
+  EXPECT_EQ(outcome->vast->ads[0]->system(), "only");
+  EXPECT_EQ(outcome->vast->version, std::nullopt);
+  EXPECT_EQ(parser->outstandingRequests(), 0);
+}
+
+TEST(ZVVastParser, WrapperIsResolvedOverHttpAndBecomesTheParent) {
+  test::LoopbackServer server;
+  server.respond("/inline", {200, inlineDocument("leaf"), "application/xml"});
+  auto outcome = parseToEnd(wrapperDocument("top", server.url("/inline")));
+  ASSERT_FALSE(outcome->error.has_value()) << outcome->error->localizedDescription();
+  EXPECT_TRUE(outcome->onMainQueue);
+  ASSERT_EQ(outcome->vast->ads.size(), 1u);
+  EXPECT_EQ(systemsUpTheChain(outcome->vast->ads[0]), (std::vector<std::string>{"leaf", "top"}));
+  EXPECT_EQ(outcome->vast->ads[0]->aggregatedTrackersForEvent("start"),
+            (std::vector<std::string>{"http://t/top"}));
+  ASSERT_EQ(server.requests().size(), 1u);
+  EXPECT_EQ(server.requests()[0].method, "GET");
+}
+
+TEST(ZVVastParser, FourthWrapperOfAChainIsKeptUnresolved) {
+  test::LoopbackServer server;
+  server.respond("/w1", {200, wrapperDocument("w1", server.url("/w2")), "application/xml"});
+  server.respond("/w2", {200, wrapperDocument("w2", server.url("/w3")), "application/xml"});
+  server.respond("/w3", {200, wrapperDocument("w3", server.url("/w4")), "application/xml"});
+  server.respond("/w4", {200, inlineDocument("never"), "application/xml"});
+  auto outcome = parseToEnd(wrapperDocument("w0", server.url("/w1")));
+  ASSERT_FALSE(outcome->error.has_value());
+  ASSERT_EQ(outcome->vast->ads.size(), 1u);
+  const auto& kept = outcome->vast->ads[0];
+  EXPECT_EQ(kept->adTagURL(), server.url("/w4"));
+  EXPECT_EQ(systemsUpTheChain(kept), (std::vector<std::string>{"w3", "w2", "w1", "w0"}));
+  EXPECT_EQ(kept->aggregatedTrackersForEvent("start").size(), 4u);
+  EXPECT_EQ(server.requests().size(), 3u);
+}
+
+TEST(ZVVastParser, FourthWrapperWithoutCreativeIsAThresholdErrorOnTheNetworkThread) {
+  test::LoopbackServer server;
+  server.respond("/w1", {200, wrapperDocument("w1", server.url("/w2")), "application/xml"});
+  server.respond("/w2", {200, wrapperDocument("w2", server.url("/w3")), "application/xml"});
+  server.respond("/w3", {200, wrapperDocument("w3", server.url("/w4"), false), "text/xml"});
+  auto outcome = parseToEnd(wrapperDocument("w0", server.url("/w1")));
+  ASSERT_TRUE(outcome->error.has_value());
+  EXPECT_EQ(outcome->error->code, 302);
+  EXPECT_TRUE(outcome->onNetworkThread);
+  EXPECT_EQ(outcome->vast, nullptr);
+}
+
+TEST(ZVVastParser, WrapperPointingToItselfStopsAfterThreeFetches) {
+  test::LoopbackServer server;
+  server.respond("/self", {200, wrapperDocument("self", server.url("/self")), "text/xml"});
+  auto outcome = parseToEnd(wrapperDocument("self", server.url("/self")));
+  ASSERT_FALSE(outcome->error.has_value());
+  EXPECT_EQ(systemsUpTheChain(outcome->vast->ads[0]).size(), 4u);
+  EXPECT_EQ(server.requests().size(), 3u);
+}
+
+TEST(ZVVastParser, InLineBesideAWrapperWinsEvenWhenTheWrapperResolves) {
+  test::LoopbackServer server;
+  server.respond("/inline", {200, inlineDocument("fetched"), "application/xml"});
+  // The InLine ad comes first in the document and the Wrapper second: ads list Wrappers first,
+  // yet the InLine ad finishes without a fetch.
+  const std::string text =
+      "<VAST version=\"3.0\"><Ad><InLine><AdSystem>local</AdSystem>"
+      "<Creatives><Creative><Linear/></Creative></Creatives></InLine></Ad>"
+      "<Ad><Wrapper><AdSystem>w</AdSystem><VASTAdTagURI>" +
+      server.url("/inline") + "</VASTAdTagURI></Wrapper></Ad></VAST>";
+  auto parser = ZVVastParser::create();
+  auto outcome = parse(parser, text);
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return outcome->calls > 0; }));
+  ASSERT_FALSE(outcome->error.has_value());
+  EXPECT_EQ(outcome->vast->ads[0]->system(), "local");
+  EXPECT_EQ(server.requests().size(), 1u);
+  const auto finished = parser->ads();
+  ASSERT_EQ(finished.size(), 2u);
+  EXPECT_EQ(finished[1]->system(), "fetched");
+}
+
+TEST(ZVVastParser, FailedWrapperFetchesEndInNoVastResponseOnTheNetworkThread) {
+  test::LoopbackServer server;  // "/missing" answers 404 with a body that is not XML
+  const std::string refused =
+      "http://127.0.0.1:" + std::to_string(test::LoopbackServer::unusedPort()) + "/x";
+  for (const std::string& target : {refused, server.url("/missing"), std::string("not a url")}) {
+    auto outcome = parseToEnd(wrapperDocument("w", target));
+    ASSERT_TRUE(outcome->error.has_value()) << target;
+    EXPECT_EQ(outcome->error->code, 303) << target;
+    EXPECT_EQ(outcome->error->domain, "ZorvaSDK");
+    EXPECT_TRUE(outcome->onNetworkThread) << target;
+  }
+}
+
+TEST(ZVVastParser, LeavesWithoutCreativeAreAThresholdError) {
+  test::LoopbackServer server;
+  server.respond("/bare", {200, inlineDocument("bare", false), "application/xml"});
+  auto fetched = parseToEnd(wrapperDocument("w", server.url("/bare"), false));
+  ASSERT_TRUE(fetched->error.has_value());
+  EXPECT_EQ(fetched->error->code, 302);
+  EXPECT_TRUE(fetched->onNetworkThread);
+
+  // Without any fetch the error is reported at once, on the caller's thread.
+  auto local = parse(ZVVastParser::create(), inlineDocument("bare", false));
+  ASSERT_EQ(local->calls, 1);
+  EXPECT_EQ(local->error->code, 302);
+  EXPECT_EQ(local->thread, std::this_thread::get_id());
+}
+
+TEST(ZVVastParser, VersionsAreComparedAsStrings) {
+  for (const std::string version : {"1.0", "10.0", "1.99"}) {
+    auto outcome = parse(ZVVastParser::create(), inlineDocument("v", true, version));
+    ASSERT_EQ(outcome->calls, 1) << version;  // synchronously
+    EXPECT_EQ(outcome->error->code, 101) << version;
+  }
+  EXPECT_TRUE(ZVVastParser::isVASTVersionSupported(std::nullopt));
+  for (const char* version : {"2.0", "3.0", "4.2", "2.0.1", "9"}) {
+    EXPECT_TRUE(ZVVastParser::isVASTVersionSupported(version)) << version;
+  }
+  const auto unversioned = parseToEnd(
+      "<VAST><Ad><InLine><Creatives><Creative><Linear/>"
+      "</Creative></Creatives></InLine></Ad></VAST>");
+  EXPECT_FALSE(unversioned->error.has_value());
+}
+
+TEST(ZVVastParser, MalformedFirstAnswerFailsSynchronously) {
+  for (const std::string text : {"<VAST version=\"3.0\"><Ad>", "", "<VAST>\xff</VAST>"}) {
+    auto outcome = parse(ZVVastParser::create(), text);
+    ASSERT_EQ(outcome->calls, 1);
+    EXPECT_EQ(outcome->error->code, 100);
+    EXPECT_EQ(outcome->error->localizedDescription(),
+              "VAST error: XML_PARSING_ERROR, Message: Failed to parse vast response.");
+    EXPECT_EQ(outcome->thread, std::this_thread::get_id());
+  }
+}
+
+TEST(ZVVastParser, FirstAnswerWithoutAdsNeverCompletes) {
+  auto parser = ZVVastParser::create();
+  auto outcome = parse(parser, "<VAST version=\"3.0\"></VAST>");
+  auto other = parse(ZVVastParser::create(), "<NotVast/>");
+  // Nothing is in flight and nothing is queued: no completion can come later.
+  EXPECT_EQ(platform::MainQueue::shared().runUntilIdle(), 0u);
+  EXPECT_EQ(outcome->calls + other->calls, 0);
+  EXPECT_EQ(parser->outstandingRequests(), 0);
+}
+
+TEST(ZVVastParser, ParserKeepsItselfAliveWhileFetching) {
+  test::LoopbackServer server;
+  server.respond("/slow", {200, inlineDocument("slow"), "application/xml", milliseconds(50)});
+  std::weak_ptr<ZVVastParser> watch;
+  std::shared_ptr<Outcome> outcome;
+  {
+    auto parser = ZVVastParser::create();
+    watch = parser;
+    outcome = parse(parser, wrapperDocument("w", server.url("/slow")));
+  }
+  EXPECT_FALSE(watch.expired());
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return outcome->calls > 0; }));
+  EXPECT_EQ(outcome->vast->ads[0]->system(), "slow");
+  // Once the last fetch callback has returned, nothing holds the parser any more.
+  EXPECT_TRUE(test::runMainQueueUntil([&] { return watch.expired(); }, milliseconds(2000)));
+}
+
+}  // namespace
+}  // namespace zorva

@@ -33,7 +33,8 @@ bool normaliseNumbers(Value& v) {
 }
 
 void fail(std::optional<Error>* error, int code, const std::string& what) {
-  if (error != nullptr) *error = Error::withDescription(JSONSerialization::kErrorDomain, code, what);
+  if (error != nullptr)
+    *error = Error::withDescription(JSONSerialization::kErrorDomain, code, what);
 }
 
 }  // namespace
@@ -43,8 +44,9 @@ std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, uns
   try {
     Value value = Value::parse(data.begin(), data.end());
     if (!(options & FragmentsAllowed) && !value.is_object() && !value.is_array()) {
-      fail(error, kFragmentNotAllowedCode, "JSON text did not start with array or object and option to allow "
-                        "fragments not set.");
+      fail(error, kFragmentNotAllowedCode,
+           "JSON text did not start with array or object and option to allow "
+           "fragments not set.");
       return std::nullopt;
     }
     return value;

@@ -284,9 +284,7 @@ void URLSession::start(std::shared_ptr<URLSessionDataTask> task) {
 
 void URLSession::wake() { curl_multi_wakeup(engine_->multi); }
 
-bool URLSession::isDelegateQueue() const {
-  return std::this_thread::get_id() == engine_->workerId;
-}
+bool URLSession::isDelegateQueue() const { return std::this_thread::get_id() == engine_->workerId; }
 
 std::size_t URLSession::tasksInFlight() const { return engine_->inFlight.load(); }
 

@@ -29,9 +29,10 @@ struct URLRequest {
   URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::UseProtocolCachePolicy;
 
   URLRequest() = default;
-  explicit URLRequest(std::optional<URL> url,
-                      URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::UseProtocolCachePolicy,
-                      double timeoutInterval = kDefaultTimeoutInterval)
+  explicit URLRequest(
+      std::optional<URL> url,
+      URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::UseProtocolCachePolicy,
+      double timeoutInterval = kDefaultTimeoutInterval)
       : url(std::move(url)), timeoutInterval(timeoutInterval), cachePolicy(cachePolicy) {}
 
   /// Sets (or replaces) one header field.

@@ -41,19 +41,19 @@ void ZVAdLoader::load() {
   auto builder = requestBuilder();
   if (!builder) return;
   std::weak_ptr<ZVAdLoader> weakSelf = weak_from_this();
-  builder->build([weakSelf](std::optional<platform::URLRequest> request,
-                            std::optional<Error> error) {
-    auto self = weakSelf.lock();
-    if (!self) return;
-    if (error) {
-      // Building failures go to the delegate on the builder's thread.
-      if (auto delegate = self->delegate()) delegate->didFailToReceivedAd(*error);
-      return;
-    }
-    // A builder that answers with neither sends a request without a URL, which the transport
-    // turns into an error.
-    self->makeRequest(request.value_or(platform::URLRequest()));
-  });
+  builder->build(
+      [weakSelf](std::optional<platform::URLRequest> request, std::optional<Error> error) {
+        auto self = weakSelf.lock();
+        if (!self) return;
+        if (error) {
+          // Building failures go to the delegate on the builder's thread.
+          if (auto delegate = self->delegate()) delegate->didFailToReceivedAd(*error);
+          return;
+        }
+        // A builder that answers with neither sends a request without a URL, which the transport
+        // turns into an error.
+        self->makeRequest(request.value_or(platform::URLRequest()));
+      });
 }
 
 void ZVAdLoader::makeRequest(const platform::URLRequest& request) {

@@ -1,9 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include <zorva/ZVTypes.h>
+#include <zorva/platform/Carrier.h>
+#include <zorva/platform/DateFormatter.h>
+#include <zorva/platform/InterfaceOrientation.h>
 
 namespace zorva {
 
@@ -23,6 +30,95 @@ class ZVUtility {
   static Error errorWithCode(std::int64_t code, const std::string& description);
   static Error errorWithDomain(const std::string& domain, std::int64_t code,
                                const std::string& description);
+
+  // App. Strings are absent when the platform gives nothing.
+
+  /// The first present of: localized and plain "CFBundleDisplayName", localized and plain
+  /// "CFBundleName", the process name.
+  static std::optional<std::string> appName();
+  /// "CFBundleShortVersionString".
+  static std::optional<std::string> appVersion();
+  static std::optional<std::string> appBundleId();
+
+  // Device and identifiers.
+
+  static std::optional<std::string> vendorID();
+  /// The advertising identifier as the platform gives it, even when it is withheld (all zeros).
+  static std::string advertisingID();
+  /// 1 when advertising tracking is ENABLED, 0 when not: the value is passed through, not
+  /// inverted, whatever the name says. Bid requests depend on this reading.
+  static int limitAdTracking();
+  /// "Apple".
+  static std::string make();
+  static std::string model();
+  /// "iOS".
+  static std::string osName();
+  static std::string osVersion();
+  /// OpenRTB device type: 4 on a phone, 5 on a pad, absent otherwise.
+  static std::optional<int> deviceType();
+  static bool isCurrentDeviceiPhone();
+  static bool isCurrentDeviceiPad();
+
+  // Operator: a new telephony info object at each call.
+
+  static std::shared_ptr<platform::Carrier> carrier();
+  static std::optional<std::string> carrierName();
+  /// "<mcc>-<mnc>" ("404-45"); absent when either code is empty or absent.
+  static std::optional<std::string> mccmnc();
+  /// The SIM country's alpha-3 code ("IND"). Remembered once found; a miss is asked again at
+  /// the next call.
+  static std::optional<std::string> countryCode();
+
+  // Locale and time.
+
+  /// The language code of the user's first preferred language ("en").
+  static std::optional<std::string> acceptLanguage();
+  /// The one formatter the time operations share, made on first use.
+  static std::shared_ptr<platform::DateFormatter> dateFormatter();
+  /// Now as "yyyy-MM-dd HH:mm:ss" in the shared formatter's time zone.
+  static std::string currentTime();
+  /// Now's offset in the system time zone, as "+05:30", "-08:00" or "Z". Leaves the shared
+  /// formatter in that zone and format.
+  static std::string currentTimeZone();
+
+  // Screen, in points.
+
+  static double deviceWidth();
+  static double deviceHeight();
+  static platform::Size screenSize();
+  static double pxratio();
+  /// "<width>x<height>" of the screen in whole points ("375x812").
+  static std::string screenResolution();
+  /// The interface orientation: from system 13.0 the key window's scene's (Unknown without a
+  /// scene or key window), before it the status bar's.
+  static platform::InterfaceOrientation currentOrientaion();
+  /// 0 portrait, 1 landscape, -1 unknown.
+  static int orientation();
+  /// The full-screen ad size for the idiom and orientation: 320x480 / 480x320 on a phone,
+  /// 768x1024 / 1024x768 on a pad, 0x0 otherwise.
+  static ZVAdSize interstitialDefaultSize();
+
+  // Dictionaries.
+
+  /// `dictionary[key]` as an array: an array as is, an object wrapped in a one-element array,
+  /// anything else (or a missing key) an empty array.
+  static Value arrayForData(const Value& dictionary, const std::string& key);
+  /// "key=value" pairs joined with "&", in the dictionary's order, values by their description,
+  /// nothing percent-encoded.
+  static std::string queryString(const Value& dictionary);
+  /// ISO 3166-1 alpha-2 → alpha-3, upper case: every assigned code plus XK, CS and AN.
+  static const std::map<std::string, std::string>& countryCodeDictionary();
+
+  // Web.
+
+  /// The web view's user agent. From the cache at once when known; else a new web view runs
+  /// "navigator.userAgent" and is kept until the script ends: an error calls back with nothing,
+  /// a result fills the cache and calls back with it, neither never calls back. Main thread;
+  /// the callback arrives there.
+  static void userAgent(std::function<void(std::optional<std::string>)> callback);
+
+  /// Test seam: forgets the user agent, country code and shared formatter.
+  static void resetCachesForTesting();
 };
 
 }  // namespace zorva

@@ -1,12 +1,23 @@
 #include "support/TestEnvironment.h"
 
 #include <zorva/ZorvaSDK.h>
+#include <zorva/platform/AdvertisingIdentifierManager.h>
+#include <zorva/platform/Application.h>
 #include <zorva/platform/Bundle.h>
+#include <zorva/platform/Device.h>
+#include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/HeadlessWebEngine.h>
+#include <zorva/platform/LocationManager.h>
 #include <zorva/platform/LogSink.h>
 #include <zorva/platform/MainQueue.h>
+#include <zorva/platform/ProcessInfo.h>
+#include <zorva/platform/TimeZone.h>
+#include <zorva/platform/UUID.h>
+#include <zorva/platform/WebEngine.h>
 
 #include "Common/ZVInstanceFactory.h"
 #include "Common/ZVLog.h"
+#include "Common/ZVUtility.h"
 
 namespace zorva::test {
 
@@ -19,6 +30,19 @@ void resetProcessState() {
   platform::LogSink::shared().setHandler(nullptr);
   ZVLog::setLevel(1);
   ZVInstanceFactory::setSharedNetworkhandlerForTesting(nullptr);
+  ZVInstanceFactory::setSharedLocationManagerForTesting(nullptr);
+  ZVUtility::resetCachesForTesting();
+  // The platform: no windows, a phone in portrait, the machine's time zone, a headless engine
+  // that finishes loads by itself, location services not yet authorized.
+  platform::Application::shared().reset();
+  platform::DeviceProfile::phone().apply();
+  platform::Device::currentDevice().setIdentifierForVendor(platform::UUID::create());
+  platform::AdvertisingIdentifierManager::sharedManager().reset();
+  platform::TimeZone::resetSystemTimeZone();
+  platform::ProcessInfo::setProcessName("");
+  platform::WebEngine::setFactory(nullptr);
+  platform::HeadlessWebEngine::setAutomaticByDefault(true);
+  platform::LocationManager::reset();
   auto sdk = ZorvaSDK::shared();
   sdk->setAppDomain(std::nullopt);
   sdk->setStoreURL(std::nullopt);

@@ -1,0 +1,332 @@
+#include <zorva/platform/AdvertisingIdentifierManager.h>
+#include <zorva/platform/Application.h>
+#include <zorva/platform/Bundle.h>
+#include <zorva/platform/Device.h>
+#include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/HeadlessWebEngine.h>
+#include <zorva/platform/Locale.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/ProcessInfo.h>
+#include <zorva/platform/TelephonyNetworkInfo.h>
+#include <zorva/platform/TimeZone.h>
+#include <zorva/platform/ViewController.h>
+#include <zorva/platform/WebView.h>
+#include <zorva/platform/Window.h>
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+
+#include "Common/ZVUtility.h"
+
+namespace zorva {
+namespace {
+
+using platform::InterfaceOrientation;
+
+platform::Carrier carrier(std::optional<std::string> iso, std::optional<std::string> mcc,
+                          std::optional<std::string> mnc) {
+  return platform::Carrier{"Jio", std::move(iso), std::move(mcc), std::move(mnc)};
+}
+
+TEST(ZVUtilityApp, AppNameFallsThroughDisplayNameBundleNameAndProcessName) {
+  auto& bundle = platform::Bundle::mainBundle();
+  platform::ProcessInfo::setProcessName("host-proc");
+  EXPECT_EQ(ZVUtility::appName(), "host-proc");
+  bundle.setInfoDictionary({{"CFBundleName", "Plain Name"}});
+  EXPECT_EQ(ZVUtility::appName(), "Plain Name");
+  bundle.setLocalizedInfoDictionary({{"CFBundleName", "Localized Name"}});
+  EXPECT_EQ(ZVUtility::appName(), "Localized Name");
+  bundle.setInfoDictionary({{"CFBundleName", "Plain Name"}, {"CFBundleDisplayName", "Shown"}});
+  // A display name beats even a localized bundle name.
+  EXPECT_EQ(ZVUtility::appName(), "Shown");
+  bundle.setLocalizedInfoDictionary({{"CFBundleDisplayName", "Montré"}});
+  EXPECT_EQ(ZVUtility::appName(), "Montré");
+}
+
+TEST(ZVUtilityApp, VersionAndBundleIdComeFromTheInfoDictionary) {
+  EXPECT_EQ(ZVUtility::appVersion(), std::nullopt);
+  platform::Bundle::mainBundle().setInfoDictionary(
+      {{"CFBundleShortVersionString", "2.1"}, {"CFBundleIdentifier", "io.zorva.demo"}});
+  EXPECT_EQ(ZVUtility::appVersion(), "2.1");
+  EXPECT_EQ(ZVUtility::appBundleId(), "io.zorva.demo");
+}
+
+TEST(ZVUtilityDevice, LimitAdTrackingPassesTheTrackingFlagThroughUninverted) {
+  auto& manager = platform::AdvertisingIdentifierManager::sharedManager();
+  manager.setAdvertisingTrackingEnabled(true);
+  EXPECT_EQ(ZVUtility::limitAdTracking(), 1);
+  manager.setAdvertisingTrackingEnabled(false);
+  EXPECT_EQ(ZVUtility::limitAdTracking(), 0);
+  // A withheld identifier is passed on as it is.
+  manager.setAdvertisingIdentifier(
+      *platform::UUID::fromString("00000000-0000-0000-0000-000000000000"));
+  EXPECT_EQ(ZVUtility::advertisingID(), "00000000-0000-0000-0000-000000000000");
+}
+
+TEST(ZVUtilityDevice, DeviceFactsFollowTheProfile) {
+  EXPECT_EQ(ZVUtility::make(), "Apple");
+  EXPECT_EQ(ZVUtility::osName(), "iOS");
+  EXPECT_EQ(ZVUtility::model(), "iPhone");
+  EXPECT_EQ(ZVUtility::osVersion(), "17.0");
+  EXPECT_EQ(ZVUtility::deviceType(), 4);
+  EXPECT_TRUE(ZVUtility::isCurrentDeviceiPhone());
+  platform::DeviceProfile::tablet().apply();
+  EXPECT_EQ(ZVUtility::deviceType(), 5);
+  EXPECT_TRUE(ZVUtility::isCurrentDeviceiPad());
+  platform::Device::currentDevice().setUserInterfaceIdiom(platform::UserInterfaceIdiom::TV);
+  EXPECT_EQ(ZVUtility::deviceType(), std::nullopt);
+  EXPECT_FALSE(ZVUtility::isCurrentDeviceiPhone());
+
+  auto vendor = platform::UUID::create();
+  platform::Device::currentDevice().setIdentifierForVendor(vendor);
+  EXPECT_EQ(ZVUtility::vendorID(), vendor.UUIDString());
+  platform::Device::currentDevice().setIdentifierForVendor(std::nullopt);
+  EXPECT_EQ(ZVUtility::vendorID(), std::nullopt);
+}
+
+TEST(ZVUtilityOperator, MccmncNeedsBothCodes) {
+  platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("in", "404", "45"));
+  EXPECT_EQ(ZVUtility::mccmnc(), "404-45");
+  EXPECT_EQ(ZVUtility::carrierName(), "Jio");
+  platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("in", std::nullopt, "45"));
+  EXPECT_EQ(ZVUtility::mccmnc(), std::nullopt);
+  platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("in", "404", ""));
+  EXPECT_EQ(ZVUtility::mccmnc(), std::nullopt);
+  platform::TelephonyNetworkInfo::setSubscriberCarrier(std::nullopt);
+  EXPECT_EQ(ZVUtility::mccmnc(), std::nullopt);
+  EXPECT_EQ(ZVUtility::carrier(), nullptr);
+  EXPECT_EQ(ZVUtility::carrierName(), std::nullopt);
+}
+
+TEST(ZVUtilityOperator, CountryCodeMapsTheSimCountryAndCachesOnlyAHit) {
+  platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("zz", "404", "45"));
+  EXPECT_EQ(ZVUtility::countryCode(), std::nullopt);
+  platform::TelephonyNetworkInfo::setSubscriberCarrier(std::nullopt);
+  EXPECT_EQ(ZVUtility::countryCode(), std::nullopt);
+  platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("in", "404", "45"));
+  EXPECT_EQ(ZVUtility::countryCode(), "IND");  // the earlier misses were not kept
+  platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("us", "310", "260"));
+  EXPECT_EQ(ZVUtility::countryCode(), "IND");  // a hit is kept for the process
+
+  ZVUtility::resetCachesForTesting();
+  platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("xk", "221", "01"));
+  EXPECT_EQ(ZVUtility::countryCode(), "XKX");
+}
+
+TEST(ZVUtilityLocale, AcceptLanguageIsTheFirstPreferredLanguagesCode) {
+  platform::Locale::setPreferredLanguages({"fr-CA", "en-US"});
+  EXPECT_EQ(ZVUtility::acceptLanguage(), "fr");
+  platform::Locale::setPreferredLanguages({});
+  EXPECT_EQ(ZVUtility::acceptLanguage(), std::nullopt);
+}
+
+TEST(ZVUtilityTime, CurrentTimeIsSecondsPrecisionLocalTime) {
+  const std::string shape = "dddd-dd-dd dd:dd:dd";
+  const std::string now = ZVUtility::currentTime();
+  ASSERT_EQ(now.size(), shape.size()) << now;
+  for (std::size_t i = 0; i < shape.size(); ++i) {
+    if (shape[i] == 'd') {
+      EXPECT_TRUE(std::isdigit(static_cast<unsigned char>(now[i]))) << now;
+    } else {
+      EXPECT_EQ(now[i], shape[i]) << now;
+    }
+  }
+  EXPECT_EQ(ZVUtility::dateFormatter()->dateFormat(), "yyyy-MM-dd HH:mm:ss");
+}
+
+TEST(ZVUtilityTime, CurrentTimeZoneIsTheSystemZonesOffset) {
+  ZVUtility::currentTime();  // the shared formatter exists before the zone changes
+  platform::TimeZone::setSystemTimeZone(*platform::TimeZone::timeZoneWithName("Asia/Kolkata"));
+  EXPECT_EQ(ZVUtility::currentTimeZone(), "+05:30");
+  platform::TimeZone::setSystemTimeZone(platform::TimeZone::timeZoneForSecondsFromGMT(-8 * 3600));
+  EXPECT_EQ(ZVUtility::currentTimeZone(), "-08:00");
+  platform::TimeZone::setSystemTimeZone(*platform::TimeZone::timeZoneWithName("UTC"));
+  EXPECT_EQ(ZVUtility::currentTimeZone(), "Z");
+  // The format is left as the zone read set it.
+  EXPECT_EQ(ZVUtility::dateFormatter()->dateFormat(), "ZZZZZ");
+}
+
+TEST(ZVUtilityScreen, ScreenFactsAreInPoints) {
+  EXPECT_EQ(ZVUtility::deviceWidth(), 375);
+  EXPECT_EQ(ZVUtility::deviceHeight(), 812);
+  EXPECT_EQ(ZVUtility::pxratio(), 3);
+  EXPECT_EQ(ZVUtility::screenResolution(), "375x812");
+  auto profile = platform::DeviceProfile::phone();
+  profile.portraitScreenSize = platform::Size{414.7, 896.2};
+  profile.orientation = InterfaceOrientation::LandscapeRight;
+  profile.apply();
+  EXPECT_EQ(ZVUtility::screenResolution(), "896x414");
+  EXPECT_EQ(ZVUtility::screenSize(), (platform::Size{896.2, 414.7}));
+}
+
+struct OrientationCase {
+  const char* system;
+  platform::DeviceProfile profile;
+  InterfaceOrientation statusBar;
+  std::optional<InterfaceOrientation> scene;  // absent: the key window has no scene
+  int orientation;
+  ZVAdSize size;
+};
+
+class ZVUtilityOrientation : public testing::TestWithParam<OrientationCase> {};
+
+TEST_P(ZVUtilityOrientation, FollowsTheSceneFrom13AndTheStatusBarBefore) {
+  const auto& c = GetParam();
+  auto profile = c.profile;
+  profile.systemVersion = c.system;
+  profile.apply();
+  auto window = profile.makeKeyWindow(platform::ViewController::create());
+  window->setWindowScene(c.scene ? platform::WindowScene::create(*c.scene) : nullptr);
+  platform::Application::shared().setStatusBarOrientation(c.statusBar);
+  EXPECT_EQ(ZVUtility::orientation(), c.orientation);
+  EXPECT_EQ(ZVUtility::interstitialDefaultSize(), c.size);
+}
+
+const auto phone = platform::DeviceProfile::phone();
+const auto tablet = platform::DeviceProfile::tablet();
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ZVUtilityOrientation,
+    testing::Values(
+        OrientationCase{"17.0",
+                        phone,
+                        InterfaceOrientation::LandscapeLeft,
+                        InterfaceOrientation::Portrait,
+                        0,
+                        {320, 480}},
+        OrientationCase{"13.0",
+                        phone,
+                        InterfaceOrientation::Portrait,
+                        InterfaceOrientation::LandscapeRight,
+                        1,
+                        {480, 320}},
+        OrientationCase{"12.4",
+                        phone,
+                        InterfaceOrientation::LandscapeLeft,
+                        InterfaceOrientation::Portrait,
+                        1,
+                        {480, 320}},
+        OrientationCase{
+            "12.4", tablet, InterfaceOrientation::PortraitUpsideDown, std::nullopt, 0, {768, 1024}},
+        OrientationCase{"16.0",
+                        tablet,
+                        InterfaceOrientation::Portrait,
+                        InterfaceOrientation::LandscapeLeft,
+                        1,
+                        {1024, 768}},
+        OrientationCase{"17.0", phone, InterfaceOrientation::Portrait, std::nullopt, -1, {0, 0}},
+        OrientationCase{"12.0", phone, InterfaceOrientation::Unknown, std::nullopt, -1, {0, 0}}));
+
+TEST(ZVUtilityOrientationRules, NoKeyWindowFrom13IsUnknownAndAnotherIdiomHasNoDefaultSize) {
+  EXPECT_EQ(ZVUtility::currentOrientaion(), InterfaceOrientation::Unknown);
+  EXPECT_EQ(ZVUtility::interstitialDefaultSize(), (ZVAdSize{0, 0}));
+  platform::DeviceProfile::phone().makeKeyWindow(platform::ViewController::create());
+  platform::Device::currentDevice().setUserInterfaceIdiom(platform::UserInterfaceIdiom::CarPlay);
+  EXPECT_EQ(ZVUtility::orientation(), 0);
+  EXPECT_EQ(ZVUtility::interstitialDefaultSize(), (ZVAdSize{0, 0}));
+}
+
+TEST(ZVUtilityDictionaries, ArrayForDataWrapsADictionaryAndDropsScalars) {
+  Value data = {{"list", {1, 2}}, {"one", {{"k", "v"}}}, {"text", "x"}};
+  EXPECT_EQ(ZVUtility::arrayForData(data, "list"), Value({1, 2}));
+  EXPECT_EQ(ZVUtility::arrayForData(data, "one"), Value::array({{{"k", "v"}}}));
+  EXPECT_EQ(ZVUtility::arrayForData(data, "text"), Value::array());
+  EXPECT_EQ(ZVUtility::arrayForData(data, "missing"), Value::array());
+  EXPECT_EQ(ZVUtility::arrayForData(Value("not a dictionary"), "list"), Value::array());
+}
+
+TEST(ZVUtilityDictionaries, QueryStringJoinsDescriptionsWithoutEncoding) {
+  Value query = Value::object();
+  query["pid"] = "a b&c";
+  query["w"] = 320;
+  query["ratio"] = 1.5;
+  query["coppa"] = true;
+  EXPECT_EQ(ZVUtility::queryString(query), "pid=a b&c&w=320&ratio=1.5&coppa=1");
+  EXPECT_EQ(ZVUtility::queryString(Value::object()), "");
+}
+
+// --- user agent ---
+
+struct Answers {
+  std::vector<std::optional<std::string>> got;
+  std::function<void(std::optional<std::string>)> callback() {
+    return [this](std::optional<std::string> ua) { got.push_back(std::move(ua)); };
+  }
+};
+
+std::shared_ptr<platform::HeadlessWebEngine> onlyEngine() {
+  auto engines = platform::HeadlessWebEngine::liveEngines();
+  EXPECT_EQ(engines.size(), 1u);
+  return engines.empty() ? nullptr : engines.front();
+}
+
+TEST(ZVUtilityUserAgent, AResultIsCachedAndTheNextCallAnswersAtOnce) {
+  Answers answers;
+  ZVUtility::userAgent(answers.callback());
+  EXPECT_TRUE(answers.got.empty());
+  platform::MainQueue::shared().runUntilIdle();
+  ASSERT_EQ(answers.got.size(), 1u);
+  EXPECT_NE(answers.got[0]->find("iPhone OS 17_0"), std::string::npos);
+  EXPECT_TRUE(platform::HeadlessWebEngine::liveEngines().empty());  // the web view is gone
+
+  ZVUtility::userAgent(answers.callback());
+  ASSERT_EQ(answers.got.size(), 2u);  // synchronously
+  EXPECT_EQ(answers.got[1], answers.got[0]);
+  EXPECT_TRUE(platform::HeadlessWebEngine::liveEngines().empty());  // no web view needed
+}
+
+TEST(ZVUtilityUserAgent, TheWebViewLivesUntilTheScriptEndsWhateverTheOutcome) {
+  platform::HeadlessWebEngine::setAutomaticByDefault(false);
+  Answers answers;
+
+  ZVUtility::userAgent(answers.callback());
+  auto engine = onlyEngine();
+  ASSERT_TRUE(engine);
+  EXPECT_EQ(engine->pendingScripts(), std::vector<std::string>{"navigator.userAgent"});
+  std::weak_ptr<platform::WebView> webView = engine->webView();
+  engine.reset();
+  platform::MainQueue::shared().runUntilIdle();
+  ASSERT_FALSE(webView.expired());  // nobody but the pending script holds it
+  platform::HeadlessWebEngine::of(*webView.lock())
+      ->completeScript(std::nullopt, Error("WKErrorDomain", 4));
+  EXPECT_TRUE(webView.expired());
+  ASSERT_EQ(answers.got.size(), 1u);
+  EXPECT_EQ(answers.got[0], std::nullopt);
+
+  // Neither result nor error: no call at all, and the web view still goes.
+  ZVUtility::userAgent(answers.callback());
+  engine = onlyEngine();
+  webView = engine->webView();
+  engine->completeScript(std::nullopt, std::nullopt);
+  engine.reset();
+  EXPECT_TRUE(webView.expired());
+  EXPECT_EQ(answers.got.size(), 1u);
+
+  // Errors and silences were not cached: the next call runs the script again.
+  ZVUtility::userAgent(answers.callback());
+  engine = onlyEngine();
+  engine->completeScript(Value("Agent/1.0"), std::nullopt);
+  engine.reset();
+  EXPECT_TRUE(platform::HeadlessWebEngine::liveEngines().empty());
+  ASSERT_EQ(answers.got.size(), 2u);
+  EXPECT_EQ(answers.got[1], "Agent/1.0");
+  ZVUtility::userAgent(answers.callback());
+  EXPECT_EQ(answers.got.back(), "Agent/1.0");
+}
+
+TEST(ZVUtilityUserAgent, EarlyCallersEachRunTheirOwnWebViewAndTheLastSuccessWins) {
+  platform::HeadlessWebEngine::setAutomaticByDefault(false);
+  Answers answers;
+  ZVUtility::userAgent(answers.callback());
+  ZVUtility::userAgent(answers.callback());
+  auto engines = platform::HeadlessWebEngine::liveEngines();
+  ASSERT_EQ(engines.size(), 2u);
+  engines[1]->completeScript(Value("second"), std::nullopt);
+  engines[0]->completeScript(Value("first"), std::nullopt);
+  EXPECT_EQ(answers.got, (std::vector<std::optional<std::string>>{"second", "first"}));
+  ZVUtility::userAgent(answers.callback());
+  EXPECT_EQ(answers.got.back(), "first");
+}
+
+}  // namespace
+}  // namespace zorva

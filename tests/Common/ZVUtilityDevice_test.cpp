@@ -169,6 +169,12 @@ struct OrientationCase {
   ZVAdSize size;
 };
 
+// Names the case in test listings: system, idiom and expected size.
+void PrintTo(const OrientationCase& c, std::ostream* os) {
+  *os << "system " << c.system << ", " << c.profile.model << ", " << c.size.width << "x"
+      << c.size.height;
+}
+
 class ZVUtilityOrientation : public testing::TestWithParam<OrientationCase> {};
 
 TEST_P(ZVUtilityOrientation, FollowsTheSceneFrom13AndTheStatusBarBefore) {

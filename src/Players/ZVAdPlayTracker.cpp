@@ -1,0 +1,29 @@
+#include "Players/ZVAdPlayTracker.h"
+
+namespace zorva {
+
+std::shared_ptr<ZVAdPlayTracker> ZVAdPlayTracker::create(std::uint64_t sessionTime) {
+  return std::shared_ptr<ZVAdPlayTracker>(new ZVAdPlayTracker(sessionTime));
+}
+
+ZVAdPlayTracker::~ZVAdPlayTracker() {
+  if (timer_) timer_->invalidate();
+  timer_.reset();
+  completionBlock_ = nullptr;
+}
+
+void ZVAdPlayTracker::trackCompletion(Completion completion) {
+  completionBlock_ = std::move(completion);
+  std::weak_ptr<ZVAdPlayTracker> weakSelf = weak_from_this();
+  // The earlier timer, if any, is deliberately left running.
+  timer_ = platform::MainQueue::shared().scheduleTimer(
+      platform::seconds(static_cast<double>(sessionTime_)), [weakSelf] {
+        if (auto self = weakSelf.lock()) self->onCompletion();
+      });
+}
+
+void ZVAdPlayTracker::onCompletion() {
+  if (completionBlock_) completionBlock_();
+}
+
+}  // namespace zorva

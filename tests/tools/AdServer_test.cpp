@@ -97,13 +97,6 @@ struct Xml {
     bool wellFormed = XML_Parse(parser, text.data(), static_cast<int>(text.size()), 1);
     EXPECT_TRUE(wellFormed) << XML_ErrorString(XML_GetErrorCode(parser)) << "\n" << text;
     XML_ParserFree(parser);
-    for (auto& element : xml.elements) {
-      auto begin = element.text.find_first_not_of(" \n");
-      element.text =
-          begin == std::string::npos
-              ? ""
-              : element.text.substr(begin, element.text.find_last_not_of(" \n") - begin + 1);
-    }
     return xml;
   }
   std::vector<const Element*> all(const std::string& suffix) const {
@@ -116,8 +109,7 @@ struct Xml {
   const Element& one(const std::string& suffix) const {
     auto found = all(suffix);
     EXPECT_EQ(found.size(), 1u) << suffix;
-    static const Element none;
-    return found.empty() ? none : *found.front();
+    return *found.at(0);
   }
 };
 
@@ -212,8 +204,8 @@ TEST(AdServer, NoFillBrokenUnknownAndMissingAid) {
 
 TEST(AdServer, SlowAnswersAfterItsDelayAndStopCutsTheWaitShort) {
   auto server = startServer({.slowDelay = 400ms});
-  auto before = std::chrono::steady_clock::now();
   EXPECT_FALSE(post(*server, "pid=p&aid=slow", kBannerRequest.dump(), 100ms));
+  auto before = std::chrono::steady_clock::now();
   auto late = post(*server, "pid=p&aid=slow", kBannerRequest.dump());
   EXPECT_GE(std::chrono::steady_clock::now() - before, 400ms);
   EXPECT_EQ(bidOf(late)["w"], 320);
@@ -354,8 +346,6 @@ TEST_F(CampaignsFile, MalformedFilesNameTheFileTheEntryAndTheFault) {
       {R"([{"aid": "a", "adm": "x", "vast": "y"}])", "\"adm\" and \"vast\" exclude each other"},
       {R"([{"aid": "a", "w": "320"}])", "(aid \"a\"): \"w\" must be a number"},
       {R"([{"aid": "a", "status": 700}])", "\"status\" must be an integer from 100 to 599"},
-      {R"([{"aid": "a", "delay_ms": -1}])", "\"delay_ms\" must be an integer of 0 or more"},
-      {R"([{"aid": "a", "skadn": []}])", "\"skadn\" must be an object"},
       {R"([{"aid": "a"}, {"aid": "a"}])", "campaign 2: aid \"a\" appears twice"},
   };
   for (auto [text, expected] : cases) {

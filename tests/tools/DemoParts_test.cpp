@@ -165,8 +165,7 @@ TEST(DemoTimeline, NamesTheThreadEachEventHappenedOn) {
   std::atomic<bool> done{false};
   std::string onNetwork;
   auto task = platform::URLSession::sharedSession()->dataTaskWithRequest(
-      platform::URLRequest(platform::URL::URLWithString(server.url("/x"))),
-      [&](auto&&...) {
+      platform::URLRequest(platform::URL::URLWithString(server.url("/x"))), [&](auto&&...) {
         onNetwork = Timeline::threadName();
         done = true;
       });
@@ -204,7 +203,8 @@ TEST_F(DemoRunLoopTest, JumpsToTheNextTimerWhenNothingElseIsGoingOn) {
 
   // A timer beyond the limit is not reached: the loop stops at the limit.
   queue().scheduleTimer(platform::seconds(100), [&] { fired = false; });
-  EXPECT_FALSE(loop.runUntil([&] { return !fired; }, std::chrono::seconds(5), platform::seconds(10)));
+  EXPECT_FALSE(
+      loop.runUntil([&] { return !fired; }, std::chrono::seconds(5), platform::seconds(10)));
   EXPECT_DOUBLE_EQ(virtualSeconds(), 40);
   // With nothing left to happen it gives up at once instead of waiting out the real time-out.
   queue().reset();

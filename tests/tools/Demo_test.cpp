@@ -1,5 +1,6 @@
 // The zorva-demo executable, run as a user runs it: its default tour, its JSON lines, its probe
 // of a server given on the command line, and its refusal of bad command lines.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -18,7 +19,7 @@ namespace {
 
 using platform::Value;
 
-struct Run {
+struct DemoRun {
   int status = -1;
   std::string out, err;
 };
@@ -29,9 +30,9 @@ std::string slurp(const std::filesystem::path& path) {
 }
 
 /// Runs the demo to its end with its outputs in files (no pipe can fill up and stall it).
-Run runDemo(std::vector<std::string> args) {
-  const auto dir = std::filesystem::temp_directory_path() /
-                   ("zorva-demo-test-" + std::to_string(getpid()));
+DemoRun runDemo(std::vector<std::string> args) {
+  const auto dir =
+      std::filesystem::temp_directory_path() / ("zorva-demo-test-" + std::to_string(getpid()));
   std::filesystem::create_directories(dir);
   const auto out = dir / "out", err = dir / "err";
   args.insert(args.begin(), ZORVA_DEMO_EXECUTABLE);
@@ -42,7 +43,7 @@ Run runDemo(std::vector<std::string> args) {
   std::vector<char*> argv;
   for (auto& arg : args) argv.push_back(arg.data());
   argv.push_back(nullptr);
-  Run run;
+  DemoRun run;
   pid_t pid = 0;
   EXPECT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
   posix_spawn_file_actions_destroy(&actions);
@@ -75,7 +76,7 @@ std::size_t find(const std::vector<std::string>& lines, std::size_t from,
 }
 
 TEST(DemoExecutable, DefaultTourPrintsEveryMilestoneInOrderAndExitsZero) {
-  const Run run = runDemo({});
+  const DemoRun run = runDemo({});
   ASSERT_EQ(run.status, 0) << run.out << run.err;
   const auto lines = linesOf(run.out);
   std::size_t at = find(lines, 0, {"against the embedded ad server at http://127.0.0.1:"});
@@ -99,8 +100,8 @@ TEST(DemoExecutable, DefaultTourPrintsEveryMilestoneInOrderAndExitsZero) {
   at = find(lines, at, {"click", "in-app browser on https://"});
   at = find(lines, at, {"PASS  interstitial "});
   // The video: five VAST events with their trackers, a progress bar that reaches the end.
-  for (const char* event : {"start at", "firstQuartile at", "midpoint at", "thirdQuartile at",
-                            "complete at"}) {
+  for (const char* event :
+       {"start at", "firstQuartile at", "midpoint at", "thirdQuartile at", "complete at"}) {
     at = find(lines, at, {"vast", event, "tracking URL"});
     at = find(lines, at, {"/track?doc=inline&event="});
   }
@@ -125,7 +126,7 @@ TEST(DemoExecutable, DefaultTourPrintsEveryMilestoneInOrderAndExitsZero) {
 }
 
 TEST(DemoExecutable, JsonLinesCarryTheSameTimelineAndVerboseAddsTheBidRequest) {
-  const Run run = runDemo({"--json", "--verbose"});
+  const DemoRun run = runDemo({"--json", "--verbose"});
   ASSERT_EQ(run.status, 0) << run.err;
   std::vector<Value> events;
   for (const auto& line : linesOf(run.out)) {
@@ -160,7 +161,7 @@ TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLine) {
   auto server = tools::AdServer::start({.log = nullptr}, &error);
   ASSERT_TRUE(server);
   // An HTML answer: fine for the banner and the interstitial, not a VAST document for video.
-  const Run run =
+  const DemoRun run =
       runDemo({"--server", server->servadUrl(), "--pid", "pub-42", "--aid", "interstitial"});
   EXPECT_EQ(run.status, 1) << run.out << run.err;
   const auto lines = linesOf(run.out);
@@ -172,23 +173,24 @@ TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLine) {
   const auto requests = server->requests();
   ASSERT_GE(requests.size(), 4u);
   for (const auto& request : requests) {
-    if (request.path == "/zorva/servad") EXPECT_EQ(request.query, "pid=pub-42&aid=interstitial");
+    if (request.path == "/zorva/servad") {
+      EXPECT_EQ(request.query, "pid=pub-42&aid=interstitial");
+    }
   }
 }
 
 TEST(DemoExecutable, HelpAndBadCommandLines) {
-  const Run help = runDemo({"--help"});
+  const DemoRun help = runDemo({"--help"});
   EXPECT_EQ(help.status, 0);
-  for (const char* flag : {"--server URL", "--pid ID", "--aid ID", "--verbose", "--json",
-                           "--real-time", "--help"}) {
+  for (const char* flag :
+       {"--server URL", "--pid ID", "--aid ID", "--verbose", "--json", "--real-time", "--help"}) {
     EXPECT_NE(help.out.find(flag), std::string::npos) << flag;
   }
-  for (const auto& [args, message] :
-       std::vector<std::pair<std::vector<std::string>, std::string>>{
+  for (const auto& [args, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
            {{"--colour"}, "zorva-demo: unknown option '--colour'\nTry 'zorva-demo --help'.\n"},
            {{"--server", "localhost"},
             "zorva-demo: --server wants an http or https URL, not 'localhost'\n"}}) {
-    const Run bad = runDemo(args);
+    const DemoRun bad = runDemo(args);
     EXPECT_EQ(bad.status, 2);
     EXPECT_TRUE(bad.err.starts_with(message)) << bad.err;
     EXPECT_TRUE(bad.out.empty()) << bad.out;

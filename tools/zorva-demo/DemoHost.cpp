@@ -17,7 +17,8 @@ DemoHost::DemoHost() {
   window_ = profile.makeKeyWindow(root_);
 
   platform::Value skadnetworkItems = platform::Value::array();
-  for (const char* id : kSKAdNetworkIds) skadnetworkItems.push_back({{"SKAdNetworkIdentifier", id}});
+  for (const char* id : kSKAdNetworkIds)
+    skadnetworkItems.push_back({{"SKAdNetworkIdentifier", id}});
   platform::Bundle::mainBundle().setInfoDictionary({
       {"CFBundleIdentifier", "io.zorva.demo"},
       {"CFBundleName", "ZorvaDemo"},

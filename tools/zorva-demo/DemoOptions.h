@@ -24,8 +24,7 @@ struct DemoOptions {
 
   /// Reads the arguments after the program name. On a bad command line: nothing, and `*error`
   /// says what is wrong in one line.
-  static std::optional<DemoOptions> parse(const std::vector<std::string>& args,
-                                          std::string* error);
+  static std::optional<DemoOptions> parse(const std::vector<std::string>& args, std::string* error);
   static const char* usage();
 };
 

@@ -32,8 +32,9 @@ bool DemoRunLoop::runUntil(const std::function<bool()>& predicate, platform::Dur
     return predicate();
   };
   auto remaining = [&] {
-    return std::max(platform::Duration::zero(),
-                    std::min<platform::Duration>(kSlice, realDeadline - std::chrono::steady_clock::now()));
+    return std::max(
+        platform::Duration::zero(),
+        std::min<platform::Duration>(kSlice, realDeadline - std::chrono::steady_clock::now()));
   };
   // Ready work, or a change the predicate sees, ends a real-time wait early.
   auto somethingToDo = [&] { return queue_.pendingTaskCount() > 0 || check(); };
@@ -59,15 +60,15 @@ bool DemoRunLoop::runUntil(const std::function<bool()>& predicate, platform::Dur
     // Nothing will happen on the virtual clock before the limit: give other threads a last
     // chance, then stop.
     if (queue_.runUntil([&] { return busy_() || somethingToDo(); }, kQuietGrace)) continue;
-    if (next) queue_.advanceBy(std::max(platform::Duration::zero(), virtualDeadline - queue_.now()));
+    if (next)
+      queue_.advanceBy(std::max(platform::Duration::zero(), virtualDeadline - queue_.now()));
     return check();
   }
 }
 
 void DemoRunLoop::wait(platform::Duration duration) {
   const auto until = queue_.now() + duration;
-  runUntil([&] { return queue_.now() >= until; }, duration + std::chrono::seconds(30),
-           duration);
+  runUntil([&] { return queue_.now() >= until; }, duration + std::chrono::seconds(30), duration);
 }
 
 }  // namespace zorva::demo

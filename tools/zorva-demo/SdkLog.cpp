@@ -200,11 +200,12 @@ void SdkLog::handle(std::string_view text) {
     char time[32];
     std::snprintf(time, sizeof time, "%.3f", event->time);
     const std::size_t count = event->trackers.size();
-    timeline_.emit("vast",
-                   event->event + " at " + time + " s of media, " + std::to_string(count) +
-                       " tracking URL" + (count == 1 ? "" : "s") + " handed over",
-                   {{"event", event->event}, {"mediaTime", event->time}, {"trackers", event->trackers}},
-                   event->trackers);
+    timeline_.emit(
+        "vast",
+        event->event + " at " + time + " s of media, " + std::to_string(count) + " tracking URL" +
+            (count == 1 ? "" : "s") + " handed over",
+        {{"event", event->event}, {"mediaTime", event->time}, {"trackers", event->trackers}},
+        event->trackers);
     return;
   }
   if (auto parameters = parseStoreParameters(*entry)) {
@@ -214,9 +215,10 @@ void SdkLog::handle(std::string_view text) {
   }
   if (entry->level == 1 || entry->level == 2) {
     timeline_.emit("sdk",
-                   std::string(entry->level == 1 ? "error " : "warning ") + entry->function +
-                       ": " + std::string(trimNewlines(entry->message)),
-                   {{"level", entry->level}, {"function", entry->function},
+                   std::string(entry->level == 1 ? "error " : "warning ") + entry->function + ": " +
+                       std::string(trimNewlines(entry->message)),
+                   {{"level", entry->level},
+                    {"function", entry->function},
                     {"message", std::string(trimNewlines(entry->message))}});
   }
   // Other information entries (raw response bodies) repeat what the server log already shows.

@@ -17,11 +17,11 @@ thread_local std::optional<std::string> thisThreadName;
 std::atomic<int> otherThreads{0};
 
 const char* colorOf(const std::string& kind) {
-  if (kind == "callback") return "\033[32m";                   // green
-  if (kind == "app" || kind == "user") return "\033[36m";      // cyan
-  if (kind == "request" || kind == "server") return "\033[2m";  // dim
-  if (kind == "vast" || kind == "click") return "\033[35m";    // magenta
-  if (kind == "sdk") return "\033[33m";                        // yellow
+  if (kind == "callback") return "\033[32m";                     // green
+  if (kind == "app" || kind == "user") return "\033[36m";        // cyan
+  if (kind == "request" || kind == "server") return "\033[2m";   // dim
+  if (kind == "vast" || kind == "click") return "\033[35m";      // magenta
+  if (kind == "sdk") return "\033[33m";                          // yellow
   if (kind == "scenario" || kind == "result") return "\033[1m";  // bold
   return "";
 }
@@ -57,8 +57,7 @@ void Timeline::emit(std::string kind, std::string text, platform::Value detail,
   event.more = std::move(more);
   const auto now = platform::MainQueue::shared().now();
   std::lock_guard lock(mutex_);
-  event.time =
-      originSet_ ? std::chrono::duration<double>(now - origin_).count() : 0.0;
+  event.time = originSet_ ? std::chrono::duration<double>(now - origin_).count() : 0.0;
   event.scenario = scenario_;
   write(event);
   events_.push_back(std::move(event));
@@ -67,8 +66,8 @@ void Timeline::emit(std::string kind, std::string text, platform::Value detail,
 void Timeline::progress(double position, double duration) {
   const double fraction = duration > 0 ? position / duration : 0;
   char numbers[64];
-  std::snprintf(numbers, sizeof numbers, " %3.0f%%  %.1f / %.1f s", std::clamp(fraction, 0.0, 1.0) * 100,
-                position, duration);
+  std::snprintf(numbers, sizeof numbers, " %3.0f%%  %.1f / %.1f s",
+                std::clamp(fraction, 0.0, 1.0) * 100, position, duration);
   emit("progress", progressBar(fraction, 24) + numbers,
        {{"position", position}, {"duration", duration}});
 }

@@ -116,8 +116,7 @@ std::shared_ptr<ZVInBannerVideoDelegate> inBannerDelegate(Heard& heard) {
   delegate->bannerViewDidReceiveAd = [&heard](ZVInBannerVideo&) {
     heard.callback("bannerViewDidReceiveAd");
   };
-  delegate->bannerViewDidFailToReceiveAdWithError = [&heard](ZVInBannerVideo&,
-                                                             const Error& error) {
+  delegate->bannerViewDidFailToReceiveAdWithError = [&heard](ZVInBannerVideo&, const Error& error) {
     heard.failure("bannerViewDidFailToReceiveAdWithError", error);
   };
   delegate->bannerViewWillPresentModal = [&heard](ZVInBannerVideo&) {
@@ -179,9 +178,8 @@ Tour::Tour(Timeline& timeline, DemoRunLoop& loop, DemoHost& host, Config config)
     : timeline_(timeline), loop_(loop), host_(host), config_(std::move(config)) {}
 
 std::vector<std::string> Tour::scenarioNames() {
-  return {"banner",          "interstitial",  "interstitial-video", "in-banner-video",
-          "vast-wrapper",    "vast-nonlinear", "no-fill",            "broken-response",
-          "network-timeout"};
+  return {"banner",         "interstitial", "interstitial-video", "in-banner-video", "vast-wrapper",
+          "vast-nonlinear", "no-fill",      "broken-response",    "network-timeout"};
 }
 
 std::vector<ScenarioResult> Tour::run() {
@@ -197,8 +195,7 @@ std::vector<ScenarioResult> Tour::run() {
           slowAnswer()};
 }
 
-std::shared_ptr<ZVAdRequest> Tour::request(const std::string& adunit,
-                                           unsigned long timeout) const {
+std::shared_ptr<ZVAdRequest> Tour::request(const std::string& adunit, unsigned long timeout) const {
   auto request = std::make_shared<ZVAdRequest>();
   request->publisherId = config_.publisherId;
   request->adunitId = adunit;
@@ -278,16 +275,16 @@ ScenarioResult Tour::banner() {
   std::optional<ClickDestination> destination;
   if (auto link = SimulatedUser::tapFirstLink(banner)) {
     timeline_.emit("user", "taps the banner's link " + *link);
-    runUntil([&] { return SimulatedUser::destinationOnTop(host_.rootViewController()).has_value(); },
-             1);
+    runUntil(
+        [&] { return SimulatedUser::destinationOnTop(host_.rootViewController()).has_value(); }, 1);
     destination = SimulatedUser::destinationOnTop(host_.rootViewController());
     if (destination) {
-      timeline_.emit("click", "opened the " + destination->describe(),
-                     {{"destination", destination->kind == ClickDestination::Kind::StoreSheet
-                                          ? "store"
-                                          : "browser"},
-                      {"parameters", destination->parameters},
-                      {"url", destination->url}});
+      timeline_.emit(
+          "click", "opened the " + destination->describe(),
+          {{"destination",
+            destination->kind == ClickDestination::Kind::StoreSheet ? "store" : "browser"},
+           {"parameters", destination->parameters},
+           {"url", destination->url}});
       timeline_.emit("user", "closes it");
       SimulatedUser::closeSheetOnTop(host_.rootViewController());
       runUntil([&] { return heard.count("bannerViewDidDismissModal") > 0; }, 1);
@@ -306,8 +303,7 @@ ScenarioResult Tour::banner() {
                       heard.count("bannerViewWillPresentModal") == 1 &&
                       heard.count("bannerViewDidDismissModal") == 1 && stored;
   char summary[256];
-  std::snprintf(summary, sizeof summary,
-                "%zu ads %.1f s apart; click -> %s; sheet closed: %s",
+  std::snprintf(summary, sizeof summary, "%zu ads %.1f s apart; click -> %s; sheet closed: %s",
                 heard.count("bannerViewDidReceiveAd"), apart,
                 stored ? ("store sheet (" + storeSummary(destination->parameters) + ")").c_str()
                        : (destination ? destination->describe().c_str() : "nothing opened"),
@@ -318,8 +314,9 @@ ScenarioResult Tour::banner() {
 
 ScenarioResult Tour::interstitialDisplay() {
   const std::string name = "interstitial";
-  begin(name, "a full-screen HTML ad: loaded, shown, its link tapped, closed with its X button "
-              "(ad unit \"interstitial\")");
+  begin(name,
+        "a full-screen HTML ad: loaded, shown, its link tapped, closed with its X button "
+        "(ad unit \"interstitial\")");
   Heard heard(timeline_);
   auto delegate = interstitialDelegate(heard);
   auto ad = ZVInterstitialAd::create(request("interstitial"));
@@ -337,8 +334,8 @@ ScenarioResult Tour::interstitialDisplay() {
   auto modal = ad->modalController();
   if (auto link = SimulatedUser::tapFirstLink(modal ? modal->view() : nullptr)) {
     timeline_.emit("user", "taps the ad's link " + *link);
-    runUntil([&] { return SimulatedUser::destinationOnTop(host_.rootViewController()).has_value(); },
-             1);
+    runUntil(
+        [&] { return SimulatedUser::destinationOnTop(host_.rootViewController()).has_value(); }, 1);
     destination = SimulatedUser::destinationOnTop(host_.rootViewController());
     if (destination) {
       timeline_.emit("click", "opened the " + destination->describe(),
@@ -406,14 +403,14 @@ ScenarioResult Tour::interstitialVideo(const std::string& name, const std::strin
       }
     }
   }
-  const std::vector<std::string> expected = {"start", "firstQuartile", "midpoint",
-                                             "thirdQuartile", "complete"};
+  const std::vector<std::string> expected = {"start", "firstQuartile", "midpoint", "thirdQuartile",
+                                             "complete"};
   bool passed = heard.count("interstitialDidReceiveAd") == 1 &&
                 heard.count("interstitialWillPresentAd") == 1 && order == expected;
   std::string summary = "played to the end: " + std::to_string(order.size()) + " VAST events";
   if (wrapper) {
-    const bool chain = count("server", "/vast/wrapper2.xml") == 1 &&
-                       count("server", "/vast/inline.xml") == 1;
+    const bool chain =
+        count("server", "/vast/wrapper2.xml") == 1 && count("server", "/vast/inline.xml") == 1;
     const bool allTrackers = documents == std::set<std::string>{"inline", "wrapper1", "wrapper2"};
     passed = passed && chain && allTrackers;
     summary = std::string("chain wrapper1 -> wrapper2 -> inline ") +
@@ -431,8 +428,9 @@ ScenarioResult Tour::interstitialVideo(const std::string& name, const std::strin
 
 ScenarioResult Tour::inBannerVideo() {
   const std::string name = "in-banner-video";
-  begin(name, "a video in a 320x250 slot: received with nothing on screen, then playAd, played "
-              "to the end; a further loadAd is refused (ad unit \"video\")");
+  begin(name,
+        "a video in a 320x250 slot: received with nothing on screen, then playAd, played "
+        "to the end; a further loadAd is refused (ad unit \"video\")");
   Heard heard(timeline_);
   auto delegate = inBannerDelegate(heard);
   auto video = ZVInBannerVideo::create(request("video"), kVideoSlotSize);
@@ -456,7 +454,8 @@ ScenarioResult Tour::inBannerVideo() {
   timeline_.emit("app", "loadAd() again");
   video->loadAd();
   runUntil([] { return false; }, 0.5);
-  const bool refused = count("request") == requestsBefore && count("sdk", "Ad Not in loadable state") == 1;
+  const bool refused =
+      count("request") == requestsBefore && count("sdk", "Ad Not in loadable state") == 1;
   video->removeFromSuperview();
 
   const bool passed = heard.count("bannerViewDidReceiveAd") == 1 && emptyBeforePlay &&
@@ -470,8 +469,9 @@ ScenarioResult Tour::inBannerVideo() {
 
 ScenarioResult Tour::nonLinear() {
   const std::string name = "vast-nonlinear";
-  begin(name, "a VAST NonLinear creative (an image page), shown full screen (ad unit "
-              "\"video-nonlinear\")");
+  begin(name,
+        "a VAST NonLinear creative (an image page), shown full screen (ad unit "
+        "\"video-nonlinear\")");
   Heard heard(timeline_);
   auto delegate = interstitialDelegate(heard);
   auto ad = ZVInterstitialAd::create(request("video-nonlinear"));
@@ -536,8 +536,9 @@ ScenarioResult Tour::brokenResponse() {
 
 ScenarioResult Tour::slowAnswer() {
   const std::string name = "network-timeout";
-  begin(name, "the server takes longer than the request's netoworkTimeout of 1 s (ad unit "
-              "\"slow\")");
+  begin(name,
+        "the server takes longer than the request's netoworkTimeout of 1 s (ad unit "
+        "\"slow\")");
   Heard heard(timeline_);
   auto delegate = bannerDelegate(heard);
   auto banner = ZVBannerView::create(request("slow", 1), kBannerSize);
@@ -550,14 +551,14 @@ ScenarioResult Tour::slowAnswer() {
   const double waited =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   const auto error = heard.lastError();
-  const bool passed = error && error->domain == "libcurl" && error->code == 28 &&
-                      heard.errorThread() == "network";
+  const bool passed =
+      error && error->domain == "libcurl" && error->code == 28 && heard.errorThread() == "network";
   char summary[160];
-  std::snprintf(summary, sizeof summary, "%s after %.1f s of real time, on the %s thread",
-                error ? ("transport error " + error->domain + " " + std::to_string(error->code))
-                            .c_str()
-                      : "no failure",
-                waited, heard.errorThread().c_str());
+  std::snprintf(
+      summary, sizeof summary, "%s after %.1f s of real time, on the %s thread",
+      error ? ("transport error " + error->domain + " " + std::to_string(error->code)).c_str()
+            : "no failure",
+      waited, heard.errorThread().c_str());
   return finish(name, passed, summary);
 }
 
@@ -568,7 +569,8 @@ std::vector<ScenarioResult> Tour::probes(const std::string& adunit) {
       return "failed: " + error->domain + " " + std::to_string(error->code) + " " +
              error->localizedDescription();
     }
-    return heard.count(received) > 0 ? std::string("ad received") : std::string("no answer");
+    return heard.count(received) > 0 ? std::string("ad received")
+                                     : std::string("no answer in 15 s");
   };
   {
     begin("banner", "a 320x50 banner from ad unit \"" + adunit + "\"");
@@ -580,9 +582,11 @@ std::vector<ScenarioResult> Tour::probes(const std::string& adunit) {
     loop_.setObserver(stateWatcher(timeline_, banner, bannerStateName));
     timeline_.emit("app", "loadAd()");
     banner->loadAd();
-    const bool answered = runUntil([&] { return heard.total() > 0; });
+    runUntil([&] { return heard.total() > 0; });
     banner->removeFromSuperview();
-    results.push_back(finish("banner", answered, outcome(heard, "bannerViewDidReceiveAd")));
+    results.push_back(finish("banner",
+                             heard.count("bannerViewDidReceiveAd") > 0 && !heard.lastError(),
+                             outcome(heard, "bannerViewDidReceiveAd")));
   }
   for (const bool video : {false, true}) {
     const std::string name = video ? "interstitial-video" : "interstitial";
@@ -596,18 +600,24 @@ std::vector<ScenarioResult> Tour::probes(const std::string& adunit) {
     loop_.setObserver(stateWatcher(timeline_, ad, interstitialStateName));
     timeline_.emit("app", video ? "setSwitchToVideo(true); loadAd()" : "loadAd()");
     ad->loadAd();
-    const bool answered = runUntil([&] { return heard.total() > 0; });
+    runUntil([&] { return heard.total() > 0; });
+    bool played = !video;
     if (heard.count("interstitialDidReceiveAd") > 0) {
       timeline_.emit("app", "showFromViewController(root)");
       ad->showFromViewController(host_.rootViewController());
       auto modal = ad->modalController();
-      playUntil([&] { return video && count("vast", "complete at") > 0; },
-                [&] { return SimulatedUser::progressShown(modal ? modal->view() : nullptr); });
+      if (video) {
+        played = playUntil(
+            [&] { return count("vast", "complete at") > 0; },
+            [&] { return SimulatedUser::progressShown(modal ? modal->view() : nullptr); });
+      }
+      timeline_.emit("user", "presses the ad's X button");
       if (modal) SimulatedUser::pressButton(modal->view(), "X");
-      runUntil([&] { return host_.rootViewController()->presentedViewController() == nullptr; },
-               1);
+      runUntil([&] { return host_.rootViewController()->presentedViewController() == nullptr; }, 1);
     }
-    results.push_back(finish(name, answered, outcome(heard, "interstitialDidReceiveAd")));
+    results.push_back(
+        finish(name, heard.count("interstitialDidReceiveAd") > 0 && played && !heard.lastError(),
+               outcome(heard, "interstitialDidReceiveAd")));
   }
   {
     begin("in-banner-video", "a 320x250 in-banner video from ad unit \"" + adunit + "\"");
@@ -619,7 +629,7 @@ std::vector<ScenarioResult> Tour::probes(const std::string& adunit) {
     loop_.setObserver(stateWatcher(timeline_, video, bannerStateName));
     timeline_.emit("app", "loadAd()");
     video->loadAd();
-    const bool answered = runUntil([&] { return heard.total() > 0; });
+    runUntil([&] { return heard.total() > 0; });
     if (heard.count("bannerViewDidReceiveAd") > 0) {
       timeline_.emit("app", "playAd()");
       video->playAd();
@@ -627,7 +637,9 @@ std::vector<ScenarioResult> Tour::probes(const std::string& adunit) {
                 [&] { return SimulatedUser::progressShown(video); });
     }
     video->removeFromSuperview();
-    results.push_back(finish("in-banner-video", answered, outcome(heard, "bannerViewDidReceiveAd")));
+    results.push_back(finish("in-banner-video",
+                             heard.count("bannerViewDidFinishPlayingAd") > 0 && !heard.lastError(),
+                             outcome(heard, "bannerViewDidReceiveAd")));
   }
   return results;
 }

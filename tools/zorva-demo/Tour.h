@@ -63,7 +63,8 @@ class Tour {
   /// queue's clock and 15 s of real time.
   bool runUntil(const std::function<bool()>& done, double virtualSeconds = 30);
   /// Prints a progress bar once per second of media while `playing` holds, until `done`.
-  bool playUntil(const std::function<bool()>& done, const std::function<std::optional<float>()>& bar);
+  bool playUntil(const std::function<bool()>& done,
+                 const std::function<std::optional<float>()>& bar);
   std::size_t count(const std::string& kind, const std::string& text = "") const;
 
   Timeline& timeline_;

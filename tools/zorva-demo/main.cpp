@@ -46,18 +46,17 @@ int runDemo(const DemoOptions& options) {
     serverUrl = *options.server;
   } else {
     std::optional<platform::Error> error;
-    server = tools::AdServer::start(
-        {.slowDelay = kSlowAnswer,
-         .log =
-             [&timeline](const tools::RequestRecord& record) {
-               Timeline::nameThisThread("server");
-               timeline.emit("server", record.line(),
-                             {{"method", record.method},
-                              {"path", record.path},
-                              {"query", record.query},
-                              {"status", record.status}});
-             }},
-        &error);
+    server = tools::AdServer::start({.slowDelay = kSlowAnswer,
+                                     .log =
+                                         [&timeline](const tools::RequestRecord& record) {
+                                           Timeline::nameThisThread("server");
+                                           timeline.emit("server", record.line(),
+                                                         {{"method", record.method},
+                                                          {"path", record.path},
+                                                          {"query", record.query},
+                                                          {"status", record.status}});
+                                         }},
+                                    &error);
     if (!server) {
       std::cerr << "zorva-demo: the embedded ad server cannot start: "
                 << (error ? error->localizedDescription() : "unknown error") << "\n";
@@ -82,17 +81,15 @@ int runDemo(const DemoOptions& options) {
                             "no decoding, each video lasts " +
                             std::to_string(static_cast<int>(DemoHost::kMediaSeconds)) + " s)");
 
-  Tour tour(timeline, loop, host,
-            {.serverUrl = serverUrl,
-             .publisherId = options.publisherId,
-             .adunitId = options.adunitId});
+  Tour tour(
+      timeline, loop, host,
+      {.serverUrl = serverUrl, .publisherId = options.publisherId, .adunitId = options.adunitId});
   const auto results = tour.run();
 
   std::size_t failed = 0;
   for (const auto& result : results) failed += result.passed ? 0 : 1;
   timeline.setScenario("");
-  const double virtualSeconds =
-      std::chrono::duration<double>(queue.now() - origin).count();
+  const double virtualSeconds = std::chrono::duration<double>(queue.now() - origin).count();
   const double realSeconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - realStart).count();
   char line[200];
@@ -106,8 +103,11 @@ int runDemo(const DemoOptions& options) {
                   "%zu of %zu scenarios did not behave as expected (see FAIL above).", failed,
                   results.size());
   }
-  timeline.emit("result", line, {{"passed", failed == 0}, {"scenarios", results.size()},
-                                 {"failed", failed}, {"realSeconds", realSeconds}});
+  timeline.emit("result", line,
+                {{"passed", failed == 0},
+                 {"scenarios", results.size()},
+                 {"failed", failed},
+                 {"realSeconds", realSeconds}});
   if (server) server->stop();
   return failed == 0 ? 0 : 1;
 }

@@ -172,6 +172,15 @@ std::string storeSummary(const Value& parameters) {
   return text;
 }
 
+/// The summary of a load that delivered no ad.
+std::string noAd(const Heard& heard) {
+  if (auto error = heard.lastError()) {
+    return "no ad: " + error->domain + " " + std::to_string(error->code) + " " +
+           error->localizedDescription();
+  }
+  return "no ad: nothing heard in time";
+}
+
 }  // namespace
 
 Tour::Tour(Timeline& timeline, DemoRunLoop& loop, DemoHost& host, Config config)
@@ -270,6 +279,10 @@ ScenarioResult Tour::banner() {
   timeline_.emit("app", "loadAd()");
   banner->loadAd();
   runUntil([&] { return heard.total() > 0; });
+  if (heard.count("bannerViewDidReceiveAd") == 0) {
+    banner->removeFromSuperview();
+    return finish(name, false, noAd(heard));
+  }
   const auto firstAt = platform::MainQueue::shared().now();
 
   std::optional<ClickDestination> destination;
@@ -326,6 +339,7 @@ ScenarioResult Tour::interstitialDisplay() {
   timeline_.emit("app", "loadAd()");
   ad->loadAd();
   runUntil([&] { return heard.total() > 0; });
+  if (heard.count("interstitialDidReceiveAd") == 0) return finish(name, false, noAd(heard));
   timeline_.emit("app", "showFromViewController(root)");
   ad->showFromViewController(host_.rootViewController());
   runUntil([&] { return heard.count("interstitialWillPresentAd") > 0; }, 1);
@@ -380,6 +394,7 @@ ScenarioResult Tour::interstitialVideo(const std::string& name, const std::strin
   timeline_.emit("app", "setSwitchToVideo(true); loadAd()");
   ad->loadAd();
   runUntil([&] { return heard.total() > 0; });
+  if (heard.count("interstitialDidReceiveAd") == 0) return finish(name, false, noAd(heard));
   timeline_.emit("app", "showFromViewController(root)");
   ad->showFromViewController(host_.rootViewController());
   runUntil([&] { return heard.count("interstitialWillPresentAd") > 0; }, 1);
@@ -442,6 +457,10 @@ ScenarioResult Tour::inBannerVideo() {
   timeline_.emit("app", "loadAd()");
   video->loadAd();
   runUntil([&] { return heard.total() > 0; });
+  if (heard.count("bannerViewDidReceiveAd") == 0) {
+    video->removeFromSuperview();
+    return finish(name, false, noAd(heard));
+  }
   const bool emptyBeforePlay = video->subviews().empty();
   timeline_.emit("note", std::string("on screen before playAd: ") +
                              (emptyBeforePlay ? "nothing" : "a view (unexpected)"));
@@ -482,6 +501,7 @@ ScenarioResult Tour::nonLinear() {
   timeline_.emit("app", "setSwitchToVideo(true); loadAd()");
   ad->loadAd();
   runUntil([&] { return heard.total() > 0; });
+  if (heard.count("interstitialDidReceiveAd") == 0) return finish(name, false, noAd(heard));
   timeline_.emit("app", "showFromViewController(root)");
   ad->showFromViewController(host_.rootViewController());
   runUntil([&] { return heard.count("interstitialWillPresentAd") > 0; }, 1);

@@ -58,10 +58,9 @@ bool DemoRunLoop::runUntil(const std::function<bool()>& predicate, platform::Dur
       continue;
     }
     // Nothing will happen on the virtual clock before the limit: give other threads a last
-    // chance, then stop.
+    // chance, then let the time run out (as a user waiting would) and stop.
     if (queue_.runUntil([&] { return busy_() || somethingToDo(); }, kQuietGrace)) continue;
-    if (next)
-      queue_.advanceBy(std::max(platform::Duration::zero(), virtualDeadline - queue_.now()));
+    queue_.advanceBy(std::max(platform::Duration::zero(), virtualDeadline - queue_.now()));
     return check();
   }
 }

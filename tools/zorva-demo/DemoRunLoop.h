@@ -24,9 +24,10 @@ class DemoRunLoop {
   explicit DemoRunLoop(platform::MainQueue& queue, Busy busy = networkBusy);
 
   /// Runs until `predicate` holds. Gives up (answering the predicate's last value) after
-  /// `realTimeout` of real time, when a virtual clock would have to pass `virtualLimit` from
-  /// now, or when nothing is left that could change anything (no work, no timer, nothing in
-  /// flight). `observer`, if set, runs after every step (to watch state).
+  /// `realTimeout` of real time, or when a virtual clock reaches `virtualLimit` from now; when
+  /// nothing is left that could change anything before the limit (no work, no timer before it,
+  /// nothing in flight), the clock goes straight to the limit. The observer, if set, runs after
+  /// every step (to watch state).
   bool runUntil(const std::function<bool()>& predicate, platform::Duration realTimeout,
                 platform::Duration virtualLimit);
   /// Lets `duration` pass on the queue's clock while serving whatever happens meanwhile.

@@ -30,6 +30,8 @@ DemoHost::DemoHost() {
   auto settings = ZorvaSDK::shared();
   settings->setStoreURL(platform::URL::URLWithString("https://apps.apple.com/app/id1234567890"));
   settings->setAppkeywords("demo,tour");
+  // A location the app knows already, so no load waits for a fix.
+  settings->setLocation(platform::Location(52.52, 13.405));
 
   // No display and no decoder here: pages "load" and videos "play" in the headless engines,
   // driven by the main queue's clock.

@@ -18,6 +18,7 @@
 #include <zorva/platform/WebEngine.h>
 
 #include "Common/ZVInstanceFactory.h"
+#include "Common/ZVLinkResolver.h"
 #include "Common/ZVLog.h"
 #include "Common/ZVUtility.h"
 
@@ -34,6 +35,7 @@ void resetProcessState() {
   ZVInstanceFactory::setSharedNetworkhandlerForTesting(nullptr);
   ZVInstanceFactory::setSharedLocationManagerForTesting(nullptr);
   ZVUtility::resetCachesForTesting();
+  ZVResetAppSuitabilityForTesting();
   // The platform: no windows, a phone in portrait, the machine's time zone, a headless engine
   // that finishes loads by itself, a headless media engine that plays 15 s media by itself,
   // location services not yet authorized.

@@ -1,0 +1,285 @@
+#include "Common/ZVRTBRequestBuilder.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include <zorva/ZorvaSDK.h>
+#include <zorva/platform/Bundle.h>
+#include <zorva/platform/Device.h>
+#include <zorva/platform/JSONSerialization.h>
+#include <zorva/platform/Text.h>
+#include <zorva/platform/UUID.h>
+
+#include "Common/ZVInstanceFactory.h"
+#include "Common/ZVLocationManager.h"
+#include "Common/ZVLog.h"
+#include "Common/ZVUtility.h"
+
+namespace zorva {
+
+namespace {
+
+constexpr const char* kSKAdNetworkWarning =
+    "Please Add SKNetwork ids in plist, It's absense will affect app installation campaign "
+    "measurement";
+
+// A programming error of the host app: stop at once, saying what is wrong, rather than send a
+// request the ad server cannot attribute.
+[[noreturn]] void fatal(const char* message) {
+  std::fprintf(stderr, "Zorva SDK: fatal: %s\n", message);
+  std::fflush(stderr);
+  std::abort();
+}
+
+// Setting an absent value leaves the key out.
+template <typename T>
+void setIfPresent(Value& object, const char* key, const std::optional<T>& value) {
+  if (value) object[key] = *value;
+}
+
+Value sizeObject(ZVAdSize size) {
+  Value object = Value::object();
+  object["w"] = size.width;
+  object["h"] = size.height;
+  return object;
+}
+
+}  // namespace
+
+std::string itunesIdFromURL(const platform::URL& url) {
+  const std::string last = url.lastPathComponent();
+  std::string id;
+  id.reserve(last.size());
+  for (std::size_t i = 0; i < last.size(); ++i) {
+    if (last.compare(i, 2, "id") == 0) {
+      ++i;  // one left-to-right pass: the text after a removal is not searched again
+      continue;
+    }
+    id.push_back(last[i]);
+  }
+  return id;
+}
+
+std::shared_ptr<ZVRTBRequestBuilder> ZVRTBRequestBuilder::create(
+    std::shared_ptr<ZVAdRequest> request) {
+  return std::shared_ptr<ZVRTBRequestBuilder>(new ZVRTBRequestBuilder(std::move(request)));
+}
+
+void ZVRTBRequestBuilder::build(Completion completion) {
+  completionBlock_ = std::move(completion);
+  if (!request_->publisherId || !request_->adunitId) {
+    fatal(
+        "ZVRTBRequestBuilder: the ad request's publisherId and adunitId must both be set "
+        "before an ad is loaded");
+  }
+  Value parameters = Value::object();
+  parameters["pid"] = *request_->publisherId;
+  parameters["aid"] = *request_->adunitId;
+  // Written back into the request, so later loads find it set.
+  if (!request_->serverUrl) request_->serverUrl = ZVAdRequest::defaultServerUrl();
+
+  const std::string text = *request_->serverUrl + "?" + ZVUtility::queryString(parameters);
+  platform::URLRequest request(platform::URL::URLWithString(text),
+                               platform::URLRequestCachePolicy::ReloadIgnoringLocalCacheData,
+                               static_cast<double>(request_->netoworkTimeout));
+  request.HTTPMethod = "POST";
+
+  auto self = shared_from_this();
+  rtbDictionary([self, request = std::move(request)](Value dictionary) mutable {
+    self->deliver(std::move(request), dictionary);
+  });
+}
+
+void ZVRTBRequestBuilder::deliver(platform::URLRequest request, const Value& dictionary) {
+  try {
+    std::optional<Error> error;
+    auto body = platform::JSONSerialization::dataWithJSONObject(dictionary, &error);
+    if (error) {
+      ZV_LOG(1, "-[ZVRTBRequestBuilder build:]_block_invoke", "%s",
+             error->localizedDescription().c_str());
+    }
+    // After a serialisation error the request still goes out, without a body.
+    if (body) request.HTTPBody = std::move(*body);
+    if (ZVLog::level() >= 3) {
+      const std::string url = request.url ? request.url->absoluteString() : "(null)";
+      const auto data =
+          request.HTTPBody ? platform::stringFromUTF8Data(*request.HTTPBody) : std::nullopt;
+      ZV_LOG(3, "-[ZVRTBRequestBuilder build:]_block_invoke", "\nURL - %s\n Data - %s\n",
+             url.c_str(), platform::describe(data).c_str());
+    }
+    if (completionBlock_) completionBlock_(std::move(request), std::nullopt);
+  } catch (const std::exception& exception) {
+    if (completionBlock_) {
+      completionBlock_(std::nullopt, ZVUtility::errorWithCode(1, exception.what()));
+    }
+  }
+}
+
+void ZVRTBRequestBuilder::rtbDictionary(DictionaryCallback callback) {
+  Value dictionary = Value::object();
+  dictionary["id"] = platform::UUID::create().UUIDString();
+  dictionary["imp"] = Value::array({impressionJson()});
+  dictionary["app"] = appJson();
+  dictionary["user"] = userJson();
+  deviceJson([dictionary, callback = std::move(callback)](Value device) mutable {
+    dictionary["device"] = std::move(device);
+    callback(std::move(dictionary));
+  });
+}
+
+ZVAdSize ZVRTBRequestBuilder::slotSize() const {
+  return isInterstitial_ ? ZVUtility::interstitialDefaultSize() : requestedAdSize_;
+}
+
+Value ZVRTBRequestBuilder::impressionJson() {
+  Value impression = Value::object();
+  impression["id"] = platform::UUID::create().UUIDString();
+  setIfPresent(impression, "tagid", request_->adunitId);
+  if (isVideo_) {
+    impression["video"] = videoJson();
+  } else {
+    impression["banner"] = bannerJson();
+  }
+  impression["instl"] = isInterstitial_ ? 1 : 0;
+  impression["secure"] = 1;
+  impression["displaymanager"] = ZVUtility::sdkName();
+  impression["displaymanagerver"] = ZVUtility::sdkVersion();
+
+  if (!platform::Device::currentDevice().systemVersionAtLeast("14.0")) return impression;
+
+  const Value items = platform::Bundle::mainBundle().objectForInfoDictionaryKey("SKAdNetworkItems");
+  if (!items.is_array() || items.empty()) {
+    ZV_LOG(2, "-[ZVRTBRequestBuilder impressionJson]", "%s", kSKAdNetworkWarning);
+    return impression;
+  }
+  Value skadn = Value::object();
+  skadn["version"] = "2.0";
+  if (auto storeURL = ZorvaSDK::shared()->storeURL();
+      storeURL && !storeURL->absoluteString().empty()) {
+    skadn["sourceapp"] = itunesIdFromURL(*storeURL);
+  }
+  Value ids = Value::array();
+  for (const Value& item : items) {
+    auto id = item.is_object() ? item.find("SKAdNetworkIdentifier") : item.end();
+    if (!item.is_object() || id == item.end() || id->is_null()) {
+      fatal(
+          "ZVRTBRequestBuilder: every entry of the app's \"SKAdNetworkItems\" needs an "
+          "\"SKAdNetworkIdentifier\"");
+    }
+    ids.push_back(*id);
+  }
+  skadn["skadnetids"] = std::move(ids);
+  Value ext = Value::object();
+  ext["skadn"] = std::move(skadn);
+  impression["ext"] = std::move(ext);
+  return impression;
+}
+
+Value ZVRTBRequestBuilder::bannerJson() const {
+  Value banner = Value::object();
+  if (isInterstitial_) banner["pos"] = 7;
+  const ZVAdSize size = slotSize();
+  banner["w"] = size.width;
+  banner["h"] = size.height;
+  return banner;
+}
+
+Value ZVRTBRequestBuilder::videoJson() const {
+  Value video = Value::object();
+  video["mimes"] = Value::array({"video/3gpp2", "video/mp4", "video/3gpp"});
+  video["protocols"] = Value::array({2, 3, 5, 6, 7, 8});
+  video["linearity"] = 1;
+  const ZVAdSize size = slotSize();
+  video["w"] = size.width;
+  video["h"] = size.height;
+  return video;
+}
+
+Value ZVRTBRequestBuilder::sizeArrayForAdSizes(const std::vector<ZVAdSize>& sizes) {
+  Value array = Value::array();
+  for (const ZVAdSize& size : sizes) array.push_back(sizeObject(size));
+  return array;
+}
+
+Value ZVRTBRequestBuilder::interstitialSizeArray() {
+  return sizeArrayForAdSizes({ZVUtility::interstitialDefaultSize()});
+}
+
+Value ZVRTBRequestBuilder::appJson() const {
+  auto settings = ZorvaSDK::shared();
+  Value app = Value::object();
+  Value publisher = Value::object();
+  setIfPresent(publisher, "id", request_->publisherId);
+  app["publisher"] = std::move(publisher);
+  setIfPresent(app, "name", ZVUtility::appName());
+  setIfPresent(app, "ver", ZVUtility::appVersion());
+  setIfPresent(app, "keywords", settings->appkeywords());
+  if (auto storeURL = settings->storeURL()) {
+    app["storeurl"] = storeURL->absoluteString();
+    // The App Store id, not the bundle identifier: that is what the exchange expects here.
+    app["bundle"] = itunesIdFromURL(*storeURL);
+  }
+  return app;
+}
+
+Value ZVRTBRequestBuilder::userJson() const {
+  auto settings = ZorvaSDK::shared();
+  Value user = Value::object();
+  setIfPresent(user, "keywords", settings->userKeywords());
+  if (auto consent = settings->gdprConsent()) {
+    Value ext = Value::object();
+    ext["consent"] = *consent;
+    user["ext"] = std::move(ext);
+  }
+  return user;
+}
+
+Value ZVRTBRequestBuilder::regulationsJson() const {
+  auto settings = ZorvaSDK::shared();
+  Value regulations = Value::object();
+  regulations["coppa"] = settings->coppa();
+  Value ext = Value::object();
+  ext["gdpr"] = settings->gdpr();
+  regulations["ext"] = std::move(ext);
+  return regulations;
+}
+
+void ZVRTBRequestBuilder::deviceJson(DictionaryCallback callback) {
+  // Everything after the location, then the user agent, which may both arrive later.
+  auto finish = [callback = std::move(callback)](std::optional<platform::Location> location) {
+    Value device = Value::object();
+    if (location) {
+      Value geo = Value::object();
+      geo["lat"] = location->coordinate.latitude;
+      geo["lon"] = location->coordinate.longitude;
+      geo["type"] = 3;
+      device["geo"] = std::move(geo);
+    }
+    device["ifa"] = ZVUtility::advertisingID();
+    device["lmt"] = ZVUtility::limitAdTracking();
+    setIfPresent(device, "devicetype", ZVUtility::deviceType());
+    setIfPresent(device, "mccmnc", ZVUtility::mccmnc());
+    device["pxratio"] = ZVUtility::pxratio();
+    device["make"] = ZVUtility::make();
+    device["model"] = ZVUtility::model();
+    device["os"] = ZVUtility::osName();
+    device["osv"] = ZVUtility::osVersion();
+    device["w"] = ZVUtility::deviceWidth();
+    device["h"] = ZVUtility::deviceHeight();
+    device["js"] = 1;
+    setIfPresent(device, "language", ZVUtility::acceptLanguage());
+    setIfPresent(device, "carrier", ZVUtility::carrierName());
+    ZVUtility::userAgent(
+        [device = std::move(device), callback](std::optional<std::string> userAgent) mutable {
+          setIfPresent(device, "ua", userAgent);
+          callback(std::move(device));
+        });
+  };
+  if (auto location = ZorvaSDK::shared()->location()) {
+    finish(location);
+    return;
+  }
+  ZVInstanceFactory::sharedLocationManager()->fetchLocation(std::move(finish));
+}
+
+}  // namespace zorva

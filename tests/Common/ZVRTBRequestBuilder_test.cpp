@@ -1,0 +1,409 @@
+// The OpenRTB bid request: what each ad format asks for, the app, device and user facts, and the
+// HTTP request that carries it.
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include <zorva/ZorvaSDK.h>
+#include <zorva/platform/AdvertisingIdentifierManager.h>
+#include <zorva/platform/Bundle.h>
+#include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/HeadlessWebEngine.h>
+#include <zorva/platform/LocationManager.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/UUID.h>
+#include <zorva/platform/ViewController.h>
+#include <zorva/platform/Window.h>
+
+#include "Common/ZVAdLoader.h"
+#include "Common/ZVInstanceFactory.h"
+#include "Common/ZVLocationManager.h"
+#include "Common/ZVLog.h"
+#include "Common/ZVRTBRequestBuilder.h"
+#include "support/LoopbackServer.h"
+#include "support/TestEnvironment.h"
+
+namespace zorva {
+namespace {
+
+using platform::URLRequest;
+
+struct Built {
+  std::optional<URLRequest> request;
+  std::optional<Error> error;
+  Value body;
+  bool onMainThread = false;
+  int calls = 0;
+};
+
+class RequestBuilderTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    // An app on screen: its key window's scene gives the orientation.
+    window_ = platform::DeviceProfile::phone().makeKeyWindow(platform::ViewController::create());
+    request_ = std::make_shared<ZVAdRequest>();
+    request_->publisherId = "pub-1";
+    request_->adunitId = "unit-9";
+    request_->serverUrl = "http://127.0.0.1:9/zorva/servad";
+    platform::Bundle::mainBundle().setInfoDictionary(
+        {{"CFBundleDisplayName", "Zorva Demo"},
+         {"CFBundleShortVersionString", "2.4.1"},
+         {"SKAdNetworkItems", Value::array({{{"SKAdNetworkIdentifier", "first.skadnetwork"}},
+                                            {{"SKAdNetworkIdentifier", "second.skadnetwork"}}})}});
+  }
+
+  std::shared_ptr<ZVRTBRequestBuilder> builder(bool video, bool interstitial,
+                                               ZVAdSize size = {320, 50}) {
+    auto b = ZVRTBRequestBuilder::create(request_);
+    b->setIsVideo(video);
+    b->setIsInterstitial(interstitial);
+    b->setRequestedAdSize(size);
+    return b;
+  }
+
+  // Runs one build to its end and reads the body back.
+  Built build(const std::shared_ptr<ZVRTBRequestBuilder>& b) {
+    auto built = std::make_shared<Built>();
+    b->build([built](std::optional<URLRequest> request, std::optional<Error> error) {
+      built->onMainThread = platform::MainQueue::shared().isCurrent();
+      ++built->calls;
+      built->request = std::move(request);
+      built->error = std::move(error);
+    });
+    EXPECT_TRUE(test::runMainQueueUntil([&] { return built->calls > 0; }));
+    if (built->request && built->request->HTTPBody) {
+      built->body = Value::parse(*built->request->HTTPBody);
+    }
+    return *built;
+  }
+
+  Value impression(bool video, bool interstitial, ZVAdSize size = {320, 50}) {
+    return build(builder(video, interstitial, size)).body["imp"][0];
+  }
+
+  std::shared_ptr<platform::Window> window_;
+  std::shared_ptr<ZVAdRequest> request_;
+};
+
+TEST_F(RequestBuilderTest, ABannerAsksForItsSlotSize) {
+  auto built = build(builder(false, false, {320, 50}));
+  ASSERT_TRUE(built.request);
+  EXPECT_NE(built.request->HTTPBody->find(R"("banner":{"w":320,"h":50})"), std::string::npos);
+  const Value& imp = built.body["imp"][0];
+  EXPECT_FALSE(imp.contains("video"));
+  EXPECT_EQ(imp["tagid"], "unit-9");
+  EXPECT_EQ(imp["instl"], 0);
+  EXPECT_EQ(imp["secure"], 1);
+  EXPECT_EQ(imp["displaymanager"], "ZorvaSDK");
+  EXPECT_EQ(imp["displaymanagerver"], "1.3.0");
+  // Keys in the order the exchange documents them.
+  std::vector<std::string> keys;
+  for (auto& [key, value] : imp.items()) keys.push_back(key);
+  EXPECT_EQ(keys, (std::vector<std::string>{"id", "tagid", "banner", "instl", "secure",
+                                            "displaymanager", "displaymanagerver", "ext"}));
+  EXPECT_EQ(impression(false, false, {300.5, 250})["banner"]["w"], 300.5);
+}
+
+TEST_F(RequestBuilderTest, AnInterstitialAsksForTheFullScreenWhateverItsSlot) {
+  const Value imp = impression(false, true, {10, 10});
+  EXPECT_EQ(imp["banner"].dump(), R"({"pos":7,"w":320,"h":480})");
+  EXPECT_EQ(imp["instl"], 1);
+
+  const Value video = impression(true, true, {10, 10});
+  EXPECT_FALSE(video.contains("banner"));
+  EXPECT_EQ(video["video"].dump(),
+            R"({"mimes":["video/3gpp2","video/mp4","video/3gpp"],"protocols":[2,3,5,6,7,8],)"
+            R"("linearity":1,"w":320,"h":480})");
+  EXPECT_EQ(video["instl"], 1);
+
+  EXPECT_EQ(impression(true, false, {300, 250})["video"]["w"], 300);
+  EXPECT_FALSE(impression(true, false, {300, 250})["video"].contains("pos"));
+}
+
+TEST_F(RequestBuilderTest, SKAdNetworkIdsTravelFromSystem14On) {
+  EXPECT_EQ(
+      impression(false, false)["ext"].dump(),
+      R"({"skadn":{"version":"2.0","skadnetids":["first.skadnetwork","second.skadnetwork"]}})");
+
+  ZorvaSDK::shared()->setStoreURL(
+      platform::URL::URLWithString("https://apps.apple.com/app/x/id987"));
+  EXPECT_EQ(impression(false, false)["ext"]["skadn"]["sourceapp"], "987");
+
+  auto profile = platform::DeviceProfile::phone();
+  profile.systemVersion = "13.7";
+  profile.apply();
+  test::LogCapture log;
+  ZVLog::setLevel(2);
+  EXPECT_FALSE(impression(false, false).contains("ext"));
+  EXPECT_TRUE(log.entries().empty());
+}
+
+TEST_F(RequestBuilderTest, AMissingSKAdNetworkListOnlyCostsTheExtensionAndAWarning) {
+  platform::Bundle::mainBundle().setInfoDictionary({{"SKAdNetworkItems", Value::array()}});
+  ZVLog::setLevel(2);
+  test::LogCapture log;
+  EXPECT_FALSE(impression(false, false).contains("ext"));
+  auto warnings = log.entriesContaining(
+      "Please Add SKNetwork ids in plist, It's absense will affect app installation campaign "
+      "measurement");
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find("- W -"), std::string::npos);
+}
+
+TEST_F(RequestBuilderTest, EveryBuildHasFreshDistinctIds) {
+  auto b = builder(false, false);
+  auto first = build(b).body;
+  auto second = build(b).body;
+  std::set<std::string> ids{first["id"], first["imp"][0]["id"], second["id"],
+                            second["imp"][0]["id"]};
+  EXPECT_EQ(ids.size(), 4u);
+  for (const auto& id : ids) EXPECT_TRUE(platform::UUID::fromString(id)) << id;
+  EXPECT_EQ(first["id"].get<std::string>(),
+            platform::UUID::fromString(first["id"].get<std::string>())->UUIDString());
+}
+
+TEST_F(RequestBuilderTest, TheStoreIdIsTheLastPathComponentWithoutAnyId) {
+  auto id = [](const char* url) { return itunesIdFromURL(*platform::URL::URLWithString(url)); };
+  EXPECT_EQ(id("https://apps.apple.com/us/app/some-name/id1234567890"), "1234567890");
+  EXPECT_EQ(id("https://apps.apple.com/app/video-id12"), "veo-12");
+  EXPECT_EQ(id("https://apps.apple.com/app/iidd"), "id");  // one pass, as the platform replaces
+  EXPECT_EQ(id("https://apps.apple.com"), "");
+
+  ZorvaSDK::shared()->setStoreURL(
+      platform::URL::URLWithString("https://apps.apple.com/us/app/name/id1234567890"));
+  ZorvaSDK::shared()->setAppkeywords("games,puzzle");
+  const Value app = build(builder(false, false)).body["app"];
+  EXPECT_EQ(app.dump(),
+            R"({"publisher":{"id":"pub-1"},"name":"Zorva Demo","ver":"2.4.1",)"
+            R"("keywords":"games,puzzle","storeurl":"https://apps.apple.com/us/app/name/)"
+            R"(id1234567890","bundle":"1234567890"})");
+}
+
+TEST_F(RequestBuilderTest, TheUserCarriesKeywordsAndConsentOnly) {
+  EXPECT_EQ(build(builder(false, false)).body["user"].dump(), "{}");
+  auto settings = ZorvaSDK::shared();
+  settings->setUserKeywords("sports");
+  settings->setGdprConsent("CONSENT-STRING");
+  EXPECT_EQ(build(builder(false, false)).body["user"].dump(),
+            R"({"keywords":"sports","ext":{"consent":"CONSENT-STRING"}})");
+}
+
+TEST_F(RequestBuilderTest, CoppaAndGdprFlagsAreNotSent) {
+  auto strip = [](Value body) {
+    body.erase("id");
+    body["imp"][0].erase("id");
+    return body;
+  };
+  const Value before = strip(build(builder(false, false)).body);
+  ZorvaSDK::shared()->setCoppa(true);
+  ZorvaSDK::shared()->setGdpr(true);
+  EXPECT_EQ(strip(build(builder(false, false)).body), before);
+  EXPECT_FALSE(before.contains("regs"));
+  EXPECT_EQ(builder(false, false)->regulationsJson().dump(),
+            R"({"coppa":true,"ext":{"gdpr":true}})");
+}
+
+TEST_F(RequestBuilderTest, TheDeviceIsDescribedFromThePlatform) {
+  platform::AdvertisingIdentifierManager::sharedManager().setAdvertisingIdentifier(
+      *platform::UUID::fromString("E621E1F8-C36C-495A-93FC-0C247A3E6E5F"));
+  auto built = build(builder(false, false));
+  const Value& device = built.body["device"];
+  EXPECT_FALSE(device.contains("geo"));  // access to location is not determined
+  EXPECT_EQ(device["ifa"], "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+  EXPECT_EQ(device["lmt"], 1);
+  EXPECT_EQ(device["devicetype"], 4);
+  EXPECT_EQ(device["mccmnc"], "310-260");
+  EXPECT_EQ(device["pxratio"], 3);
+  EXPECT_EQ(device["make"], "Apple");
+  EXPECT_EQ(device["model"], "iPhone");
+  EXPECT_EQ(device["os"], "iOS");
+  EXPECT_EQ(device["osv"], "17.0");
+  EXPECT_EQ(device["w"], 375);
+  EXPECT_EQ(device["h"], 812);
+  EXPECT_EQ(device["js"], 1);
+  EXPECT_EQ(device["language"], "en");
+  EXPECT_EQ(device["carrier"], "Zorva Mobile");
+  ASSERT_TRUE(device["ua"].is_string());
+  EXPECT_NE(device["ua"].get<std::string>().find("iPhone"), std::string::npos);
+  // The first build waits for the web view's answer, which comes on the main thread.
+  EXPECT_TRUE(built.onMainThread);
+}
+
+TEST_F(RequestBuilderTest, TheAppsLocationIsUsedWithoutAFetch) {
+  platform::LocationManager::setAuthorizationStatus(
+      platform::AuthorizationStatus::AuthorizedWhenInUse);
+  ZorvaSDK::shared()->setLocation(platform::Location(12.5, -45.25));
+  const Value device = build(builder(false, false)).body["device"];
+  EXPECT_EQ(device["geo"].dump(), R"({"lat":12.5,"lon":-45.25,"type":3})");
+  EXPECT_EQ(device.begin().key(), "geo");
+  EXPECT_FALSE(
+      ZVInstanceFactory::sharedLocationManager()->locationManager()->isRequestingLocation());
+}
+
+TEST_F(RequestBuilderTest, AFetchedLocationIsSentTheSameWay) {
+  platform::LocationManager::setAuthorizationStatus(
+      platform::AuthorizationStatus::AuthorizedAlways);
+  platform::LocationManager::setSimulatedLocation(platform::Location(48.85, 2.35));
+  EXPECT_EQ(build(builder(false, false)).body["device"]["geo"].dump(),
+            R"({"lat":48.85,"lon":2.35,"type":3})");
+
+  platform::LocationManager::setAuthorizationStatus(platform::AuthorizationStatus::Denied);
+  auto refused = build(builder(false, false));
+  EXPECT_FALSE(refused.body["device"].contains("geo"));
+  EXPECT_TRUE(refused.body["device"].contains("ua"));
+}
+
+TEST_F(RequestBuilderTest, TheHttpRequestIsAPostToTheServerWithTheIdsInTheQuery) {
+  request_->netoworkTimeout = 7;
+  auto built = build(builder(false, false));
+  ASSERT_TRUE(built.request && built.request->url);
+  EXPECT_EQ(built.request->url->absoluteString(),
+            "http://127.0.0.1:9/zorva/servad?pid=pub-1&aid=unit-9");
+  EXPECT_EQ(built.request->HTTPMethod, "POST");
+  EXPECT_EQ(built.request->timeoutInterval, 7);
+  EXPECT_EQ(built.request->cachePolicy,
+            platform::URLRequestCachePolicy::ReloadIgnoringLocalCacheData);
+  EXPECT_TRUE(built.request->allHTTPHeaderFields.empty());
+}
+
+TEST_F(RequestBuilderTest, AMissingServerUrlIsRepairedInTheRequestItself) {
+  request_->serverUrl.reset();
+  auto built = build(builder(false, false));
+  ASSERT_TRUE(request_->serverUrl);
+  EXPECT_EQ(*request_->serverUrl, ZVAdRequest::defaultServerUrl());
+  EXPECT_EQ(built.request->url->path(), "/zorva/servad");
+  EXPECT_EQ(built.request->url->query(), "pid=pub-1&aid=unit-9");
+}
+
+TEST_F(RequestBuilderTest, AtInfoLevelTheWholeRequestIsLoggedOnOneEntry) {
+  ZVLog::setLevel(3);
+  test::LogCapture log;
+  auto built = build(builder(false, false));
+  auto lines = log.entriesContaining("URL - ");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("Data - " + *built.request->HTTPBody), std::string::npos);
+  EXPECT_NE(lines[0].find("?pid=pub-1&aid=unit-9"), std::string::npos);
+}
+
+TEST_F(RequestBuilderTest, ARaiseWhileDeliveringIsReportedAsInternalError) {
+  std::vector<std::optional<Error>> answers;
+  builder(false, false)->build([&](std::optional<URLRequest> request, std::optional<Error> error) {
+    answers.push_back(error);
+    if (request) throw std::runtime_error("the loader could not take the request");
+  });
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return answers.size() == 2; }));
+  EXPECT_FALSE(answers[0]);
+  ASSERT_TRUE(answers[1]);
+  EXPECT_EQ(answers[1]->code, 1);
+  EXPECT_EQ(answers[1]->localizedDescription(),
+            "InternalError(1) : the loader could not take the request");
+}
+
+TEST_F(RequestBuilderTest, ACachedUserAgentFinishesTheBuildOnTheCallersThread) {
+  build(builder(false, false));  // fills the cache
+  ZorvaSDK::shared()->setLocation(platform::Location(1, 2));
+  bool done = false;
+  builder(false, false)->build([&](std::optional<URLRequest>, std::optional<Error>) {
+    done = true;
+  });
+  EXPECT_TRUE(done);
+}
+
+using RequestBuilderDeathTest = RequestBuilderTest;
+
+TEST_F(RequestBuilderDeathTest, BuildingWithoutPublisherOrAdUnitStopsLoudly) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  request_->publisherId.reset();
+  EXPECT_DEATH(builder(false, false)->build([](auto, auto) {}),
+               "publisherId and adunitId must both be set");
+  request_->publisherId = "pub";
+  request_->adunitId.reset();
+  EXPECT_DEATH(builder(false, false)->build([](auto, auto) {}),
+               "publisherId and adunitId must both be set");
+}
+
+TEST_F(RequestBuilderDeathTest, AnSKAdNetworkEntryWithoutItsIdentifierStopsLoudly) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  platform::Bundle::mainBundle().setInfoDictionary(
+      {{"SKAdNetworkItems", Value::array({{{"Other", "x"}}})}});
+  EXPECT_DEATH(builder(false, false)->impressionJson(), "SKAdNetworkIdentifier");
+}
+
+}  // namespace
+}  // namespace zorva
+
+namespace zorva {
+namespace {
+
+// A whole load: the ad format's wiring of loader and builder, over real HTTP.
+class CountingDelegate : public ZVAdLoaderDelegate {
+ public:
+  void didReceiveAd(std::shared_ptr<ZorvaAd> received) override {
+    ad = std::move(received);
+    ++calls;
+  }
+  void didFailToReceivedAd(const Error& e) override {
+    error = e;
+    ++calls;
+  }
+  std::shared_ptr<ZorvaAd> ad;
+  std::optional<Error> error;
+  std::atomic<int> calls{0};
+};
+
+struct Variant {
+  const char* name;
+  bool video;
+  bool interstitial;
+  ZVAdSize size;
+  const char* object;  // "banner" or "video"
+  double width;
+  double height;
+};
+
+void PrintTo(const Variant& v, std::ostream* os) { *os << v.name; }
+
+class RequestLoadTest : public RequestBuilderTest, public testing::WithParamInterface<Variant> {};
+
+TEST_P(RequestLoadTest, OneLoadRunsFromTheSettingsToAReceivedAd) {
+  const Variant& v = GetParam();
+  test::LoopbackServer server;
+  server.respond("/zorva/servad",
+                 {.body = R"({"seatbid":[{"bid":[{"id":"b7","adm":"<b>hi</b>","price":3}]}]})"});
+  request_->serverUrl = server.url("/zorva/servad");
+
+  auto config = std::make_shared<ZVAdLoaderConfig>();
+  config->isVideo = v.video;
+  auto loader = ZVAdLoader::create(config);
+  loader->setRequestBuilder(builder(v.video, v.interstitial, v.size));
+  auto delegate = std::make_shared<CountingDelegate>();
+  loader->setDelegate(delegate);
+  loader->load();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return delegate->calls > 0; }));
+
+  ASSERT_TRUE(delegate->ad);
+  EXPECT_EQ(delegate->ad->bidId, "b7");
+  auto received = server.requests();
+  ASSERT_EQ(received.size(), 1u);
+  EXPECT_EQ(received[0].method, "POST");
+  EXPECT_EQ(received[0].params.find("pid")->second, "pub-1");
+  EXPECT_EQ(received[0].params.find("aid")->second, "unit-9");
+  const Value body = Value::parse(received[0].body);
+  const Value& imp = body["imp"][0];
+  ASSERT_TRUE(imp.contains(v.object));
+  EXPECT_EQ(imp[v.object]["w"], v.width);
+  EXPECT_EQ(imp[v.object]["h"], v.height);
+  EXPECT_EQ(imp["instl"], v.interstitial ? 1 : 0);
+  for (const char* key : {"id", "imp", "app", "user", "device"}) EXPECT_TRUE(body.contains(key));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Formats, RequestLoadTest,
+    testing::Values(Variant{"Banner", false, false, {320, 50}, "banner", 320, 50},
+                    Variant{"InterstitialBanner", false, true, {0, 0}, "banner", 320, 480},
+                    Variant{"InterstitialVideo", true, true, {0, 0}, "video", 320, 480},
+                    Variant{"InBannerVideo", true, false, {300, 250}, "video", 300, 250}),
+    [](const testing::TestParamInfo<Variant>& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace zorva

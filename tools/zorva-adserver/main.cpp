@@ -1,0 +1,132 @@
+// zorva-adserver: the loopback OpenRTB + VAST ad server, standalone. Serves until SIGINT or
+// SIGTERM. Exit status: 0 after a signal, 1 when the server cannot start (port taken, campaigns
+// file unreadable or malformed), 2 for a bad command line.
+#include <signal.h>
+
+#include <charconv>
+#include <cstring>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "zorva-adserver/AdServer.h"
+
+namespace {
+
+using zorva::tools::AdServer;
+using zorva::tools::Campaign;
+
+constexpr const char* kUsage = R"(Usage: zorva-adserver [options]
+Serves OpenRTB bid responses, VAST documents and a test video on a loopback address until
+interrupted (Ctrl-C), logging every request on standard output.
+
+Options:
+  --port N          port to listen on (default 0: pick a free port and print it)
+  --host ADDR       loopback address to bind (default 127.0.0.1; any 127.x.x.x, ::1, localhost)
+  --campaigns FILE  load campaigns from a JSON file; they replace built-ins with the same aid
+  --slow-ms N       how long the "slow" campaign waits before answering (default 5000)
+  --help            show this help and exit
+
+Bid endpoint: POST http://ADDR:PORT/zorva/servad?pid=<publisher id>&aid=<campaign>
+Built-in campaigns: banner, interstitial, video, video-wrapper, video-nonlinear, nofill, broken,
+slow. Other endpoints: GET /vast/<name>.xml, /media/zorva.mp4, /media/zorva.png, /track.
+
+Campaigns file: a JSON array of objects with the keys "aid" (required), "adm" or "vast" (markup),
+"w", "h", "price", "skadn", "delay_ms", "status", "raw_body"; {{BASE_URL}}, {{NONCE}},
+{{TIMESTAMP}} and {{SOURCEAPP}} in their text are filled in at every answer.
+
+Exit status: 0 after SIGINT or SIGTERM, 1 when the server cannot start, 2 for a bad command line.
+)";
+
+int usageError(const std::string& message) {
+  std::cerr << "zorva-adserver: " << message << "\nTry 'zorva-adserver --help'.\n";
+  return 2;
+}
+
+std::optional<long> parseNumber(std::string_view text, long low, long high) {
+  long value = 0;
+  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (ec != std::errc() || end != text.data() + text.size() || value < low || value > high) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  AdServer::Options options;
+  std::optional<std::string> campaignsFile;
+
+  for (int i = 1; i < argc; ++i) {
+    std::string arg = argv[i];
+    if (arg == "--help" || arg == "-h") {
+      std::cout << kUsage;
+      return 0;
+    }
+    // Both "--flag value" and "--flag=value".
+    std::string flag = arg;
+    std::optional<std::string> value;
+    if (auto equals = arg.find('='); arg.starts_with("--") && equals != std::string::npos) {
+      flag = arg.substr(0, equals);
+      value = arg.substr(equals + 1);
+    }
+    if (flag != "--port" && flag != "--host" && flag != "--campaigns" && flag != "--slow-ms") {
+      return usageError("unknown option '" + arg + "'");
+    }
+    if (!value) {
+      if (i + 1 >= argc) return usageError("option '" + flag + "' needs a value");
+      value = argv[++i];
+    }
+    if (flag == "--port") {
+      auto port = parseNumber(*value, 0, 65535);
+      if (!port) return usageError("--port wants a number from 0 to 65535, not '" + *value + "'");
+      options.port = static_cast<int>(*port);
+    } else if (flag == "--slow-ms") {
+      auto delay = parseNumber(*value, 0, 3'600'000);
+      if (!delay)
+        return usageError("--slow-ms wants milliseconds (0 to 3600000), not '" + *value + "'");
+      options.slowDelay = std::chrono::milliseconds(*delay);
+    } else if (flag == "--host") {
+      options.host = *value;
+    } else {
+      campaignsFile = *value;
+    }
+  }
+
+  std::optional<zorva::platform::Error> error;
+  if (campaignsFile) {
+    auto campaigns = Campaign::loadFile(*campaignsFile, &error);
+    if (!campaigns) {
+      std::cerr << "zorva-adserver: " << error->localizedDescription() << "\n";
+      return 1;
+    }
+    options.campaigns = std::move(*campaigns);
+  }
+
+  // The server's threads inherit this mask, so the signals reach sigwait below and nothing else.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+
+  auto server = AdServer::start(std::move(options), &error);
+  if (!server) {
+    std::cerr << "zorva-adserver: " << error->localizedDescription() << "\n";
+    return error->code == Campaign::kBadHost ? 2 : 1;
+  }
+  std::cout << "zorva-adserver listening on " << server->baseUrl() << "\n"
+            << "bid endpoint: " << server->servadUrl() << "?pid=<publisher id>&aid=<campaign>\n"
+            << "campaigns:";
+  for (const auto& aid : server->campaignIds()) std::cout << " " << aid;
+  std::cout << std::endl;
+
+  int received = 0;
+  sigwait(&signals, &received);
+  std::cout << "zorva-adserver: " << strsignal(received) << ", stopping" << std::endl;
+  server->stop();
+  return 0;
+}

@@ -197,6 +197,9 @@ void SdkLog::handle(std::string_view text) {
     return;
   }
   if (auto event = parseVastEvent(*entry)) {
+    // Once the five points have fired, every progress report (hundreds a second) logs a line
+    // with no event and no URL: nothing happened, nothing to show.
+    if (event->event == "(null)") return;
     char time[32];
     std::snprintf(time, sizeof time, "%.3f", event->time);
     const std::size_t count = event->trackers.size();

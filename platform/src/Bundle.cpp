@@ -1,10 +1,37 @@
 #include "zorva/platform/Bundle.h"
 
+#include <dlfcn.h>
+
+#include <filesystem>
+
 namespace zorva::platform {
 
 Bundle& Bundle::mainBundle() {
   static Bundle* bundle = new Bundle();
   return *bundle;
+}
+
+std::shared_ptr<Bundle> Bundle::bundleForAddress(const void* address) {
+  Dl_info info{};
+  if (!dladdr(address, &info) || !info.dli_fname) return nullptr;
+  std::error_code error;
+  auto file = std::filesystem::canonical(info.dli_fname, error);
+  if (error) return nullptr;
+  static std::mutex bundlesMutex;
+  static auto* bundles = new std::map<std::string, std::shared_ptr<Bundle>>();
+  std::lock_guard lock(bundlesMutex);
+  auto& bundle = (*bundles)[file.parent_path().string()];
+  if (!bundle) bundle.reset(new Bundle(file.parent_path().string()));
+  return bundle;
+}
+
+std::optional<std::string> Bundle::pathForResource(const std::string& name,
+                                                   const std::string& type) const {
+  if (path_.empty() || name.empty()) return std::nullopt;
+  auto file = std::filesystem::path(path_) / (type.empty() ? name : name + "." + type);
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file, error)) return std::nullopt;
+  return file.string();
 }
 
 Value Bundle::infoDictionary() const {

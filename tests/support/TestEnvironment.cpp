@@ -16,6 +16,7 @@
 #include <zorva/platform/WebEngine.h>
 
 #include "Common/ZVInstanceFactory.h"
+#include "Common/ZVLinkResolver.h"
 #include "Common/ZVLog.h"
 #include "Common/ZVUtility.h"
 
@@ -32,6 +33,7 @@ void resetProcessState() {
   ZVInstanceFactory::setSharedNetworkhandlerForTesting(nullptr);
   ZVInstanceFactory::setSharedLocationManagerForTesting(nullptr);
   ZVUtility::resetCachesForTesting();
+  ZVResetAppSuitabilityForTesting();
   // The platform: no windows, a phone in portrait, the machine's time zone, a headless engine
   // that finishes loads by itself, location services not yet authorized.
   platform::Application::shared().reset();

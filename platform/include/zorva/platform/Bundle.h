@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -16,6 +17,20 @@ namespace zorva::platform {
 class Bundle {
  public:
   static Bundle& mainBundle();
+
+  /// The bundle of the loaded library (or program) whose code holds `address`: the directory of
+  /// that file, as the phone platform finds a framework's bundle from one of its classes. One
+  /// bundle per directory, the same object on every call; null when no loaded file holds the
+  /// address. Its dictionaries and tables start empty.
+  static std::shared_ptr<Bundle> bundleForAddress(const void* address);
+
+  /// The directory the bundle's files are in; empty for the main bundle, which the host fills
+  /// with data rather than files.
+  const std::string& bundlePath() const { return path_; }
+  /// The path of the file "<name>.<type>" (just "<name>" when `type` is empty) in the bundle's
+  /// directory when it exists, else nothing.
+  std::optional<std::string> pathForResource(const std::string& name,
+                                             const std::string& type) const;
 
   Value infoDictionary() const;
   void setInfoDictionary(Value info);
@@ -39,6 +54,10 @@ class Bundle {
   void reset();
 
  private:
+  Bundle() = default;
+  explicit Bundle(std::string path) : path_(std::move(path)) {}
+
+  const std::string path_;
   mutable std::mutex mutex_;
   Value info_ = Value::object();
   Value localizedInfo_ = Value::object();

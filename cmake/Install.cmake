@@ -1,0 +1,31 @@
+# What `cmake --install` puts down: the two shared libraries, their public headers, a CMake
+# package (`find_package(zorva)` → `zorva::zorva`, `zorva::platform`) and a pkg-config file.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set_target_properties(zorva_platform PROPERTIES EXPORT_NAME platform)
+# libzorva finds libzorva_platform beside itself wherever the tree is installed.
+set_target_properties(zorva PROPERTIES EXPORT_NAME zorva INSTALL_RPATH "$ORIGIN")
+
+install(TARGETS zorva zorva_platform
+        EXPORT zorvaTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/zorva
+                  ${PROJECT_SOURCE_DIR}/platform/include/zorva
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+set(ZORVA_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/zorva)
+install(EXPORT zorvaTargets NAMESPACE zorva:: DESTINATION ${ZORVA_CMAKE_DIR})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/zorvaConfig.cmake.in
+                              ${PROJECT_BINARY_DIR}/zorvaConfig.cmake
+                              INSTALL_DESTINATION ${ZORVA_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/zorvaConfigVersion.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/zorvaConfig.cmake ${PROJECT_BINARY_DIR}/zorvaConfigVersion.cmake
+        DESTINATION ${ZORVA_CMAKE_DIR})
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/zorva.pc.in ${PROJECT_BINARY_DIR}/zorva.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/zorva.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,205 @@
+#include "Common/ZVLinkResolver.h"
+
+#include <zorva/platform/Application.h>
+#include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/MainQueue.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Common/ZVLog.h"
+#include "support/TestEnvironment.h"
+
+namespace zorva {
+namespace {
+
+using platform::SafariViewController;
+using platform::StoreProductViewController;
+using Events = std::vector<std::string>;
+
+const platform::URL kClickURL = *platform::URL::URLWithString("https://advertiser.example/c?x=1");
+
+// Everything a bid may carry, each value convertible.
+const Value kFullInfo = {{"version", "2.2"},
+                         {"network", "example123.skadnetwork"},
+                         {"campaign", "42"},
+                         {"itunesitem", "880047117"},
+                         {"nonce", "473b1a16-b4ef-43ad-9591-fcf3aefa82a7"},
+                         {"sourceapp", "123456789"},
+                         {"timestamp", "1594406341"},
+                         {"signature", "MEQCIEQlmZRNfYzKBSE8Qn"}};
+
+class RecordingResolverDelegate : public ZVLinkResolverDelegate {
+ public:
+  void resolverWillPresentModal(ZVLinkResolver&) override { events.push_back("willPresent"); }
+  void resolverDidDismissModal(ZVLinkResolver&) override { events.push_back("didDismiss"); }
+  Events events;
+};
+
+void useSystem(const char* version, platform::InterfaceOrientationMask orientations) {
+  auto profile = platform::DeviceProfile::phone();
+  profile.systemVersion = version;
+  profile.supportedOrientations = orientations;
+  profile.apply();
+}
+
+class ZVLinkResolverTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ZVResetAppSuitabilityForTesting();
+    resolver->setDelegate(delegate);
+    platform::DeviceProfile::phone().makeKeyWindow(root);
+  }
+  template <typename Controller>
+  std::shared_ptr<Controller> presented() const {
+    return std::dynamic_pointer_cast<Controller>(root->presentedViewController());
+  }
+
+  std::shared_ptr<RecordingResolverDelegate> delegate =
+      std::make_shared<RecordingResolverDelegate>();
+  std::shared_ptr<ZVLinkResolver> resolver = ZVLinkResolver::create();
+  std::shared_ptr<platform::ViewController> root = platform::ViewController::create();
+};
+
+TEST_F(ZVLinkResolverTest, WithoutEnoughAttributionTheClickOpensTheBrowser) {
+  const Value cases[] = {
+      nullptr,
+      Value::object(),
+      {{"itunesitem", "880047117"}},                                   // one parameter only
+      {{"itunesitem", "abc"}, {"network", "example123.skadnetwork"}},  // no item number
+      Value::array({"itunesitem", "1"}),                               // not a dictionary
+  };
+  for (const auto& info : cases) {
+    SCOPED_TRACE(info.dump());
+    delegate->events.clear();
+    resolver->resolve(kClickURL, info);
+    auto browser = presented<SafariViewController>();
+    ASSERT_TRUE(browser);
+    EXPECT_EQ(browser->url(), kClickURL);
+    EXPECT_EQ(browser->modalPresentationStyle(), platform::ModalPresentationStyle::OverFullScreen);
+    browser->finish();
+    EXPECT_EQ(delegate->events, (Events{"willPresent", "didDismiss"}));
+  }
+  EXPECT_EQ(resolver->skProductController(), nullptr);
+}
+
+TEST_F(ZVLinkResolverTest, FromSystem14EnoughAttributionOpensTheStoreSheetWithItsParameters) {
+  test::LogCapture log;
+  ZVLog::setLevel(3);
+  resolver->resolve(kClickURL, kFullInfo);
+  auto sheet = presented<StoreProductViewController>();
+  ASSERT_TRUE(sheet);
+  EXPECT_EQ(sheet, resolver->skProductController());
+  EXPECT_EQ(sheet->modalPresentationStyle(), platform::ModalPresentationStyle::OverFullScreen);
+  const Value expected = {{"id", 880047117},
+                          {"adNetworkAttributionSignature", "MEQCIEQlmZRNfYzKBSE8Qn"},
+                          {"adNetworkIdentifier", "example123.skadnetwork"},
+                          {"adNetworkCampaignIdentifier", 42},
+                          {"adNetworkTimestamp", 1594406341},
+                          {"adNetworkNonce", "473B1A16-B4EF-43AD-9591-FCF3AEFA82A7"},
+                          {"adNetworkPayloadVersion", "2.2"},
+                          {"adNetworkSourceAppStoreIdentifier", 123456789}};
+  ASSERT_TRUE(sheet->productParameters());
+  EXPECT_EQ(sheet->productParameters()->dump(), expected.dump());  // order included
+  auto shown = log.entriesContaining("Showing SKProductController, Params - {\"id\":880047117");
+  ASSERT_EQ(shown.size(), 1u);
+  EXPECT_NE(shown[0].find("- I -"), std::string::npos);
+
+  // The user closes it: taken down at once, reported when the dismissal completes.
+  sheet->finish();
+  EXPECT_EQ(root->presentedViewController(), nullptr);
+  EXPECT_EQ(delegate->events, (Events{"willPresent"}));
+  platform::MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(delegate->events, (Events{"willPresent", "didDismiss"}));
+}
+
+TEST_F(ZVLinkResolverTest, BeforeSystem14TheBrowserOpensWhateverTheAppSupports) {
+  for (auto orientations : {platform::kInterfaceOrientationMaskPortrait,
+                            platform::kInterfaceOrientationMaskLandscape}) {
+    useSystem("13.7", orientations);
+    ZVResetAppSuitabilityForTesting();
+    resolver->resolve(kClickURL, kFullInfo);
+    ASSERT_TRUE(presented<SafariViewController>());
+    presented<SafariViewController>()->finish();
+  }
+  EXPECT_EQ(resolver->skProductController(), nullptr);
+  EXPECT_TRUE(ZVStoreKitParameters(kFullInfo).empty());
+}
+
+TEST_F(ZVLinkResolverTest, ValuesThatDoNotConvertLeaveTheirKeysOut) {
+  Value info = kFullInfo;
+  info["nonce"] = "not-a-uuid";
+  info["campaign"] = 42;  // a number, not a string
+  info["timestamp"] = "soon";
+  info["sourceapp"] = nullptr;
+  info["signature"] = nullptr;
+  const Value expected = {{"id", 880047117},
+                          {"adNetworkIdentifier", "example123.skadnetwork"},
+                          {"adNetworkPayloadVersion", "2.2"}};
+  EXPECT_EQ(ZVStoreKitParameters(info).dump(), expected.dump());
+  info["itunesitem"] = 880047117;  // the item itself must be a string
+  EXPECT_TRUE(ZVStoreKitParameters(info).empty());
+}
+
+TEST_F(ZVLinkResolverTest, ClicksArePresentedFromTheTopMostControllerIfThereIsOne) {
+  auto cover = platform::ViewController::create();
+  root->presentViewController(cover, false, nullptr);
+  resolver->resolve(kClickURL, nullptr);
+  EXPECT_TRUE(std::dynamic_pointer_cast<SafariViewController>(cover->presentedViewController()));
+
+  // An address the browser cannot open is dropped with a warning.
+  test::LogCapture log;
+  ZVLog::setLevel(2);
+  auto other = ZVLinkResolver::create();
+  other->setDelegate(delegate);
+  other->resolve(*platform::URL::URLWithString("ftp://files.example/ad.zip"), nullptr);
+  EXPECT_EQ(log.entriesContaining("ftp://files.example/ad.zip").size(), 1u);
+
+  // With no key window nothing is shown, but will-present is still reported.
+  platform::Application::shared().reset();
+  other->resolve(kClickURL, kFullInfo);
+  ASSERT_TRUE(other->skProductController());
+  EXPECT_EQ(other->skProductController()->presentingViewController(), nullptr);
+  EXPECT_EQ(delegate->events, (Events{"willPresent", "willPresent"}));
+}
+
+TEST(ZVAppSuitableForShowingStoreProductViewController, IsPortraitSupportWorkedOutOnce) {
+  ZVResetAppSuitabilityForTesting();
+  useSystem("12.4", platform::kInterfaceOrientationMaskPortrait);
+  EXPECT_TRUE(ZVAppSuitableForShowingStoreProductViewController());
+  useSystem("12.4", platform::kInterfaceOrientationMaskLandscape);
+  EXPECT_TRUE(ZVAppSuitableForShowingStoreProductViewController());  // kept
+  ZVResetAppSuitabilityForTesting();
+  EXPECT_FALSE(ZVAppSuitableForShowingStoreProductViewController());
+  ZVResetAppSuitabilityForTesting();
+}
+
+TEST(NumberFromString, ReadsDecimalStringsOnly) {
+  EXPECT_EQ(NumberFromString("880047117"), Value(880047117));
+  EXPECT_TRUE(NumberFromString("880047117")->is_number_integer());
+  EXPECT_EQ(NumberFromString("+7"), Value(7));
+  EXPECT_EQ(NumberFromString("-.5"), Value(-0.5));
+  EXPECT_EQ(NumberFromString("99999999999999999999"), Value(1e20));  // past 64 bits
+  for (const char* text : {"", "+", ".", "12a", " 1", "1,000", "1e3", "1.2.3"}) {
+    EXPECT_EQ(NumberFromString(text), std::nullopt) << text;
+  }
+  EXPECT_EQ(NumberFromString(Value(5)), std::nullopt);
+}
+
+TEST(ZVResourcesBundle, IsTheDirectoryOfTheSDKLibrary) {
+  auto bundle = ZVResourcesBundle();
+  ASSERT_TRUE(bundle);
+  EXPECT_EQ(ZVResourcesBundle(), bundle);
+  auto library = ZVPathForResource("libzorva", "so");  // surely in the library's directory
+  ASSERT_TRUE(library);
+  EXPECT_EQ(std::filesystem::path(*library).parent_path(), bundle->bundlePath());
+  EXPECT_EQ(ZVPathForResource("no-such-resource", "png"), std::nullopt);
+  static const char inThisProgram = 0;
+  EXPECT_NE(platform::Bundle::bundleForAddress(&inThisProgram), bundle);
+}
+
+}  // namespace
+}  // namespace zorva

@@ -1,5 +1,6 @@
 #include "zorva/platform/MainQueue.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -30,6 +31,11 @@ bool Timer::isValid() const {
   return valid_;
 }
 
+TimePoint Timer::fireDate() const {
+  std::lock_guard lock(mutex_);
+  return fireDate_;
+}
+
 MainQueue& MainQueue::shared() {
   // Never destroyed: work posted by other threads during process exit must find a live queue.
   static MainQueue* queue = new MainQueue();
@@ -51,7 +57,22 @@ void MainQueue::post(std::function<void()> task) {
 
 std::shared_ptr<Timer> MainQueue::scheduleTimer(Duration delay, std::function<void()> action) {
   if (delay < Duration::zero()) delay = Duration::zero();
-  std::shared_ptr<Timer> timer(new Timer(clock_->now() + delay, std::move(action)));
+  std::shared_ptr<Timer> timer(
+      new Timer(clock_->now() + delay, Duration::zero(), std::move(action)));
+  {
+    std::lock_guard lock(mutex_);
+    timer->queue_ = this;
+    timer->sequence_ = nextSequence_++;
+    timers_.emplace(TimerKey{timer->fireDate_, timer->sequence_}, timer);
+  }
+  wake_.notify_all();
+  return timer;
+}
+
+std::shared_ptr<Timer> MainQueue::scheduleRepeatingTimer(Duration interval,
+                                                         std::function<void()> action) {
+  interval = std::max(interval, kMinimumTimerInterval);
+  std::shared_ptr<Timer> timer(new Timer(clock_->now() + interval, interval, std::move(action)));
   {
     std::lock_guard lock(mutex_);
     timer->queue_ = this;
@@ -107,25 +128,44 @@ void MainQueue::reset() {
 
 bool MainQueue::runOneReadyItem() {
   std::function<void()> work;
+  std::shared_ptr<Timer> repeating;
   {
     std::lock_guard lock(mutex_);
+    const TimePoint now = clock_->now();
     if (!tasks_.empty()) {
       work = std::move(tasks_.front());
       tasks_.pop_front();
-    } else if (!timers_.empty() && timers_.begin()->first.first <= clock_->now()) {
-      std::shared_ptr<Timer> timer = std::move(timers_.begin()->second);
-      timers_.erase(timers_.begin());
+    } else if (!timers_.empty() && timers_.begin()->first.first <= now) {
+      auto node = timers_.extract(timers_.begin());
+      std::shared_ptr<Timer> timer = node.mapped();
       std::lock_guard timerLock(timer->mutex_);
       if (!timer->valid_) return true;
-      timer->valid_ = false;
-      // The timer object stays alive for the caller's handle; the action moves out so that what
-      // it captured is released as soon as it has run.
-      work = std::move(timer->action_);
+      if (timer->interval_ > Duration::zero()) {
+        // The node goes back under its next fire date: re-arming costs no allocation.
+        const auto missed = (now - timer->fireDate_) / timer->interval_;
+        timer->fireDate_ += timer->interval_ * (missed + 1);
+        timer->sequence_ = nextSequence_++;
+        node.key() = TimerKey{timer->fireDate_, timer->sequence_};
+        timers_.insert(std::move(node));
+        // Run outside the lock with the action moved out, so that an invalidation from inside
+        // it cannot destroy the function while it runs; it goes back afterwards.
+        work = std::move(timer->action_);
+        repeating = std::move(timer);
+      } else {
+        timer->valid_ = false;
+        // The timer object stays alive for the caller's handle; the action moves out so that
+        // what it captured is released as soon as it has run.
+        work = std::move(timer->action_);
+      }
     } else {
       return false;
     }
   }
   if (work) work();
+  if (repeating) {
+    std::lock_guard timerLock(repeating->mutex_);
+    if (repeating->valid_) repeating->action_ = std::move(work);
+  }
   return true;
 }
 

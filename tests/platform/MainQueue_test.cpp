@@ -104,5 +104,44 @@ TEST(MainQueue, StopEndsRunFromAnotherThread) {
   EXPECT_EQ(ran, 2);
 }
 
+TEST(MainQueue, RepeatingTimerFiresEveryIntervalUntilInvalidatedFromItsOwnAction) {
+  test::useVirtualClock();
+  auto& queue = MainQueue::shared();
+  std::vector<TimePoint> fired;
+  auto captured = std::make_shared<int>();
+  std::shared_ptr<Timer> timer;
+  timer = queue.scheduleRepeatingTimer(std::chrono::microseconds(2500), [&, captured] {
+    fired.push_back(queue.now());
+    if (fired.size() == 5) timer->invalidate();
+  });
+  const TimePoint start = queue.now();
+  captured.reset();
+  queue.advanceBy(milliseconds(10));
+  ASSERT_EQ(fired.size(), 4u);
+  for (std::size_t i = 0; i < fired.size(); ++i) {
+    EXPECT_EQ(fired[i] - start, std::chrono::microseconds(2500) * static_cast<int>(i + 1));
+  }
+  EXPECT_EQ(timer->fireDate() - start, milliseconds(10) + std::chrono::microseconds(2500));
+  queue.advanceBy(milliseconds(100));
+  EXPECT_EQ(fired.size(), 5u);
+  EXPECT_FALSE(timer->isValid());
+  EXPECT_FALSE(queue.nextFireDate().has_value());
+}
+
+TEST(MainQueue, RepeatingTimerSkipsFiresMissedWhileTheThreadWasBusy) {
+  auto clock = test::useVirtualClock();
+  auto& queue = MainQueue::shared();
+  int fired = 0;
+  auto timer = queue.scheduleRepeatingTimer(milliseconds(1), [&] { ++fired; });
+  const auto firstDate = timer->fireDate();
+  // The clock jumps past twenty fire dates at once, as if the thread had been busy.
+  clock->setNow(clock->now() + std::chrono::microseconds(20500));
+  queue.runUntilIdle();
+  EXPECT_EQ(fired, 1);
+  EXPECT_GT(timer->fireDate(), queue.now());
+  EXPECT_EQ((timer->fireDate() - firstDate) % milliseconds(1), Duration::zero());
+  timer->invalidate();
+}
+
 }  // namespace
 }  // namespace zorva::platform

@@ -6,10 +6,12 @@
 #include <zorva/platform/Bundle.h>
 #include <zorva/platform/Device.h>
 #include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/HeadlessMediaEngine.h>
 #include <zorva/platform/HeadlessWebEngine.h>
 #include <zorva/platform/LocationManager.h>
 #include <zorva/platform/LogSink.h>
 #include <zorva/platform/MainQueue.h>
+#include <zorva/platform/MediaEngine.h>
 #include <zorva/platform/ProcessInfo.h>
 #include <zorva/platform/TimeZone.h>
 #include <zorva/platform/UUID.h>
@@ -35,7 +37,8 @@ void resetProcessState() {
   ZVUtility::resetCachesForTesting();
   ZVResetAppSuitabilityForTesting();
   // The platform: no windows, a phone in portrait, the machine's time zone, a headless engine
-  // that finishes loads by itself, location services not yet authorized.
+  // that finishes loads by itself, a headless media engine that plays 15 s media by itself,
+  // location services not yet authorized.
   platform::Application::shared().reset();
   platform::DeviceProfile::phone().apply();
   platform::Device::currentDevice().setIdentifierForVendor(platform::UUID::create());
@@ -44,6 +47,9 @@ void resetProcessState() {
   platform::ProcessInfo::setProcessName("");
   platform::WebEngine::setFactory(nullptr);
   platform::HeadlessWebEngine::setAutomaticByDefault(true);
+  platform::MediaEngine::setFactory(nullptr);
+  platform::HeadlessMediaEngine::setAutomaticByDefault(true);
+  platform::HeadlessMediaEngine::setAutomaticDuration(15);
   platform::LocationManager::reset();
   auto sdk = ZorvaSDK::shared();
   sdk->setAppDomain(std::nullopt);

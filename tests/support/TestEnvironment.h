@@ -14,8 +14,8 @@ namespace zorva::test {
 /// Puts every process-wide piece back to its fresh state: the main queue (empty, real clock,
 /// bound to the calling thread), the main bundle, the log level and sink, the SDK settings, the
 /// shared network handler and location manager, the SDK's caches, and the platform's device
-/// state (no windows, the phone profile, the machine's time zone, an automatic headless web
-/// engine, location not authorized). The test main runs it before every test.
+/// state (no windows, the phone profile, the machine's time zone, automatic headless web and
+/// media engines, location not authorized). The test main runs it before every test.
 void resetProcessState();
 
 /// Switches the main queue to a virtual clock and returns it.

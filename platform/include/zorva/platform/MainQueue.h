@@ -16,24 +16,29 @@ namespace zorva::platform {
 
 class MainQueue;
 
-/// A one-shot timer on the main queue. Like the phone platform's timers, a scheduled timer is
-/// kept alive by the queue until it fires or is invalidated: dropping the handle does not cancel
-/// it. Owners that must not be called back after they are gone invalidate their timer in their
-/// destructor, or capture themselves weakly in the action.
+/// A timer on the main queue, one-shot or repeating. Like the phone platform's timers, a scheduled
+/// timer is kept alive by the queue until it fires (one-shot) or is invalidated: dropping the
+/// handle does not cancel it. Owners that must not be called back after they are gone invalidate
+/// their timer in their destructor, or capture themselves weakly in the action.
 class Timer {
  public:
-  /// Cancels the timer; its action will not run. Safe from any thread, idempotent.
+  /// Cancels the timer; its action will not run again. Safe from any thread, idempotent.
   void invalidate();
-  /// True until the timer has fired or been invalidated.
+  /// True until a one-shot timer has fired, or until the timer is invalidated.
   bool isValid() const;
-  TimePoint fireDate() const { return fireDate_; }
+  /// The next time the timer fires.
+  TimePoint fireDate() const;
+  /// The period of a repeating timer; zero for a one-shot one.
+  Duration timeInterval() const { return interval_; }
 
  private:
   friend class MainQueue;
-  Timer(TimePoint fireDate, std::function<void()> action)
-      : fireDate_(fireDate), action_(std::move(action)) {}
+  Timer(TimePoint fireDate, Duration interval, std::function<void()> action)
+      : fireDate_(fireDate), interval_(interval), action_(std::move(action)) {}
 
-  const TimePoint fireDate_;
+  // Moves forward as a repeating timer fires; changed under both the queue's and this mutex.
+  TimePoint fireDate_;
+  const Duration interval_;
   std::function<void()> action_;
   MainQueue* queue_ = nullptr;
   std::uint64_t sequence_ = 0;
@@ -62,6 +67,12 @@ class MainQueue {
 
   /// Schedules `action` to run once on the main thread `delay` from now (on the queue's clock).
   std::shared_ptr<Timer> scheduleTimer(Duration delay, std::function<void()> action);
+  /// Schedules `action` to run on the main thread every `interval` (at least
+  /// `kMinimumTimerInterval`), first `interval` from now, until the timer is invalidated. Fire
+  /// dates stay on the grid of the first one; fires missed while the thread was busy are
+  /// skipped, not made up. A firing allocates nothing, so high-rate ticks stay cheap.
+  std::shared_ptr<Timer> scheduleRepeatingTimer(Duration interval, std::function<void()> action);
+  static constexpr Duration kMinimumTimerInterval = std::chrono::microseconds(100);
 
   /// True when called on the thread the queue is bound to.
   bool isCurrent() const;

@@ -1,0 +1,147 @@
+// The builder's choice, and a video bid from the loopback server played end to end.
+#include <gtest/gtest.h>
+
+#include <zorva/platform/HeadlessMediaEngine.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/Window.h>
+
+#include "Common/ZVAdLoader.h"
+#include "Players/ZVDisplayAdPlayer.h"
+#include "Players/ZVPlayerBuilder.h"
+#include "Vast/ZVVastLinearAdPlayer.h"
+#include "Vast/ZVVastPlayer.h"
+#include "support/LoopbackServer.h"
+#include "support/ObservingNetworkHandler.h"
+#include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
+
+namespace zorva {
+namespace {
+
+class RecordingAdDelegate : public ZVAdPlayerDelegate {
+ public:
+  void playerDidLoad() override { events.push_back("load"); }
+  void playerDidStartPlaying() override { events.push_back("start"); }
+  void playerDidEndPlaying() override { events.push_back("end"); }
+  void playerDidFailWithError(const Error& error) override {
+    events.push_back("fail:" + std::to_string(error.code));
+  }
+  std::vector<std::string> events;
+};
+
+std::shared_ptr<ZVAdPlaying> build(bool video, std::uint64_t sessionTime, std::string creative,
+                                   const std::shared_ptr<ZVAdPlayerDelegate>& delegate) {
+  auto config = std::make_shared<ZVPlayerConfig>();
+  config->isExpectingVideoAd = video;
+  config->sessionTime = sessionTime;
+  config->ad = std::make_shared<ZorvaAd>();
+  config->ad->creative = std::move(creative);
+  config->ad->size = ZVAdSize(320, 50);
+  auto builder = ZVPlayerBuilder::create();
+  builder->setConfig(config);
+  return builder->build(delegate);
+}
+
+TEST(ZVPlayerBuilder, TheVideoFlagAloneChoosesThePlayer) {
+  auto delegate = std::make_shared<RecordingAdDelegate>();
+  auto video = build(true, 30, "<p>html</p>", delegate);
+  EXPECT_TRUE(std::dynamic_pointer_cast<ZVVastPlayer>(video));
+  EXPECT_EQ(video->delegate(), delegate);
+  auto display =
+      std::dynamic_pointer_cast<ZVDisplayAdPlayer>(build(false, 0, test::linearVast(), delegate));
+  ASSERT_TRUE(display);
+  EXPECT_FALSE(display->adPlayTracker());
+  EXPECT_EQ(display->delegate(), delegate);
+}
+
+TEST(ZVPlayerBuilder, ADisplaySessionEndsAfterSessionTimeFromEachLoad) {
+  test::useVirtualClock();
+  auto delegate = std::make_shared<RecordingAdDelegate>();
+  auto player =
+      std::dynamic_pointer_cast<ZVDisplayAdPlayer>(build(false, 30, "<p>ad</p>", delegate));
+  ASSERT_TRUE(player && player->adPlayTracker());
+  EXPECT_EQ(player->adPlayTracker()->sessionTime(), 30u);
+  player->play();
+  auto& queue = platform::MainQueue::shared();
+  queue.advanceBy(std::chrono::seconds(29));
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+  queue.advanceBy(std::chrono::seconds(2));
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "end"}));
+}
+
+// Hands the loader a fixed POST to the loopback server.
+class FixedRequestBuilder : public ZVRequestBuilding {
+ public:
+  explicit FixedRequestBuilder(const std::string& url) {
+    request_.url = platform::URL::URLWithString(url);
+    request_.HTTPMethod = "POST";
+    request_.HTTPBody = R"({"id":"req"})";
+  }
+  void build(Completion completion) override { completion(request_, std::nullopt); }
+
+ private:
+  platform::URLRequest request_;
+};
+
+class ReceivingDelegate : public ZVAdLoaderDelegate {
+ public:
+  void didReceiveAd(std::shared_ptr<ZorvaAd> received) override { ad = std::move(received); }
+  void didFailToReceivedAd(const Error& e) override { error = e; }
+  std::shared_ptr<ZorvaAd> ad;
+  std::optional<Error> error;
+};
+
+TEST(ZVPlayerBuilder, AVideoBidWhoseFirstAdIsAnEmptyWrapperPlaysTheInLineLinearAd) {
+  test::useVirtualClock();
+  auto handler = test::ObservingNetworkHandler::install();
+  test::LoopbackServer server;
+  const std::string vast =
+      R"(<VAST version="3.0"><Ad id="w"><Wrapper><AdSystem>S</AdSystem><VASTAdTagURI>)" +
+      server.url("/empty") + R"(</VASTAdTagURI></Wrapper></Ad>)" +
+      test::linearVast().substr(std::string(R"(<VAST version="3.0">)").size());
+  const Value bid = {{"id", "r"},
+                     {"seatbid", {{{"bid", {{{"id", "b"}, {"adm", vast}, {"price", 1}}}}}}}};
+  server.respond("/bid", {.body = bid.dump()});
+  server.respond("/empty", {.body = R"(<VAST version="3.0"/>)", .contentType = "text/xml"});
+
+  auto loader = ZVAdLoader::create(std::make_shared<ZVAdLoaderConfig>());
+  auto received = std::make_shared<ReceivingDelegate>();
+  loader->setDelegate(received);
+  loader->setRequestBuilder(std::make_shared<FixedRequestBuilder>(server.url("/bid")));
+  loader->load();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return received->ad || received->error; }));
+  ASSERT_TRUE(received->ad);
+
+  auto delegate = std::make_shared<RecordingAdDelegate>();
+  auto config = std::make_shared<ZVPlayerConfig>();
+  config->isExpectingVideoAd = true;
+  config->ad = received->ad;
+  auto builder = ZVPlayerBuilder::create();
+  builder->setConfig(config);
+  auto player = std::dynamic_pointer_cast<ZVVastPlayer>(builder->build(delegate));
+  ASSERT_TRUE(player);
+  auto window = platform::Window::create(platform::Rect(0, 0, 320, 480));
+  window->addSubview(player->playerView());
+  player->play();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return !delegate->events.empty(); }));
+
+  auto linear = std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer());
+  ASSERT_TRUE(linear);
+  EXPECT_EQ(linear->ad()->title(), "Linear");
+  EXPECT_EQ(platform::HeadlessMediaEngine::of(*linear->playerItem())->url()->absoluteString(),
+            "http://media/ad.mp4");
+  platform::MainQueue::shared().advanceBy(std::chrono::seconds(16));
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "end"}));
+  std::vector<std::string> handedOver;
+  for (const auto& list : handler->handedOverUrls()) {
+    handedOver.insert(handedOver.end(), list.begin(), list.end());
+  }
+  EXPECT_EQ(handedOver,
+            (std::vector<std::string>{"http://track/start", "http://track/firstQuartile",
+                                      "http://track/midpoint", "http://track/thirdQuartile",
+                                      "http://track/complete", "http://track/complete"}));
+  EXPECT_GE(server.requests().size(), 2u) << "the bid and the wrapper's target";
+}
+
+}  // namespace
+}  // namespace zorva

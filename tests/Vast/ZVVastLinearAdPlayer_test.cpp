@@ -1,0 +1,220 @@
+// The linear video player over a hand-driven headless media engine on the virtual clock.
+#include <gtest/gtest.h>
+
+#include <zorva/platform/HeadlessMediaEngine.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/NotificationCenter.h>
+#include <zorva/platform/Window.h>
+
+#include "Vast/ZVVastLinearAdPlayer.h"
+#include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
+
+namespace zorva {
+namespace {
+
+using platform::HeadlessMediaEngine;
+using platform::MainQueue;
+using platform::TimeRange;
+
+class RecordingVastDelegate : public ZVVastAdplayerDelegate {
+ public:
+  void playerDidLoad() override { events.push_back("load"); }
+  void playerDidStartPlaying() override { events.push_back("start"); }
+  void playerDidEndPlaying() override { events.push_back("end"); }
+  void playerDidIteractedWithTargetUrl(const std::optional<std::string>& url) override {
+    events.push_back("click:" + url.value_or("(none)"));
+  }
+  void playerDidProgress(double seconds) override { progress.push_back(seconds); }
+  void playerDidFailedWithError(const Error& error) override {
+    events.push_back("fail:" + std::to_string(error.code));
+  }
+  std::vector<std::string> events;
+  std::vector<double> progress;
+};
+
+class LinearPlayerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    test::useVirtualClock();
+    HeadlessMediaEngine::setAutomaticByDefault(false);
+    player->setDelegate(delegate);
+  }
+  std::shared_ptr<HeadlessMediaEngine> engine() const {
+    return player->playerItem() ? HeadlessMediaEngine::of(*player->playerItem()) : nullptr;
+  }
+  // Loads the standard linear ad and buffers it past half of `duration` seconds.
+  void loadAndBuffer(double duration = 20) {
+    player->load(test::firstAd(test::linearVast()));
+    engine()->setDuration(duration);
+    engine()->becomeReady();
+    engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, duration)});
+  }
+
+  std::shared_ptr<ZVVastLinearAdPlayer> player = ZVVastLinearAdPlayer::create();
+  std::shared_ptr<RecordingVastDelegate> delegate = std::make_shared<RecordingVastDelegate>();
+};
+
+TEST_F(LinearPlayerTest, ACreativeWithoutMp4MediaFailsWith403AndMakesNoPlayer) {
+  player->load(test::firstAd(test::linearVast("video/webm")));
+  player->load(nullptr);
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"fail:403", "fail:403"}));
+  EXPECT_FALSE(player->player());
+}
+
+TEST_F(LinearPlayerTest, AnMp4FileWithoutUsableUrlStaysSilent) {
+  player->load(test::firstAd(test::linearVast("video/mp4", "http://c", "not a url")));
+  MainQueue::shared().advanceBy(std::chrono::seconds(5));
+  EXPECT_TRUE(delegate->events.empty());
+  EXPECT_FALSE(player->player());
+}
+
+TEST_F(LinearPlayerTest, TheMediaIsLoadedOnceAndASecondLoadOnlyChangesTheAd) {
+  player->load(test::firstAd(test::linearVast()));
+  const auto firstPlayer = player->player();
+  ASSERT_TRUE(firstPlayer);
+  EXPECT_EQ(engine()->url()->absoluteString(), "http://media/ad.mp4");
+  EXPECT_TRUE(firstPlayer->automaticallyWaitsToMinimizeStalling());
+  ASSERT_FALSE(player->layer()->sublayers().empty());
+  EXPECT_EQ(player->layer()->sublayers().front(), player->playerLayer());
+  EXPECT_EQ(player->playerLayer()->videoGravity(), platform::LayerVideoGravity::ResizeAspect);
+
+  const auto second = test::firstAd(test::linearVast("video/mp4", "http://c", "http://m/2.mp4"));
+  player->load(second);
+  EXPECT_EQ(player->ad(), second);
+  EXPECT_EQ(player->player(), firstPlayer);
+  EXPECT_EQ(engine()->url()->absoluteString(), "http://media/ad.mp4");
+}
+
+struct Buffering {
+  double duration;
+  double buffered;
+  bool loads;
+};
+
+class LinearPlayerBuffering : public LinearPlayerTest,
+                              public ::testing::WithParamInterface<Buffering> {};
+
+TEST_P(LinearPlayerBuffering, LoadsOnceMoreThanHalfIsBufferedInSinglePrecision) {
+  const auto [duration, buffered, loads] = GetParam();
+  player->load(test::firstAd(test::linearVast()));
+  engine()->setDuration(duration);
+  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, buffered)});
+  EXPECT_EQ(!delegate->events.empty(), loads);
+  EXPECT_EQ(player->timeBoundryObserver() != nullptr, loads);
+}
+
+INSTANTIATE_TEST_SUITE_P(Thresholds, LinearPlayerBuffering,
+                         ::testing::Values(Buffering{30, 15.0, false}, Buffering{30, 15.1, true},
+                                           Buffering{0, 0, false}, Buffering{0, 0.5, true}));
+
+TEST_F(LinearPlayerTest, BufferingCountsTheFirstRangesEndAndLoadsOnlyOnce) {
+  player->load(test::firstAd(test::linearVast()));
+  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 25)});
+  EXPECT_TRUE(delegate->events.empty()) << "no duration known yet: NaN never passes";
+  engine()->setDuration(30);
+  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(10, 5.5), TimeRange::fromSeconds(20, 9)});
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"}) << "10 + 5.5 of 30 is past half";
+  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 30)});
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+}
+
+TEST_F(LinearPlayerTest, ProgressIsReportedEvery400thSecondOnlyWhileTheItemIsReady) {
+  player->load(test::firstAd(test::linearVast()));
+  engine()->setDuration(20);
+  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 20)});
+  player->play();
+  engine()->setCurrentTime(5);
+  auto& queue = MainQueue::shared();
+  queue.advanceBy(std::chrono::milliseconds(10));
+  EXPECT_TRUE(delegate->progress.empty()) << "the item is not ready yet";
+
+  engine()->becomeReady();
+  queue.advanceBy(std::chrono::milliseconds(10));
+  EXPECT_EQ(delegate->progress, std::vector<double>(4, 5.0));
+  EXPECT_FLOAT_EQ(player->progressView()->progress(), 0.25f);
+
+  engine()->fail(Error("decoder", 3));
+  queue.advanceBy(std::chrono::milliseconds(10));
+  EXPECT_EQ(delegate->progress.size(), 4u);
+  // The status observation reports the failure; the registration under the error key never fires.
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "fail:405"}));
+}
+
+TEST_F(LinearPlayerTest, EndAndStallAreReportedAndNoStartEver) {
+  loadAndBuffer();
+  player->play();
+  engine()->stall();
+  engine()->reachEnd();
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "fail:405", "end"}));
+  EXPECT_EQ(delegate->progress.back(), 20.0) << "playback stops with a report at the end";
+  EXPECT_FALSE(player->playbackStarted());
+}
+
+TEST_F(LinearPlayerTest, EnteringOrLeavingAWindowPlays) {
+  loadAndBuffer();
+  EXPECT_EQ(player->player()->rate(), 0.0f) << "loading does not start playback";
+  auto window = platform::Window::create(platform::Rect(0, 0, 320, 480));
+  window->addSubview(player);
+  EXPECT_EQ(player->player()->rate(), 1.0f);
+  player->player()->pause();
+  player->removeFromSuperview();
+  EXPECT_EQ(player->player()->rate(), 1.0f);
+}
+
+TEST_F(LinearPlayerTest, VideoFillsTheBoundsAndTheBarHangsTwoPointsBelow) {
+  loadAndBuffer();
+  player->setFrame(platform::Rect(10, 20, 320, 180));
+  player->layoutIfNeeded();
+  EXPECT_EQ(player->playerLayer()->frame(), platform::Rect(0, 0, 320, 180));
+  EXPECT_EQ(player->progressView()->frame(), platform::Rect(0, 178, 320, 4));
+  EXPECT_EQ(player->progressView()->progressTintColor(),
+            platform::Color::colorWithRed(0.9607843137254902, 0.8392156862745098,
+                                          0.4196078431372549, 1.0));
+  EXPECT_EQ(player->progressView()->trackTintColor(),
+            platform::Color::colorWithRed(0.1568627450980392, 0.1803921568627451,
+                                          0.38823529411764707, 1.0));
+  EXPECT_FALSE(player->translatesAutoresizingMaskIntoConstraints());
+}
+
+class TouchRecordingView : public platform::View {
+ public:
+  static std::shared_ptr<TouchRecordingView> create() {
+    return std::shared_ptr<TouchRecordingView>(new TouchRecordingView());
+  }
+  void touchesEnded() override { ++touches; }
+  int touches = 0;
+
+ private:
+  TouchRecordingView() : View(platform::Rect()) {}
+};
+
+TEST_F(LinearPlayerTest, ATapSendsTheClickThroughEvenWhenAbsentAndGoesNoFurther) {
+  auto parent = TouchRecordingView::create();
+  parent->addSubview(player);
+  player->load(test::firstAd(test::linearVast()));
+  player->touchesEnded();
+  player->load(test::firstAd(test::linearVast("video/mp4", std::nullopt)));
+  player->touchesEnded();
+  EXPECT_EQ(delegate->events,
+            (std::vector<std::string>{"click:http://click/through", "click:(none)"}));
+  EXPECT_EQ(parent->touches, 0);
+}
+
+TEST_F(LinearPlayerTest, AGoneViewIsNeitherToldNorKeptAlive) {
+  loadAndBuffer();
+  auto item = player->playerItem();
+  auto avPlayer = player->player();
+  auto engine = this->engine();
+  avPlayer->play();
+  std::weak_ptr<ZVVastLinearAdPlayer> weak = player;
+  player.reset();
+  EXPECT_TRUE(weak.expired());
+  MainQueue::shared().advanceBy(std::chrono::milliseconds(10));
+  engine->reachEnd();
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+  EXPECT_TRUE(delegate->progress.empty());
+}
+
+}  // namespace
+}  // namespace zorva

@@ -1,0 +1,110 @@
+// The non-linear player over a hand-driven headless web engine.
+#include <gtest/gtest.h>
+
+#include <zorva/platform/HeadlessWebEngine.h>
+#include <zorva/platform/MainQueue.h>
+
+#include "Vast/ZVVastNonLinearAdPlayer.h"
+#include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
+
+namespace zorva {
+namespace {
+
+using platform::HeadlessWebEngine;
+using platform::NavigationActionPolicy;
+using platform::NavigationType;
+
+class RecordingVastDelegate : public ZVVastAdplayerDelegate {
+ public:
+  void playerDidLoad() override { events.push_back("load"); }
+  void playerDidStartPlaying() override { events.push_back("start"); }
+  void playerDidEndPlaying() override { events.push_back("end"); }
+  void playerDidIteractedWithTargetUrl(const std::optional<std::string>&) override {
+    events.push_back("click");
+  }
+  void playerDidProgress(double) override { events.push_back("progress"); }
+  void playerDidFailedWithError(const Error&) override { events.push_back("fail"); }
+  std::vector<std::string> events;
+};
+
+class NonLinearPlayerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    HeadlessWebEngine::setAutomaticByDefault(false);
+    player->setDelegate(delegate);
+  }
+  std::shared_ptr<HeadlessWebEngine> engine() const {
+    return HeadlessWebEngine::of(*player->player()->contenView());
+  }
+  // Loads `content` and lets the initial load through the navigation policy.
+  std::shared_ptr<HeadlessWebEngine> loadContent(const std::string& content) {
+    player->load(test::firstAd(test::nonLinearVast(content, "15")));
+    platform::MainQueue::shared().runUntilIdle();
+    return engine();
+  }
+  platform::URLRequest request(const std::string& url) {
+    return platform::URLRequest(platform::URL::URLWithString(url));
+  }
+
+  std::shared_ptr<ZVVastNonLinearAdPlayer> player = ZVVastNonLinearAdPlayer::create();
+  std::shared_ptr<RecordingVastDelegate> delegate = std::make_shared<RecordingVastDelegate>();
+};
+
+TEST(ZVVastNonLinearAdPlayerDuration, ReadsOnlyALeadingDecimalNumber) {
+  const std::vector<std::pair<std::string, double>> cases = {
+      {"15", 15.0},   {"00:00:15", 0.0}, {"01:30:00", 1.0}, {" 7.5s", 7.5},
+      {"abc", 0.0},   {"", 0.0},         {"-3", -3.0},      {"+2.5", 2.5},
+      {"1e2", 100.0}, {"1e", 1.0},       {".5", 0.5},       {"5.", 5.0},
+      {"0x1A", 0.0},  {"inf", 0.0},      {"nan", 0.0},      {"-.", 0.0}};
+  for (const auto& [text, expected] : cases) {
+    EXPECT_EQ(ZVVastNonLinearAdPlayer::leadingDouble(text), expected) << '"' << text << '"';
+  }
+}
+
+TEST_F(NonLinearPlayerTest, TheDurationComesFromMinSuggestedDuration) {
+  EXPECT_EQ(player->mediaDuration(), 0.0) << "no ad";
+  player->load(test::firstAd(test::nonLinearVast("x", "00:00:15")));
+  EXPECT_EQ(player->mediaDuration(), 0.0);
+  player->load(test::firstAd(test::nonLinearVast("x", "15")));
+  EXPECT_EQ(player->mediaDuration(), 15.0);
+  player->load(test::firstAd(test::nonLinearVast("x", std::nullopt)));
+  EXPECT_EQ(player->mediaDuration(), 0.0);
+}
+
+TEST_F(NonLinearPlayerTest, ContentLoadsAtOnceAndEachFinishedPageReportsALoad) {
+  player->play();
+  EXPECT_FALSE(player->player());
+  auto engine = loadContent("<b>overlay</b>");
+  ASSERT_TRUE(engine);
+  ASSERT_TRUE(engine->html());
+  EXPECT_NE(engine->html()->find("<div align=\"center\"><b>overlay</b></div>"), std::string::npos);
+  EXPECT_EQ(player->plaerView(), player->player()->contenView());
+  player->play();
+  EXPECT_TRUE(engine->finishNavigation());
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+}
+
+TEST_F(NonLinearPlayerTest, PageFailuresAreSwallowed) {
+  auto engine = loadContent("http://content.invalid/");
+  ASSERT_TRUE(engine->request());
+  EXPECT_EQ(engine->request()->url->absoluteString(), "http://content.invalid/");
+  EXPECT_TRUE(engine->failNavigation(Error("NSURLErrorDomain", -1003)));
+  EXPECT_TRUE(delegate->events.empty());
+}
+
+TEST_F(NonLinearPlayerTest, ClicksAreCancelledAndGoNowhereWithoutAResolver) {
+  auto engine = loadContent("<a href='http://x'>x</a>");
+  // A frame or redirect of the initial load is let through.
+  EXPECT_TRUE(player->htmlPlayerShouldLoadRequest(request("http://frame"), NavigationType::Other));
+  engine->finishNavigation();
+  EXPECT_EQ(engine->clickLink(request("http://advertiser/")), NavigationActionPolicy::Cancel);
+  EXPECT_FALSE(player->htmlPlayerShouldLoadRequest(request("http://late"), NavigationType::Other));
+  EXPECT_TRUE(
+      player->htmlPlayerShouldLoadRequest(request("http://form"), NavigationType::FormSubmitted));
+  EXPECT_FALSE(player->linkResolver());
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+}
+
+}  // namespace
+}  // namespace zorva

@@ -1,0 +1,235 @@
+// The VAST player over the real parser, creative players and platform engines: progress points,
+// the end, errors and clicks, observed through the network handler's tracking hand-over.
+#include <gtest/gtest.h>
+
+#include <zorva/platform/HeadlessMediaEngine.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/Window.h>
+
+#include <algorithm>
+
+#include "Common/ZVLog.h"
+#include "Vast/ZVVastLinearAdPlayer.h"
+#include "Vast/ZVVastNonLinearAdPlayer.h"
+#include "Vast/ZVVastPlayer.h"
+#include "support/LoopbackServer.h"
+#include "support/ObservingNetworkHandler.h"
+#include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
+
+namespace zorva {
+namespace {
+
+using platform::HeadlessMediaEngine;
+using platform::MainQueue;
+using platform::TimeRange;
+using Lists = std::vector<std::vector<std::string>>;
+
+class RecordingAdDelegate : public ZVAdPlayerDelegate {
+ public:
+  void playerWillPresentModal() override { events.push_back("willPresent"); }
+  void playerDidDismissModal() override { events.push_back("didDismiss"); }
+  void playerDidLoad() override { events.push_back("load"); }
+  void playerDidStartPlaying() override { events.push_back("start"); }
+  void playerDidEndPlaying() override { events.push_back("end"); }
+  void playerDidFailWithError(const Error& error) override {
+    events.push_back("fail:" + std::to_string(error.code));
+  }
+  bool respondsToPlayerWillPresentModal() const override { return modal; }
+  bool respondsToPlayerDidDismissModal() const override { return modal; }
+  bool modal = true;
+  std::vector<std::string> events;
+};
+
+std::vector<std::string> track(const std::string& event) { return {"http://track/" + event}; }
+
+class VastPlayerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    test::useVirtualClock();
+    handler = test::ObservingNetworkHandler::install();
+  }
+  std::shared_ptr<ZVVastPlayer> makePlayer(const std::string& markup, Value skadn = Value()) {
+    ZVPlayerConfig config;
+    config.isExpectingVideoAd = true;
+    config.ad = std::make_shared<ZorvaAd>();
+    config.ad->creative = markup;
+    config.ad->skadn = std::move(skadn);
+    auto player = ZVVastPlayer::create(config);
+    player->setDelegate(delegate);
+    return player;
+  }
+  // Plays the standard linear ad over a hand-driven engine: loaded with `duration` seconds of
+  // media, playing at `position`, with the first report delivered.
+  std::shared_ptr<HeadlessMediaEngine> startLinear(double duration, double position) {
+    HeadlessMediaEngine::setAutomaticByDefault(false);
+    player = makePlayer(test::linearVast());
+    player->play();
+    MainQueue::shared().runUntilIdle();
+    linear = std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer());
+    EXPECT_TRUE(linear);
+    if (!linear) return nullptr;
+    auto engine = HeadlessMediaEngine::of(*linear->playerItem());
+    engine->setDuration(duration);
+    engine->becomeReady();
+    engine->setLoadedTimeRanges({TimeRange::fromSeconds(0, std::max(duration, 1.0))});
+    engine->setCurrentTime(position);
+    linear->play();
+    MainQueue::shared().runUntilIdle();
+    return engine;
+  }
+  // One report at `position`.
+  void reportAt(HeadlessMediaEngine& engine, double position) {
+    engine.setCurrentTime(position);
+    MainQueue::shared().advanceBy(std::chrono::microseconds(2500));
+  }
+
+  std::shared_ptr<test::ObservingNetworkHandler> handler;
+  std::shared_ptr<RecordingAdDelegate> delegate = std::make_shared<RecordingAdDelegate>();
+  std::shared_ptr<ZVVastPlayer> player;
+  std::shared_ptr<ZVVastLinearAdPlayer> linear;
+};
+
+TEST_F(VastPlayerTest, PointsAtTheQuartersFireOnePerReportWithTheInfoLogLine) {
+  ZVLog::setLevel(3);
+  test::LogCapture log;
+  auto engine = startLinear(20, 0.5);
+  ASSERT_TRUE(engine);
+  ASSERT_EQ(player->trackingPoints().size(), 4u);
+  for (double position : {5.2, 5.4, 10.1, 15.0, 20.0}) reportAt(*engine, position);
+
+  EXPECT_EQ(handler->handedOverUrls(),
+            (Lists{track("start"), track("firstQuartile"), track("midpoint"),
+                   track("thirdQuartile"), track("complete")}));
+  const auto lines = log.entriesContaining("Time - ");
+  ASSERT_EQ(lines.size(), 5u);
+  EXPECT_NE(lines[0].find("\nTime - 0.500000 Event - start, Tracks - (\n    "
+                          "\"http://track/start\"\n)\n"),
+            std::string::npos)
+      << lines[0];
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+}
+
+TEST_F(VastPlayerTest, AnOverdueEventWaitsForTheNextReport) {
+  auto engine = startLinear(20, 12);
+  ASSERT_TRUE(engine);
+  EXPECT_EQ(handler->handedOverUrls(), Lists{track("start")});
+  for (int i = 0; i < 3; ++i) reportAt(*engine, 12);
+  EXPECT_EQ(handler->handedOverUrls(),
+            (Lists{track("start"), track("firstQuartile"), track("midpoint")}));
+}
+
+TEST_F(VastPlayerTest, AZeroDurationFiresOnePointPerReportThenEmptyLists) {
+  ZVLog::setLevel(3);
+  test::LogCapture log;
+  auto engine = startLinear(0, 0);
+  ASSERT_TRUE(engine);
+  for (int i = 0; i < 5; ++i) reportAt(*engine, 0);
+  EXPECT_EQ(handler->handedOverUrls(), (Lists{track("start"),
+                                              track("firstQuartile"),
+                                              track("midpoint"),
+                                              track("thirdQuartile"),
+                                              track("complete"),
+                                              {}}));
+  EXPECT_EQ(log.entriesContaining("Event - (null), Tracks - (null)").size(), 1u);
+}
+
+TEST_F(VastPlayerTest, ANaturalEndHandsCompleteOverTwiceAndNeverAnImpression) {
+  player = makePlayer(test::linearVast());
+  auto window = platform::Window::create(platform::Rect(0, 0, 320, 480));
+  window->addSubview(player);
+  player->play();
+  MainQueue::shared().advanceBy(std::chrono::seconds(16));
+
+  const auto lists = handler->handedOverUrls();
+  EXPECT_EQ(std::count(lists.begin(), lists.end(), track("complete")), 2);
+  for (const auto& list : lists) {
+    EXPECT_EQ(std::count(list.begin(), list.end(), "http://imp/inline"), 0);
+  }
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "end"}));
+  ASSERT_EQ(player->subviews().size(), 1u);
+  EXPECT_EQ(player->subviews()[0], player->vastAdPlayer()->plaerView());
+  EXPECT_EQ(player->vastAdPlayer()->plaerView()->constraints().size(), 4u);
+}
+
+TEST_F(VastPlayerTest, AMalformedDocumentFailsAtOnceWith100AndHandsOverNothing) {
+  player = makePlayer("<VAST version=\"3.0\"><Ad>");
+  player->play();
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"fail:100"});
+  EXPECT_FALSE(player->vastAdPlayer());
+  EXPECT_TRUE(handler->handedOverUrls().empty());
+}
+
+TEST_F(VastPlayerTest, AFailingMediaPutsItsCodeIntoEveryErrorUrlOfTheChain) {
+  test::LoopbackServer server;
+  server.respond("/inline", {.body = test::linearVast(), .contentType = "application/xml"});
+  HeadlessMediaEngine::setAutomaticByDefault(false);
+  player = makePlayer(R"(<VAST version="3.0"><Ad id="w"><Wrapper><AdSystem>S</AdSystem>)"
+                      R"(<VASTAdTagURI>)" +
+                      server.url("/inline") +
+                      R"(</VASTAdTagURI><Error>http://err/wrapper?c=[ERRORCODE]</Error>)"
+                      R"(</Wrapper></Ad></VAST>)");
+  player->play();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return player->vastAdPlayer() != nullptr; }));
+  auto linear = std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer());
+  ASSERT_TRUE(linear);
+  HeadlessMediaEngine::of(*linear->playerItem())->fail(Error("decoder", 1));
+
+  EXPECT_EQ(handler->handedOverUrls(),
+            (Lists{{"http://err/inline?code=405", "http://err/wrapper?c=405"}}));
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"fail:405"});
+}
+
+TEST_F(VastPlayerTest, ANonLinearAdIsShownAsHtmlWithTheBidsSkadn) {
+  const Value skadn = {{"itunesitem", "123"}};
+  player = makePlayer(test::nonLinearVast("<b>overlay</b>", "15"), skadn);
+  player->play();
+  MainQueue::shared().runUntilIdle();
+  auto nonLinear = std::dynamic_pointer_cast<ZVVastNonLinearAdPlayer>(player->vastAdPlayer());
+  ASSERT_TRUE(nonLinear);
+  EXPECT_EQ(nonLinear->skadn(), skadn);
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+  std::vector<double> times;
+  for (const auto& point : player->trackingPoints()) times.push_back(point.time);
+  EXPECT_EQ(times, (std::vector<double>{0, 3.75, 7.5, 11.25, 15}));
+  EXPECT_EQ(player->subviews().at(0), nonLinear->plaerView());
+}
+
+TEST_F(VastPlayerTest, TheFirstAdWithACreativeIsPlayedByTheMatchingPlayer) {
+  const auto vast = test::vastDocument(
+      R"(<VAST version="3.0"><Ad id="w"><Wrapper><AdSystem>S</AdSystem></Wrapper></Ad>)"
+      R"(<Ad id="i"><InLine><AdSystem>S</AdSystem><AdTitle>Second</AdTitle><Creatives><Creative>)"
+      R"(<Linear><MediaFiles><MediaFile type="video/mp4">http://m/1.mp4</MediaFile></MediaFiles>)"
+      R"(</Linear></Creative></Creatives></InLine></Ad></VAST>)");
+  const auto ad = ZVVastPlayer::firstInlineAd(*vast);
+  ASSERT_TRUE(ad);
+  EXPECT_EQ(ad->title(), "Second");
+  player = makePlayer("");
+  EXPECT_TRUE(std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer(ad)));
+  EXPECT_TRUE(std::dynamic_pointer_cast<ZVVastNonLinearAdPlayer>(player->vastAdPlayer(nullptr)));
+  EXPECT_FALSE(ZVVastPlayer::firstInlineAd(*test::vastDocument("<VAST version=\"3.0\"/>")));
+}
+
+TEST_F(VastPlayerTest, ATapGoesToTheLinkResolverAndModalReportsOnlyToDelegatesThatTakeThem) {
+  auto engine = startLinear(20, 0);
+  ASSERT_TRUE(engine);
+  linear->touchesEnded();
+  player->playerDidIteractedWithTargetUrl(std::nullopt);  // nowhere to go: nothing opens
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent"}));
+  player->resolverDidDismissModal(*player->linkResolver());
+  delegate->modal = false;
+  linear->touchesEnded();
+  player->resolverDidDismissModal(*player->linkResolver());
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent", "didDismiss"}));
+}
+
+TEST_F(VastPlayerTest, AStartReportFiresTheImpressionOfTheWholeChain) {
+  auto engine = startLinear(20, 1);
+  ASSERT_TRUE(engine);
+  player->playerDidStartPlaying();
+  EXPECT_EQ(handler->handedOverUrls().back(), std::vector<std::string>{"http://imp/inline"});
+  EXPECT_EQ(delegate->events.back(), "start");
+}
+
+}  // namespace
+}  // namespace zorva

@@ -77,15 +77,6 @@ TEST(ZVModalViewController, AnswersRotationFromItsStoredValuesAndHidesTheStatusB
   EXPECT_EQ(controller->preferredInterfaceOrientationForPresentation(),
             InterfaceOrientation::LandscapeRight);
   EXPECT_TRUE(controller->prefersStatusBarHidden());
-
-  controller->setAllowRotation(false);
-  controller->setSupportedOrientations(platform::kInterfaceOrientationMaskPortrait);
-  controller->setForcedOrientation(InterfaceOrientation::Portrait);
-  EXPECT_FALSE(controller->shouldAutorotate());
-  EXPECT_EQ(controller->supportedInterfaceOrientations(),
-            platform::kInterfaceOrientationMaskPortrait);
-  EXPECT_EQ(controller->preferredInterfaceOrientationForPresentation(),
-            InterfaceOrientation::Portrait);
 }
 
 class PresentedModal : public ::testing::Test {

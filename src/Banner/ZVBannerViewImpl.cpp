@@ -9,13 +9,12 @@
 
 namespace zorva {
 
-template <typename Call> void ZVBannerView::Impl::tellDelegate(Call &&call) {
+template <typename Call>
+void ZVBannerView::Impl::tellDelegate(Call&& call) {
   auto banner = owner_.lock();
-  if (!banner)
-    return;
+  if (!banner) return;
   auto delegate = this->delegate();
-  if (delegate)
-    call(*delegate, *banner);
+  if (delegate) call(*delegate, *banner);
   releaseOnMainQueue(std::move(delegate));
   releaseOnMainQueue(std::move(banner));
 }
@@ -25,14 +24,12 @@ std::shared_ptr<ZVBannerViewDelegate> ZVBannerView::Impl::delegate() const {
   return delegate_.lock();
 }
 
-void ZVBannerView::Impl::setDelegate(
-    std::weak_ptr<ZVBannerViewDelegate> delegate) {
+void ZVBannerView::Impl::setDelegate(std::weak_ptr<ZVBannerViewDelegate> delegate) {
   std::lock_guard lock(mutex_);
   delegate_ = std::move(delegate);
 }
 
-std::shared_ptr<platform::ViewController>
-ZVBannerView::Impl::presentationViewController() const {
+std::shared_ptr<platform::ViewController> ZVBannerView::Impl::presentationViewController() const {
   std::lock_guard lock(mutex_);
   return presentationViewController_.lock();
 }
@@ -82,14 +79,12 @@ void ZVBannerView::Impl::intarnalLoadAd() { adLoader()->load(); }
 
 void ZVBannerView::Impl::scheduleRefreshIfApplicable() {
   const unsigned long interval = refreshInterval();
-  if (interval == 0)
-    return;
+  if (interval == 0) return;
   auto tracker = ZVAdPlayTracker::create();
   tracker->setSessionTime(interval);
   std::weak_ptr<ZVBannerView> weakBanner = owner_;
   tracker->trackCompletion([weakBanner] {
-    if (auto banner = weakBanner.lock())
-      of(*banner).intarnalLoadAd();
+    if (auto banner = weakBanner.lock()) of(*banner).intarnalLoadAd();
   });
   std::shared_ptr<ZVAdPlayTracker> replaced;
   {
@@ -100,13 +95,11 @@ void ZVBannerView::Impl::scheduleRefreshIfApplicable() {
   // this is.
 }
 
-void ZVBannerView::Impl::notifyError(const Error &error) {
+void ZVBannerView::Impl::notifyError(const Error& error) {
   scheduleRefreshIfApplicable();
-  if (refreshInterval() == 0)
-    state_ = 0;
-  ZV_LOG(1, "-[ZVBannerView notifyError:]", "%s",
-         error.localizedDescription().c_str());
-  tellDelegate([&](ZVBannerViewDelegate &delegate, ZVBannerView &banner) {
+  if (refreshInterval() == 0) state_ = 0;
+  ZV_LOG(1, "-[ZVBannerView notifyError:]", "%s", error.localizedDescription().c_str());
+  tellDelegate([&](ZVBannerViewDelegate& delegate, ZVBannerView& banner) {
     if (delegate.bannerViewDidFailToReceiveAdWithError) {
       delegate.bannerViewDidFailToReceiveAdWithError(banner, error);
     }
@@ -114,8 +107,7 @@ void ZVBannerView::Impl::notifyError(const Error &error) {
 }
 
 void ZVBannerView::Impl::didReceiveAd(std::shared_ptr<ZorvaAd> ad) {
-  if (owner_.expired())
-    return;
+  if (owner_.expired()) return;
   auto config = std::make_shared<ZVPlayerConfig>();
   config->requestedAdSize = adSize_;
   config->ad = std::move(ad);
@@ -133,44 +125,39 @@ void ZVBannerView::Impl::didReceiveAd(std::shared_ptr<ZorvaAd> ad) {
   player->play();
 }
 
-void ZVBannerView::Impl::didFailToReceivedAd(const Error &error) {
+void ZVBannerView::Impl::didFailToReceivedAd(const Error& error) {
   // On a network thread this keeps the banner alive until the failure has been
   // told, and releases it on the main thread; once the banner is gone nothing
   // is told or retried.
   auto banner = owner_.lock();
-  if (!banner)
-    return;
+  if (!banner) return;
   notifyError(error);
   releaseOnMainQueue(std::move(banner));
 }
 
 void ZVBannerView::Impl::playerWillPresentModal() {
-  tellDelegate([](ZVBannerViewDelegate &delegate, ZVBannerView &banner) {
-    if (delegate.bannerViewWillPresentModal)
-      delegate.bannerViewWillPresentModal(banner);
+  tellDelegate([](ZVBannerViewDelegate& delegate, ZVBannerView& banner) {
+    if (delegate.bannerViewWillPresentModal) delegate.bannerViewWillPresentModal(banner);
   });
 }
 
 void ZVBannerView::Impl::playerDidDismissModal() {
-  tellDelegate([](ZVBannerViewDelegate &delegate, ZVBannerView &banner) {
-    if (delegate.bannerViewDidDismissModal)
-      delegate.bannerViewDidDismissModal(banner);
+  tellDelegate([](ZVBannerViewDelegate& delegate, ZVBannerView& banner) {
+    if (delegate.bannerViewDidDismissModal) delegate.bannerViewDidDismissModal(banner);
   });
 }
 
 void ZVBannerView::Impl::playerDidLoad() {
   auto banner = owner_.lock();
   auto current = player();
-  if (!banner || !current)
-    return;
+  if (!banner || !current) return;
   // A refreshed ad's view goes on top of the earlier ones, which stay where
   // they are.
   auto view = current->playerView();
   banner->addSubview(view);
   ZVViewUtils::alignToParent(view);
-  tellDelegate([](ZVBannerViewDelegate &delegate, ZVBannerView &banner) {
-    if (delegate.bannerViewDidReceiveAd)
-      delegate.bannerViewDidReceiveAd(banner);
+  tellDelegate([](ZVBannerViewDelegate& delegate, ZVBannerView& banner) {
+    if (delegate.bannerViewDidReceiveAd) delegate.bannerViewDidReceiveAd(banner);
   });
 }
 
@@ -180,13 +167,10 @@ void ZVBannerView::Impl::playerDidEndPlaying() {
   state_ = 3;
   // The session time given to the player was the refresh interval: the next ad
   // loads now.
-  if (refreshInterval() != 0 && !owner_.expired())
-    intarnalLoadAd();
+  if (refreshInterval() != 0 && !owner_.expired()) intarnalLoadAd();
 }
 
-void ZVBannerView::Impl::playerDidFailWithError(const Error &error) {
-  didFailToReceivedAd(error);
-}
+void ZVBannerView::Impl::playerDidFailWithError(const Error& error) { didFailToReceivedAd(error); }
 
 void ZVBannerView::Impl::teardown() {
   std::shared_ptr<ZVAdLoader> loader;
@@ -201,4 +185,4 @@ void ZVBannerView::Impl::teardown() {
   loader.reset();
 }
 
-} // namespace zorva
+}  // namespace zorva

@@ -26,25 +26,23 @@ namespace zorva {
 /// delegate and the retry tracker under `mutex_`, and schedules the retry on
 /// the main queue, whose timers may be scheduled from any thread; it keeps the
 /// banner alive while it runs and lets it go on the main thread.
-class ZVBannerView::Impl
-    : public ZVAdLoaderDelegate,
-      public ZVAdPlayerDelegate,
-      public std::enable_shared_from_this<ZVBannerView::Impl> {
-public:
+class ZVBannerView::Impl : public ZVAdLoaderDelegate,
+                           public ZVAdPlayerDelegate,
+                           public std::enable_shared_from_this<ZVBannerView::Impl> {
+ public:
   Impl(std::shared_ptr<ZVAdRequest> request, ZVAdSize adSize)
       : request_(std::move(request)), adSize_(adSize) {}
 
-  static Impl &of(const ZVBannerView &banner) { return *banner.impl_; }
+  static Impl& of(const ZVBannerView& banner) { return *banner.impl_; }
 
   std::shared_ptr<ZVBannerViewDelegate> delegate() const;
   void setDelegate(std::weak_ptr<ZVBannerViewDelegate> delegate);
   std::shared_ptr<platform::ViewController> presentationViewController() const;
-  void setPresentationViewController(
-      std::weak_ptr<platform::ViewController> controller);
+  void setPresentationViewController(std::weak_ptr<platform::ViewController> controller);
   unsigned long refreshInterval() const { return refreshInterval_; }
   void setRefreshInterval(unsigned long seconds) { refreshInterval_ = seconds; }
   ZVAdSize adSize() const { return adSize_; }
-  const std::shared_ptr<ZVAdRequest> &request() const { return request_; }
+  const std::shared_ptr<ZVAdRequest>& request() const { return request_; }
   long state() const { return state_; }
 
   /// Made on first use: a display loader whose builder asks for a banner of
@@ -58,28 +56,29 @@ public:
   /// Loads without looking at the state (the refresh and the retry come here).
   void intarnalLoadAd();
   void scheduleRefreshIfApplicable();
-  void notifyError(const Error &error);
+  void notifyError(const Error& error);
 
   void didReceiveAd(std::shared_ptr<ZorvaAd> ad) override;
-  void didFailToReceivedAd(const Error &error) override;
+  void didFailToReceivedAd(const Error& error) override;
 
   void playerWillPresentModal() override;
   void playerDidDismissModal() override;
   void playerDidLoad() override;
   void playerDidStartPlaying() override;
   void playerDidEndPlaying() override;
-  void playerDidFailWithError(const Error &error) override;
+  void playerDidFailWithError(const Error& error) override;
   bool respondsToPlayerWillPresentModal() const override { return true; }
   bool respondsToPlayerDidDismissModal() const override { return true; }
 
-private:
+ private:
   friend class ZVBannerView;
 
   /// Releases the loader first, then the player and the retry timer. Main
   /// thread, from the banner's destructor.
   void teardown();
   /// Calls `call(delegate, banner)` when both are still there.
-  template <typename Call> void tellDelegate(Call &&call);
+  template <typename Call>
+  void tellDelegate(Call&& call);
 
   std::weak_ptr<ZVBannerView> owner_;
   const std::shared_ptr<ZVAdRequest> request_;
@@ -95,4 +94,4 @@ private:
   std::shared_ptr<ZVAdPlayTracker> adPlayTracker_;
 };
 
-} // namespace zorva
+}  // namespace zorva

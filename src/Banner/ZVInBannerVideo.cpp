@@ -6,8 +6,8 @@ namespace zorva {
 
 ZVInBannerVideo::ZVInBannerVideo() : View(platform::Rect()) {}
 
-std::shared_ptr<ZVInBannerVideo>
-ZVInBannerVideo::create(std::shared_ptr<ZVAdRequest> request, ZVAdSize adSize) {
+std::shared_ptr<ZVInBannerVideo> ZVInBannerVideo::create(std::shared_ptr<ZVAdRequest> request,
+                                                         ZVAdSize adSize) {
   std::shared_ptr<ZVInBannerVideo> video(new ZVInBannerVideo());
   video->impl_ = std::make_shared<Impl>(std::move(request), adSize);
   video->impl_->owner_ = video;
@@ -24,13 +24,11 @@ std::shared_ptr<ZVInBannerVideoDelegate> ZVInBannerVideo::delegate() const {
   return impl_->delegate();
 }
 
-void ZVInBannerVideo::setDelegate(
-    std::weak_ptr<ZVInBannerVideoDelegate> delegate) {
+void ZVInBannerVideo::setDelegate(std::weak_ptr<ZVInBannerVideoDelegate> delegate) {
   impl_->setDelegate(std::move(delegate));
 }
 
-std::shared_ptr<platform::ViewController>
-ZVInBannerVideo::presentationViewController() const {
+std::shared_ptr<platform::ViewController> ZVInBannerVideo::presentationViewController() const {
   return impl_->presentationViewController();
 }
 
@@ -41,10 +39,8 @@ void ZVInBannerVideo::setPresentationViewController(
 
 ZVAdSize ZVInBannerVideo::adSize() const { return impl_->adSize(); }
 
-const std::shared_ptr<ZVAdRequest> &ZVInBannerVideo::request() const {
-  return impl_->request();
-}
+const std::shared_ptr<ZVAdRequest>& ZVInBannerVideo::request() const { return impl_->request(); }
 
 long ZVInBannerVideo::state() const { return impl_->state(); }
 
-} // namespace zorva
+}  // namespace zorva

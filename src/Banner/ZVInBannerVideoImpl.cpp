@@ -9,31 +9,28 @@
 
 namespace zorva {
 
-template <typename Call> void ZVInBannerVideo::Impl::tellDelegate(Call &&call) {
+template <typename Call>
+void ZVInBannerVideo::Impl::tellDelegate(Call&& call) {
   auto video = owner_.lock();
-  if (!video)
-    return;
+  if (!video) return;
   auto delegate = this->delegate();
-  if (delegate)
-    call(*delegate, *video);
+  if (delegate) call(*delegate, *video);
   releaseOnMainQueue(std::move(delegate));
   releaseOnMainQueue(std::move(video));
 }
 
-std::shared_ptr<ZVInBannerVideoDelegate>
-ZVInBannerVideo::Impl::delegate() const {
+std::shared_ptr<ZVInBannerVideoDelegate> ZVInBannerVideo::Impl::delegate() const {
   std::lock_guard lock(mutex_);
   return delegate_.lock();
 }
 
-void ZVInBannerVideo::Impl::setDelegate(
-    std::weak_ptr<ZVInBannerVideoDelegate> delegate) {
+void ZVInBannerVideo::Impl::setDelegate(std::weak_ptr<ZVInBannerVideoDelegate> delegate) {
   std::lock_guard lock(mutex_);
   delegate_ = std::move(delegate);
 }
 
-std::shared_ptr<platform::ViewController>
-ZVInBannerVideo::Impl::presentationViewController() const {
+std::shared_ptr<platform::ViewController> ZVInBannerVideo::Impl::presentationViewController()
+    const {
   std::lock_guard lock(mutex_);
   return presentationViewController_.lock();
 }
@@ -79,21 +76,18 @@ void ZVInBannerVideo::Impl::intarnalLoadAd() { adLoader()->load(); }
 void ZVInBannerVideo::Impl::playAd() {
   auto video = owner_.lock();
   auto current = player();
-  if (!video || !current)
-    return;
+  if (!video || !current) return;
   auto view = current->playerView();
-  if (!view)
-    return;
+  if (!view) return;
   view->setTranslatesAutoresizingMaskIntoConstraints(false);
   video->addSubview(view);
   ZVViewUtils::alignToParent(view);
 }
 
-void ZVInBannerVideo::Impl::notifyError(const Error &error) {
+void ZVInBannerVideo::Impl::notifyError(const Error& error) {
   state_ = 0;
-  ZV_LOG(1, "-[ZVInBannerVideo notifyError:]", "%s",
-         error.localizedDescription().c_str());
-  tellDelegate([&](ZVInBannerVideoDelegate &delegate, ZVInBannerVideo &video) {
+  ZV_LOG(1, "-[ZVInBannerVideo notifyError:]", "%s", error.localizedDescription().c_str());
+  tellDelegate([&](ZVInBannerVideoDelegate& delegate, ZVInBannerVideo& video) {
     if (delegate.bannerViewDidFailToReceiveAdWithError) {
       delegate.bannerViewDidFailToReceiveAdWithError(video, error);
     }
@@ -101,8 +95,7 @@ void ZVInBannerVideo::Impl::notifyError(const Error &error) {
 }
 
 void ZVInBannerVideo::Impl::didReceiveAd(std::shared_ptr<ZorvaAd> ad) {
-  if (owner_.expired())
-    return;
+  if (owner_.expired()) return;
   auto config = std::make_shared<ZVPlayerConfig>();
   config->requestedAdSize = adSize_;
   config->ad = std::move(ad);
@@ -119,35 +112,31 @@ void ZVInBannerVideo::Impl::didReceiveAd(std::shared_ptr<ZorvaAd> ad) {
   player->play();
 }
 
-void ZVInBannerVideo::Impl::didFailToReceivedAd(const Error &error) {
+void ZVInBannerVideo::Impl::didFailToReceivedAd(const Error& error) {
   // See the banner: keep the view alive while a network-thread failure is told,
   // release it on the main thread, and tell nothing once it is gone.
   auto video = owner_.lock();
-  if (!video)
-    return;
+  if (!video) return;
   notifyError(error);
   releaseOnMainQueue(std::move(video));
 }
 
 void ZVInBannerVideo::Impl::playerWillPresentModal() {
-  tellDelegate([](ZVInBannerVideoDelegate &delegate, ZVInBannerVideo &video) {
-    if (delegate.bannerViewWillPresentModal)
-      delegate.bannerViewWillPresentModal(video);
+  tellDelegate([](ZVInBannerVideoDelegate& delegate, ZVInBannerVideo& video) {
+    if (delegate.bannerViewWillPresentModal) delegate.bannerViewWillPresentModal(video);
   });
 }
 
 void ZVInBannerVideo::Impl::playerDidDismissModal() {
-  tellDelegate([](ZVInBannerVideoDelegate &delegate, ZVInBannerVideo &video) {
-    if (delegate.bannerViewDidDismissModal)
-      delegate.bannerViewDidDismissModal(video);
+  tellDelegate([](ZVInBannerVideoDelegate& delegate, ZVInBannerVideo& video) {
+    if (delegate.bannerViewDidDismissModal) delegate.bannerViewDidDismissModal(video);
   });
 }
 
 void ZVInBannerVideo::Impl::playerDidLoad() {
   // The view is shown only by playAd.
-  tellDelegate([](ZVInBannerVideoDelegate &delegate, ZVInBannerVideo &video) {
-    if (delegate.bannerViewDidReceiveAd)
-      delegate.bannerViewDidReceiveAd(video);
+  tellDelegate([](ZVInBannerVideoDelegate& delegate, ZVInBannerVideo& video) {
+    if (delegate.bannerViewDidReceiveAd) delegate.bannerViewDidReceiveAd(video);
   });
 }
 
@@ -155,13 +144,12 @@ void ZVInBannerVideo::Impl::playerDidStartPlaying() { state_ = 2; }
 
 void ZVInBannerVideo::Impl::playerDidEndPlaying() {
   state_ = 3;
-  tellDelegate([](ZVInBannerVideoDelegate &delegate, ZVInBannerVideo &video) {
-    if (delegate.bannerViewDidFinishPlayingAd)
-      delegate.bannerViewDidFinishPlayingAd(video);
+  tellDelegate([](ZVInBannerVideoDelegate& delegate, ZVInBannerVideo& video) {
+    if (delegate.bannerViewDidFinishPlayingAd) delegate.bannerViewDidFinishPlayingAd(video);
   });
 }
 
-void ZVInBannerVideo::Impl::playerDidFailWithError(const Error &error) {
+void ZVInBannerVideo::Impl::playerDidFailWithError(const Error& error) {
   didFailToReceivedAd(error);
 }
 
@@ -176,4 +164,4 @@ void ZVInBannerVideo::Impl::teardown() {
   loader.reset();
 }
 
-} // namespace zorva
+}  // namespace zorva

@@ -10,25 +10,21 @@
 namespace zorva {
 
 template <typename Call>
-void ZVInterstitialAd::Impl::tellDelegate(Call &&call) {
+void ZVInterstitialAd::Impl::tellDelegate(Call&& call) {
   auto ad = owner_.lock();
-  if (!ad)
-    return;
+  if (!ad) return;
   auto delegate = this->delegate();
-  if (delegate)
-    call(*delegate, *ad);
+  if (delegate) call(*delegate, *ad);
   releaseOnMainQueue(std::move(delegate));
   releaseOnMainQueue(std::move(ad));
 }
 
-std::shared_ptr<ZVInterstitialAdDelegate>
-ZVInterstitialAd::Impl::delegate() const {
+std::shared_ptr<ZVInterstitialAdDelegate> ZVInterstitialAd::Impl::delegate() const {
   std::lock_guard lock(mutex_);
   return delegate_.lock();
 }
 
-void ZVInterstitialAd::Impl::setDelegate(
-    std::weak_ptr<ZVInterstitialAdDelegate> delegate) {
+void ZVInterstitialAd::Impl::setDelegate(std::weak_ptr<ZVInterstitialAdDelegate> delegate) {
   std::lock_guard lock(mutex_);
   delegate_ = std::move(delegate);
 }
@@ -53,8 +49,7 @@ std::shared_ptr<ZVAdPlaying> ZVInterstitialAd::Impl::player() const {
   return player_;
 }
 
-std::shared_ptr<ZVModalViewController>
-ZVInterstitialAd::Impl::modalController() const {
+std::shared_ptr<ZVModalViewController> ZVInterstitialAd::Impl::modalController() const {
   std::lock_guard lock(mutex_);
   return modalController_;
 }
@@ -73,15 +68,14 @@ void ZVInterstitialAd::Impl::loadAd() {
 void ZVInterstitialAd::Impl::intarnalLoadAd() { adLoader()->load(); }
 
 void ZVInterstitialAd::Impl::showFromViewController(
-    const std::shared_ptr<platform::ViewController> &presenter) {
+    const std::shared_ptr<platform::ViewController>& presenter) {
   auto ad = owner_.lock();
-  if (!ad || !presenter)
-    return;
+  if (!ad || !presenter) return;
   auto current = player();
   auto view = current ? current->playerView() : nullptr;
   const auto orientation = ZVUtility::currentOrientaion();
-  auto controller = ZVModalViewController::create(
-      view, platform::kInterfaceOrientationMaskAll, orientation);
+  auto controller =
+      ZVModalViewController::create(view, platform::kInterfaceOrientationMaskAll, orientation);
   controller->setAllowRotation(true);
   std::shared_ptr<ZVModalViewController> replaced;
   {
@@ -90,7 +84,7 @@ void ZVInterstitialAd::Impl::showFromViewController(
   }
   // The completion keeps the interstitial until the presentation has ended.
   presenter->presentViewController(controller, false, [ad] {
-    auto &self = of(*ad);
+    auto& self = of(*ad);
     auto delegate = self.delegate();
     if (delegate && delegate->interstitialWillPresentAd) {
       delegate->interstitialWillPresentAd(*ad);
@@ -99,11 +93,10 @@ void ZVInterstitialAd::Impl::showFromViewController(
   });
 }
 
-void ZVInterstitialAd::Impl::notifyError(const Error &error) {
+void ZVInterstitialAd::Impl::notifyError(const Error& error) {
   state_ = 0;
-  ZV_LOG(1, "-[ZVInterstitialAd notifyError:]", "%s",
-         error.localizedDescription().c_str());
-  tellDelegate([&](ZVInterstitialAdDelegate &delegate, ZVInterstitialAd &ad) {
+  ZV_LOG(1, "-[ZVInterstitialAd notifyError:]", "%s", error.localizedDescription().c_str());
+  tellDelegate([&](ZVInterstitialAdDelegate& delegate, ZVInterstitialAd& ad) {
     if (delegate.interstitialDidFailToReceiveAdWithError) {
       delegate.interstitialDidFailToReceiveAdWithError(ad, error);
     }
@@ -111,16 +104,14 @@ void ZVInterstitialAd::Impl::notifyError(const Error &error) {
 }
 
 void ZVInterstitialAd::Impl::modalDidDissmiss() {
-  tellDelegate([](ZVInterstitialAdDelegate &delegate, ZVInterstitialAd &ad) {
-    if (delegate.interstitialDidDismissAd)
-      delegate.interstitialDidDismissAd(ad);
+  tellDelegate([](ZVInterstitialAdDelegate& delegate, ZVInterstitialAd& ad) {
+    if (delegate.interstitialDidDismissAd) delegate.interstitialDidDismissAd(ad);
   });
   state_ = 0;
 }
 
 void ZVInterstitialAd::Impl::didReceiveAd(std::shared_ptr<ZorvaAd> ad) {
-  if (owner_.expired())
-    return;
+  if (owner_.expired()) return;
   auto config = std::make_shared<ZVPlayerConfig>();
   config->ad = std::move(ad);
   config->isExpectingVideoAd = switchToVideo();
@@ -137,31 +128,27 @@ void ZVInterstitialAd::Impl::didReceiveAd(std::shared_ptr<ZorvaAd> ad) {
   player->play();
 }
 
-void ZVInterstitialAd::Impl::didFailToReceivedAd(const Error &error) {
+void ZVInterstitialAd::Impl::didFailToReceivedAd(const Error& error) {
   // See the banner: keep the interstitial alive while a network-thread failure
   // is told, release it on the main thread, and tell nothing once it is gone.
   auto ad = owner_.lock();
-  if (!ad)
-    return;
+  if (!ad) return;
   notifyError(error);
   releaseOnMainQueue(std::move(ad));
 }
 
 void ZVInterstitialAd::Impl::playerWillPresentModal() {
-  tellDelegate([](ZVInterstitialAdDelegate &delegate, ZVInterstitialAd &ad) {
-    if (delegate.interstitialDidClickAd)
-      delegate.interstitialDidClickAd(ad);
+  tellDelegate([](ZVInterstitialAdDelegate& delegate, ZVInterstitialAd& ad) {
+    if (delegate.interstitialDidClickAd) delegate.interstitialDidClickAd(ad);
   });
 }
 
 void ZVInterstitialAd::Impl::playerDidDismissModal() {}
 
 void ZVInterstitialAd::Impl::playerDidLoad() {
-  if (owner_.expired())
-    return;
-  tellDelegate([](ZVInterstitialAdDelegate &delegate, ZVInterstitialAd &ad) {
-    if (delegate.interstitialDidReceiveAd)
-      delegate.interstitialDidReceiveAd(ad);
+  if (owner_.expired()) return;
+  tellDelegate([](ZVInterstitialAdDelegate& delegate, ZVInterstitialAd& ad) {
+    if (delegate.interstitialDidReceiveAd) delegate.interstitialDidReceiveAd(ad);
   });
   state_ = 2;
 }
@@ -170,7 +157,7 @@ void ZVInterstitialAd::Impl::playerDidStartPlaying() {}
 
 void ZVInterstitialAd::Impl::playerDidEndPlaying() {}
 
-void ZVInterstitialAd::Impl::playerDidFailWithError(const Error &error) {
+void ZVInterstitialAd::Impl::playerDidFailWithError(const Error& error) {
   didFailToReceivedAd(error);
 }
 
@@ -187,4 +174,4 @@ void ZVInterstitialAd::Impl::teardown() {
   loader.reset();
 }
 
-} // namespace zorva
+}  // namespace zorva

@@ -116,8 +116,10 @@ TEST(DemoExecutable, DefaultTourPrintsEveryMilestoneInOrderAndExitsZero) {
   at = find(lines, at, {"/track?doc=wrapper1&event=start"});
   at = find(lines, at, {"PASS  vast-wrapper"});
   at = find(lines, at, {"PASS  vast-nonlinear"});
+  at = find(lines, at, {"callback", "bannerViewDidReceiveAd"});
   at = find(lines, at, {"PASS  no-fill"});
-  at = find(lines, at, {"main", "bannerViewDidFailToReceiveAdWithError", "ZorvaSDK 0"});
+  at = find(lines, at, {"main", "bannerViewDidFailToReceiveAdWithError", "nlohmann::json 101"});
+  at = find(lines, at, {"main", "bannerViewDidFailToReceiveAdWithError", "ZorvaSDK 0: NoAdsError"});
   at = find(lines, at, {"PASS  broken-response"});
   at = find(lines, at, {"network", "bannerViewDidFailToReceiveAdWithError", "libcurl 28"});
   at = find(lines, at, {"PASS  network-timeout"});

@@ -28,7 +28,7 @@ std::shared_ptr<T> findFirst(const std::shared_ptr<View>& view) {
 }
 
 /// The href of the first <a> in `html`.
-std::optional<std::string> firstLink(const std::string& html) {
+std::optional<std::string> firstLinkIn(const std::string& html) {
   for (std::size_t at = 0; (at = html.find("<a", at)) != std::string::npos; ++at) {
     const auto tagEnd = html.find('>', at);
     const auto href = html.find("href=", at);
@@ -46,8 +46,17 @@ std::optional<std::string> firstLink(const std::string& html) {
 
 std::string ClickDestination::describe() const {
   switch (kind) {
-    case Kind::StoreSheet:
-      return "store sheet " + parameters.dump();
+    case Kind::StoreSheet: {
+      // The product and the attribution's network and campaign; the timeline has the rest.
+      std::string text;
+      for (const char* key : {"id", "adNetworkIdentifier", "adNetworkCampaignIdentifier"}) {
+        if (!parameters.contains(key)) continue;
+        const auto& value = parameters[key];
+        text += (text.empty() ? "" : ", ") + std::string(key) + " " +
+                (value.is_string() ? value.get<std::string>() : value.dump());
+      }
+      return "store sheet (" + text + ")";
+    }
     case Kind::Browser:
       return "in-app browser on " + url;
     case Kind::Other:
@@ -56,15 +65,19 @@ std::string ClickDestination::describe() const {
   return "another screen";
 }
 
-std::optional<std::string> SimulatedUser::tapFirstLink(const std::shared_ptr<View>& view) {
+std::optional<std::string> SimulatedUser::firstLink(const std::shared_ptr<View>& view) {
   auto webView = findFirst<platform::WebView>(view);
-  if (!webView) return std::nullopt;
-  auto engine = platform::HeadlessWebEngine::of(*webView);
+  auto engine = webView ? platform::HeadlessWebEngine::of(*webView) : nullptr;
   if (!engine || !engine->html()) return std::nullopt;
-  auto link = firstLink(*engine->html());
-  if (!link) return std::nullopt;
-  engine->clickLink(platform::URLRequest(platform::URL::URLWithString(*link)));
-  return link;
+  return firstLinkIn(*engine->html());
+}
+
+bool SimulatedUser::tapLink(const std::shared_ptr<View>& view, const std::string& url) {
+  auto webView = findFirst<platform::WebView>(view);
+  auto engine = webView ? platform::HeadlessWebEngine::of(*webView) : nullptr;
+  if (!engine) return false;
+  engine->clickLink(platform::URLRequest(platform::URL::URLWithString(url)));
+  return true;
 }
 
 bool SimulatedUser::tapContent(const std::shared_ptr<View>& view) {

@@ -29,9 +29,11 @@ struct ClickDestination {
 /// Main thread.
 class SimulatedUser {
  public:
-  /// Taps the first link of the page shown in `view` (or below it). The link's URL, or nothing
-  /// when there is no page or no link.
-  static std::optional<std::string> tapFirstLink(const std::shared_ptr<platform::View>& view);
+  /// The first link of the page shown in `view` (or below it), or nothing when there is no page
+  /// or no link.
+  static std::optional<std::string> firstLink(const std::shared_ptr<platform::View>& view);
+  /// Taps the link to `url` in the page shown in `view`. False when there is no page.
+  static bool tapLink(const std::shared_ptr<platform::View>& view, const std::string& url);
   /// Lifts a finger on the deepest view under `view` (the video surface of a video ad). False
   /// when there is no view.
   static bool tapContent(const std::shared_ptr<platform::View>& view);

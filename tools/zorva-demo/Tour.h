@@ -29,6 +29,9 @@ struct ScenarioResult {
 /// the app heard is what the SDK promises.
 class Tour {
  public:
+  /// An ad unit the demo adds to the embedded server: JSON that is not a bid response.
+  static constexpr const char* kUnreadableAdunit = "unreadable";
+
   struct Config {
     /// The bid endpoint.
     std::string serverUrl;

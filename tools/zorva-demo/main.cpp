@@ -46,7 +46,11 @@ int runDemo(const DemoOptions& options) {
     serverUrl = *options.server;
   } else {
     std::optional<platform::Error> error;
-    server = tools::AdServer::start({.slowDelay = kSlowAnswer,
+    tools::Campaign unreadable;
+    unreadable.aid = Tour::kUnreadableAdunit;
+    unreadable.rawBody = R"(["not", "a", "bid", "response"])";
+    server = tools::AdServer::start({.campaigns = {unreadable},
+                                     .slowDelay = kSlowAnswer,
                                      .log =
                                          [&timeline](const tools::RequestRecord& record) {
                                            Timeline::nameThisThread("server");

@@ -1,0 +1,292 @@
+// The banner end to end: the real loader, request builder and display player,
+// libcurl, the loopback server and the headless web engine; refresh and retry
+// on the virtual clock.
+#include <gtest/gtest.h>
+
+#include <zorva/ZVBannerView.h>
+#include <zorva/platform/LayoutConstraint.h>
+
+#include <condition_variable>
+
+#include "Banner/ZVBannerViewImpl.h"
+#include "Common/ZVLog.h"
+#include "support/AdFormatTesting.h"
+#include "support/ObservingNetworkHandler.h"
+#include "support/TestEnvironment.h"
+
+namespace zorva {
+namespace {
+
+using platform::MainQueue;
+using platform::seconds;
+using test::Recorder;
+
+std::shared_ptr<ZVBannerViewDelegate> recordingDelegate(Recorder& recorder) {
+  auto delegate = std::make_shared<ZVBannerViewDelegate>();
+  delegate->bannerViewDidReceiveAd = [&recorder](ZVBannerView&) { recorder.note("receive"); };
+  delegate->bannerViewDidFailToReceiveAdWithError = [&recorder](ZVBannerView&, const Error&) {
+    recorder.note("fail");
+  };
+  delegate->bannerViewWillPresentModal = [&recorder](ZVBannerView&) { recorder.note("present"); };
+  delegate->bannerViewDidDismissModal = [&recorder](ZVBannerView&) { recorder.note("dismiss"); };
+  return delegate;
+}
+
+class BannerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    clock_ = test::useVirtualClock();
+    handler_ = test::ObservingNetworkHandler::install();
+    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup)});
+  }
+
+  std::shared_ptr<ZVBannerView> makeBanner(unsigned long refresh = 0) {
+    auto banner = ZVBannerView::create(test::requestFor(server_), ZVAdSize{320, 50});
+    banner->setRefreshInterval(refresh);
+    banner->setDelegate(delegate_);
+    return banner;
+  }
+  bool waitFor(const std::string& name, std::size_t count = 1) {
+    return test::runMainQueueUntil([&] { return recorder_.count(name) >= count; });
+  }
+  bool waitForRequests(std::size_t count) {
+    return test::runMainQueueUntil([&] { return server_.requests().size() >= count; });
+  }
+
+  std::shared_ptr<platform::VirtualClock> clock_;
+  std::shared_ptr<test::ObservingNetworkHandler> handler_;
+  test::LoopbackServer server_;
+  Recorder recorder_;
+  std::shared_ptr<ZVBannerViewDelegate> delegate_ = recordingDelegate(recorder_);
+};
+
+TEST_F(BannerTest, ALoadedAdsViewIsPinnedInsideTheBannerBeforeTheAppHears) {
+  auto banner = makeBanner();
+  banner->setFrame(platform::Rect(0, 0, 320, 50));
+  delegate_->bannerViewDidReceiveAd = [&](ZVBannerView& b) {
+    recorder_.note("receive");
+    EXPECT_EQ(b.subviews().size(), 1u);
+  };
+  banner->loadAd();
+  EXPECT_EQ(banner->state(), 1);
+  ASSERT_TRUE(waitFor("receive"));
+
+  auto& impl = ZVBannerView::Impl::of(*banner);
+  ASSERT_NE(impl.player(), nullptr);
+  auto view = impl.player()->playerView();
+  ASSERT_EQ(banner->subviews().size(), 1u);
+  EXPECT_EQ(banner->subviews()[0], view);
+  std::vector<platform::LayoutAttribute> pinned;
+  for (const auto& c : view->constraints()) {
+    EXPECT_EQ(c->secondItem(), banner);
+    pinned.push_back(c->firstAttribute());
+  }
+  EXPECT_EQ(pinned, (std::vector<platform::LayoutAttribute>{
+                        platform::LayoutAttribute::Top, platform::LayoutAttribute::Bottom,
+                        platform::LayoutAttribute::Leading, platform::LayoutAttribute::Trailing}));
+  EXPECT_TRUE(recorder_.heard()[0].onMainThread);
+  // A display ad never reports a start: receipt leaves the banner loading.
+  EXPECT_EQ(banner->state(), 1);
+
+  auto requests = server_.requests();
+  ASSERT_EQ(requests.size(), 1u);
+  const Value imp = Value::parse(requests[0].body)["imp"][0];
+  EXPECT_EQ(imp["banner"]["w"], 320);
+  EXPECT_EQ(imp["banner"]["h"], 50);
+  EXPECT_EQ(imp["instl"], 0);
+  EXPECT_FALSE(impl.adLoader()->config()->isVideo);
+}
+
+TEST_F(BannerTest, WithRefreshEachSessionEndsAfterTheIntervalAndTheNextLoadStartsAtOnce) {
+  auto banner = makeBanner(30);
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("receive"));
+  auto firstView = ZVBannerView::Impl::of(*banner).player()->playerView();
+
+  MainQueue::shared().advanceBy(seconds(29.9));
+  EXPECT_EQ(server_.requests().size(), 1u);
+  MainQueue::shared().advanceBy(seconds(0.1));
+  EXPECT_EQ(banner->state(), 3);
+  ASSERT_TRUE(waitForRequests(2));
+  ASSERT_TRUE(waitFor("receive", 2));
+
+  // The new ad's view goes on top; the old one stays underneath.
+  auto secondView = ZVBannerView::Impl::of(*banner).player()->playerView();
+  ASSERT_EQ(banner->subviews().size(), 2u);
+  EXPECT_EQ(banner->subviews()[0], firstView);
+  EXPECT_EQ(banner->subviews()[1], secondView);
+  EXPECT_NE(firstView, secondView);
+  // The finished state refuses the app's loads; the refresh continues on its
+  // own.
+  banner->loadAd();
+  EXPECT_EQ(server_.requests().size(), 2u);
+}
+
+TEST_F(BannerTest, WithoutRefreshAFinishedSessionStaysFinished) {
+  auto banner = makeBanner(0);
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("receive"));
+  MainQueue::shared().advanceBy(seconds(3600));
+  EXPECT_EQ(MainQueue::shared().nextFireDate(), std::nullopt);
+  EXPECT_EQ(banner->state(), 1);
+  EXPECT_EQ(server_.requests().size(), 1u);
+}
+
+TEST_F(BannerTest, WithRefreshAFailureIsToldAndRetriedAfterTheIntervalWithoutLoadAd) {
+  server_.respond(test::kServadPath, {.body = "not json"});
+  auto banner = makeBanner(30);
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("fail"));
+  EXPECT_TRUE(recorder_.heard()[0].onMainThread);
+  EXPECT_EQ(banner->state(), 1);
+  ASSERT_NE(ZVBannerView::Impl::of(*banner).adPlayTracker(), nullptr);
+
+  MainQueue::shared().advanceBy(seconds(29));
+  EXPECT_EQ(server_.requests().size(), 1u);
+  MainQueue::shared().advanceBy(seconds(1));
+  ASSERT_TRUE(waitForRequests(2));
+  ASSERT_TRUE(waitFor("fail", 2));
+}
+
+TEST_F(BannerTest, ATransportFailureIsToldOnTheNetworkThreadAndItsRetryStillFires) {
+  auto banner = ZVBannerView::create(test::unreachableRequest(), ZVAdSize{320, 50});
+  banner->setRefreshInterval(30);
+  banner->setDelegate(delegate_);
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("fail"));
+  EXPECT_FALSE(recorder_.heard()[0].onMainThread);
+  EXPECT_EQ(banner->state(), 1);
+
+  // Scheduled from the network thread before the app heard of the failure.
+  EXPECT_TRUE(MainQueue::shared().nextFireDate().has_value());
+  MainQueue::shared().advanceBy(seconds(30));
+  ASSERT_TRUE(waitFor("fail", 2));
+  EXPECT_FALSE(recorder_.heard()[1].onMainThread);
+}
+
+TEST_F(BannerTest, WithoutRefreshAFailureMakesTheBannerLoadableAgain) {
+  server_.respond(test::kServadPath, {.body = "not json"});
+  auto banner = makeBanner(0);
+  test::LogCapture log;
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("fail"));
+  EXPECT_EQ(banner->state(), 0);
+  EXPECT_EQ(MainQueue::shared().nextFireDate(), std::nullopt);
+  EXPECT_EQ(log.entriesContaining("-[ZVBannerView notifyError:]").size(), 1u);
+
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("fail", 2));
+  EXPECT_EQ(server_.requests().size(), 2u);
+}
+
+TEST_F(BannerTest, ASecondLoadAdWhileLoadingOnlyWarns) {
+  ZVLog::setLevel(2);
+  auto banner = makeBanner();
+  test::LogCapture log;
+  banner->loadAd();
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("receive"));
+  auto warnings = log.entriesContaining("Ad Not in loadable state");
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find("-[ZVBannerView loadAd]"), std::string::npos);
+  EXPECT_NE(warnings[0].find("- W -"), std::string::npos);
+  EXPECT_EQ(server_.requests().size(), 1u);
+  EXPECT_EQ(recorder_.names(), std::vector<std::string>{"receive"});
+}
+
+TEST_F(BannerTest, ADelegateWithoutCallbacksHearsNothingAndNothingBreaks) {
+  auto silent = std::make_shared<ZVBannerViewDelegate>();
+  auto banner = makeBanner(30);
+  banner->setDelegate(silent);
+  banner->loadAd();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return banner->subviews().size() == 1; }));
+  auto& impl = ZVBannerView::Impl::of(*banner);
+  impl.playerWillPresentModal();
+  impl.playerDidDismissModal();
+  impl.didFailToReceivedAd(Error("test", 1, {}));
+  EXPECT_EQ(banner->delegate(), silent);
+}
+
+TEST_F(BannerTest, ModalReportsOfThePlayerReachTheApp) {
+  auto banner = makeBanner();
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("receive"));
+  auto& impl = ZVBannerView::Impl::of(*banner);
+  EXPECT_TRUE(impl.respondsToPlayerWillPresentModal());
+  EXPECT_TRUE(impl.respondsToPlayerDidDismissModal());
+  impl.playerWillPresentModal();
+  impl.playerDidDismissModal();
+  impl.playerDidStartPlaying();
+  EXPECT_EQ(banner->state(), 2);
+  EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"receive", "present", "dismiss"}));
+}
+
+TEST_F(BannerTest, AReleasedBannerHearsNothingFromItsLoad) {
+  server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup),
+                                      .delay = std::chrono::milliseconds(100)});
+  auto banner = makeBanner();
+  banner->loadAd();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return !server_.requests().empty(); }));
+  std::weak_ptr<ZVBannerView> watch = banner;
+  banner.reset();
+  EXPECT_TRUE(watch.expired());
+  ASSERT_TRUE(handler_->waitForCompletedFetches(1, std::chrono::seconds(10)));
+  MainQueue::shared().runUntilIdle();
+  EXPECT_TRUE(recorder_.heard().empty());
+}
+
+TEST_F(BannerTest, AReleasedBannerNeitherRefreshesNorRetries) {
+  auto banner = makeBanner(30);
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("receive"));
+  banner.reset();
+  MainQueue::shared().advanceBy(seconds(60));
+  MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(server_.requests().size(), 1u);
+
+  server_.respond(test::kServadPath, {.body = "not json"});
+  auto failing = makeBanner(30);
+  failing->loadAd();
+  ASSERT_TRUE(waitFor("fail"));
+  failing.reset();
+  MainQueue::shared().advanceBy(seconds(60));
+  MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(server_.requests().size(), 2u);
+  EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"receive", "fail"}));
+}
+
+// The app lets go of the banner while its transport failure is being told on
+// the network thread: the banner, and the views in it, must still be destroyed
+// on the main thread.
+TEST_F(BannerTest, ABannerReleasedDuringANetworkThreadFailureDiesOnTheMainThread) {
+  auto banner = ZVBannerView::create(test::unreachableRequest(), ZVAdSize{320, 50});
+  auto probe = std::make_shared<test::DestructionProbe::Record>();
+  banner->addSubview(test::DestructionProbe::create(probe));
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool inCallback = false;
+  bool released = false;
+  delegate_->bannerViewDidFailToReceiveAdWithError = [&](ZVBannerView&, const Error&) {
+    std::unique_lock lock(mutex);
+    inCallback = true;
+    changed.wait_for(lock, std::chrono::seconds(10), [&] { return released; });
+  };
+  banner->setDelegate(delegate_);
+  banner->loadAd();
+  ASSERT_TRUE(test::runMainQueueUntil([&] {
+    std::lock_guard lock(mutex);
+    return inCallback;
+  }));
+  banner.reset();
+  {
+    std::lock_guard lock(mutex);
+    released = true;
+  }
+  changed.notify_all();
+  EXPECT_FALSE(probe->destroyed);
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return probe->destroyed.load(); }));
+  EXPECT_TRUE(probe->onMainThread);
+}
+
+}  // namespace
+}  // namespace zorva

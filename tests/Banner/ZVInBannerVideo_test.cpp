@@ -1,0 +1,165 @@
+// The in-banner video end to end: a video impression through the loopback
+// server, the VAST player on the headless media engine, played on the virtual
+// clock.
+#include <gtest/gtest.h>
+
+#include <zorva/ZVInBannerVideo.h>
+#include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/Window.h>
+
+#include "Banner/ZVInBannerVideoImpl.h"
+#include "Common/ZVLog.h"
+#include "support/AdFormatTesting.h"
+#include "support/ObservingNetworkHandler.h"
+#include "support/TestEnvironment.h"
+
+namespace zorva {
+namespace {
+
+using platform::MainQueue;
+using platform::seconds;
+using test::Recorder;
+
+std::shared_ptr<ZVInBannerVideoDelegate> recordingDelegate(Recorder& recorder) {
+  auto delegate = std::make_shared<ZVInBannerVideoDelegate>();
+  delegate->bannerViewDidReceiveAd = [&recorder](ZVInBannerVideo&) { recorder.note("receive"); };
+  delegate->bannerViewDidFailToReceiveAdWithError = [&recorder](ZVInBannerVideo&, const Error&) {
+    recorder.note("fail");
+  };
+  delegate->bannerViewWillPresentModal = [&recorder](ZVInBannerVideo&) {
+    recorder.note("present");
+  };
+  delegate->bannerViewDidDismissModal = [&recorder](ZVInBannerVideo&) { recorder.note("dismiss"); };
+  delegate->bannerViewDidFinishPlayingAd = [&recorder](ZVInBannerVideo&) {
+    recorder.note("finish");
+  };
+  return delegate;
+}
+
+class InBannerVideoTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    test::useVirtualClock();
+    handler_ = test::ObservingNetworkHandler::install();
+    server_.respond(
+        test::kServadPath,
+        {.body = test::bidWithMarkup(test::linearVast(server_.url("/media/ad.mp4")), 300, 250)});
+  }
+
+  std::shared_ptr<ZVInBannerVideo> makeVideo() {
+    auto video = ZVInBannerVideo::create(test::requestFor(server_), ZVAdSize{300, 250});
+    video->setDelegate(delegate_);
+    // On screen, so that the video plays once playAd puts it in the view.
+    root_->view()->addSubview(video);
+    return video;
+  }
+  bool waitFor(const std::string& name, std::size_t count = 1) {
+    return test::runMainQueueUntil([&] { return recorder_.count(name) >= count; });
+  }
+
+  std::shared_ptr<test::ObservingNetworkHandler> handler_;
+  test::LoopbackServer server_;
+  Recorder recorder_;
+  std::shared_ptr<ZVInBannerVideoDelegate> delegate_ = recordingDelegate(recorder_);
+  std::shared_ptr<platform::ViewController> root_ = platform::ViewController::create();
+  std::shared_ptr<platform::Window> window_ = platform::DeviceProfile::phone().makeKeyWindow(root_);
+};
+
+TEST_F(InBannerVideoTest, AsksForAVideoImpressionThoughItsLoaderIsConfiguredForDisplay) {
+  auto video = makeVideo();
+  video->loadAd();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return !server_.requests().empty(); }));
+  const Value imp = Value::parse(server_.requests()[0].body)["imp"][0];
+  ASSERT_TRUE(imp.contains("video"));
+  EXPECT_FALSE(imp.contains("banner"));
+  EXPECT_EQ(imp["video"]["w"], 300);
+  EXPECT_EQ(imp["video"]["h"], 250);
+  EXPECT_EQ(imp["instl"], 0);
+  EXPECT_FALSE(ZVInBannerVideo::Impl::of(*video).adLoader()->config()->isVideo);
+}
+
+TEST_F(InBannerVideoTest, ReceiptShowsNothingUntilPlayAdThenTheEndIsReportedAndLoadsRefused) {
+  auto video = makeVideo();
+  video->setFrame(platform::Rect(0, 0, 300, 250));
+  video->loadAd();
+  ASSERT_TRUE(waitFor("receive"));
+  EXPECT_TRUE(recorder_.heard()[0].onMainThread);
+  EXPECT_TRUE(video->subviews().empty());
+
+  video->playAd();
+  auto view = ZVInBannerVideo::Impl::of(*video).player()->playerView();
+  ASSERT_EQ(video->subviews().size(), 1u);
+  EXPECT_EQ(video->subviews()[0], view);
+  EXPECT_FALSE(view->translatesAutoresizingMaskIntoConstraints());
+  video->layoutIfNeeded();
+  EXPECT_EQ(view->frame(), platform::Rect(0, 0, 300, 250));
+
+  // VAST players never report a start, so the video stays "loading" until its end.
+  MainQueue::shared().advanceBy(seconds(2));
+  EXPECT_EQ(video->state(), 1);
+  MainQueue::shared().advanceBy(seconds(20));
+  ASSERT_TRUE(waitFor("finish"));
+  EXPECT_EQ(video->state(), 3);
+  EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"receive", "finish"}));
+
+  ZVLog::setLevel(2);
+  test::LogCapture log;
+  video->loadAd();
+  auto warnings = log.entriesContaining("Ad Not in loadable state");
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find("-[ZVInBannerVideo loadAd]"), std::string::npos);
+  EXPECT_EQ(server_.requests().size(), 1u);
+}
+
+TEST_F(InBannerVideoTest, AFailureReturnsToIdleWithoutAReload) {
+  server_.respond(test::kServadPath, {.body = "not json"});
+  auto video = makeVideo();
+  test::LogCapture log;
+  video->loadAd();
+  ASSERT_TRUE(waitFor("fail"));
+  EXPECT_EQ(video->state(), 0);
+  EXPECT_EQ(log.entriesContaining("-[ZVInBannerVideo notifyError:]").size(), 1u);
+  MainQueue::shared().advanceBy(seconds(600));
+  MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(server_.requests().size(), 1u);
+  EXPECT_EQ(MainQueue::shared().nextFireDate(), std::nullopt);
+}
+
+TEST_F(InBannerVideoTest, ATransportFailureIsToldOnTheNetworkThread) {
+  auto video = ZVInBannerVideo::create(test::unreachableRequest(), ZVAdSize{300, 250});
+  video->setDelegate(delegate_);
+  video->loadAd();
+  ASSERT_TRUE(waitFor("fail"));
+  EXPECT_FALSE(recorder_.heard()[0].onMainThread);
+  EXPECT_EQ(video->state(), 0);
+}
+
+TEST_F(InBannerVideoTest, AVideoReleasedDuringPlaybackHearsNothingMore) {
+  auto video = makeVideo();
+  video->loadAd();
+  ASSERT_TRUE(waitFor("receive"));
+  video->playAd();
+  MainQueue::shared().advanceBy(seconds(2));
+  std::weak_ptr<ZVInBannerVideo> watch = video;
+  video->removeFromSuperview();
+  video.reset();
+  EXPECT_TRUE(watch.expired());
+  MainQueue::shared().advanceBy(seconds(20));
+  MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(recorder_.names(), std::vector<std::string>{"receive"});
+}
+
+TEST_F(InBannerVideoTest, AVideoReleasedDuringItsLoadHearsNothing) {
+  server_.respond(test::kServadPath, {.body = "not json", .delay = std::chrono::milliseconds(100)});
+  auto video = makeVideo();
+  video->loadAd();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return !server_.requests().empty(); }));
+  video->removeFromSuperview();
+  video.reset();
+  ASSERT_TRUE(handler_->waitForCompletedFetches(1, std::chrono::seconds(10)));
+  MainQueue::shared().runUntilIdle();
+  EXPECT_TRUE(recorder_.heard().empty());
+}
+
+}  // namespace
+}  // namespace zorva

@@ -1,0 +1,165 @@
+// The full-screen controller: what it shows, how it answers the platform about rotation, how
+// the close button reaches its delegate, and how it forces an orientation on old and new systems.
+#include <gtest/gtest.h>
+
+#include <zorva/platform/Color.h>
+#include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/Window.h>
+
+#include "Interstitial/ZVModalViewController.h"
+
+namespace zorva {
+namespace {
+
+using platform::InterfaceOrientation;
+using platform::MainQueue;
+using platform::Rect;
+
+class CountingModalDelegate : public ZVModalViewControllerDelegate {
+ public:
+  void modalDidDissmiss() override { ++dismissals; }
+  int dismissals = 0;
+};
+
+std::shared_ptr<platform::Button> closeButtonOf(const ZVModalViewController& controller) {
+  for (const auto& view : controller.viewIfLoaded()->subviews()) {
+    if (auto button = std::dynamic_pointer_cast<platform::Button>(view)) return button;
+  }
+  return nullptr;
+}
+
+TEST(ZVModalViewController, LoadsAWhiteScreenWithTheContentPinnedUnderARoundCloseButton) {
+  auto content = platform::View::create(Rect(0, 0, 20, 20));
+  auto controller = ZVModalViewController::create(content, platform::kInterfaceOrientationMaskAll,
+                                                  InterfaceOrientation::LandscapeLeft);
+  ASSERT_TRUE(controller->isViewLoaded());
+  auto root = controller->viewIfLoaded();
+  EXPECT_EQ(controller->modalPresentationStyle(), platform::ModalPresentationStyle::FullScreen);
+  EXPECT_EQ(controller->modalTransitionStyle(), platform::ModalTransitionStyle::CrossDissolve);
+  EXPECT_TRUE(root->isOpaque());
+  EXPECT_TRUE(root->autoresizesSubviews());
+  EXPECT_EQ(root->backgroundColor(), platform::Color::whiteColor());
+  EXPECT_EQ(root->frame(), platform::DeviceProfile::phone().screenBounds());
+
+  ASSERT_EQ(root->subviews().size(), 2u);
+  EXPECT_EQ(root->subviews()[0], content);
+  auto button = closeButtonOf(*controller);
+  ASSERT_EQ(root->subviews()[1], button);
+  EXPECT_EQ(button->buttonType(), platform::ButtonType::Custom);
+  EXPECT_EQ(button->titleForState(platform::kControlStateNormal), "X");
+  EXPECT_EQ(button->layer()->cornerRadius(), 15.0);
+  EXPECT_EQ(button->backgroundColor(), platform::Color::darkGrayColor());
+  EXPECT_EQ(button->allControlEvents(), platform::kControlEventTouchUpInside);
+  EXPECT_FALSE(content->translatesAutoresizingMaskIntoConstraints());
+  EXPECT_FALSE(button->translatesAutoresizingMaskIntoConstraints());
+
+  root->layoutIfNeeded();
+  EXPECT_EQ(content->frame(), Rect(0, 0, 375, 812));
+  EXPECT_EQ(button->frame(), Rect(375 - 10 - 32, 10, 32, 32));
+}
+
+TEST(ZVModalViewController, WithoutContentShowsOnlyTheCloseButton) {
+  auto controller = ZVModalViewController::create(nullptr, platform::kInterfaceOrientationMaskAll,
+                                                  InterfaceOrientation::Portrait);
+  auto root = controller->viewIfLoaded();
+  ASSERT_EQ(root->subviews().size(), 1u);
+  EXPECT_NE(closeButtonOf(*controller), nullptr);
+  EXPECT_EQ(root->backgroundColor(), platform::Color::whiteColor());
+}
+
+TEST(ZVModalViewController, AnswersRotationFromItsStoredValuesAndHidesTheStatusBar) {
+  auto controller = ZVModalViewController::create(
+      nullptr, platform::kInterfaceOrientationMaskLandscape, InterfaceOrientation::LandscapeRight);
+  EXPECT_TRUE(controller->shouldAutorotate());
+  EXPECT_EQ(controller->supportedInterfaceOrientations(),
+            platform::kInterfaceOrientationMaskLandscape);
+  EXPECT_EQ(controller->preferredInterfaceOrientationForPresentation(),
+            InterfaceOrientation::LandscapeRight);
+  EXPECT_TRUE(controller->prefersStatusBarHidden());
+}
+
+class PresentedModal : public ::testing::Test {
+ protected:
+  void present(const std::string& systemVersion = "17.0") {
+    auto profile = platform::DeviceProfile::phone();
+    profile.systemVersion = systemVersion;
+    profile.apply();
+    window = profile.makeKeyWindow(root);
+    modal = ZVModalViewController::create(platform::View::create(),
+                                          platform::kInterfaceOrientationMaskAll,
+                                          InterfaceOrientation::Portrait);
+    root->presentViewController(modal, false, nullptr);
+    MainQueue::shared().runUntilIdle();
+  }
+
+  std::shared_ptr<platform::ViewController> root = platform::ViewController::create();
+  std::shared_ptr<platform::Window> window;
+  std::shared_ptr<ZVModalViewController> modal;
+};
+
+TEST_F(PresentedModal, CloseDismissesFirstAndTellsTheDelegateOnALaterTurn) {
+  present();
+  auto delegate = std::make_shared<CountingModalDelegate>();
+  modal->setDelegate(delegate);
+  closeButtonOf(*modal)->touchesEnded();
+  EXPECT_EQ(root->presentedViewController(), nullptr);
+  EXPECT_EQ(delegate->dismissals, 0);
+  MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(delegate->dismissals, 1);
+}
+
+TEST_F(PresentedModal, CloseWithoutADelegateOnlyDismisses) {
+  present();
+  closeButtonOf(*modal)->touchesEnded();
+  MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(root->presentedViewController(), nullptr);
+  EXPECT_EQ(modal->presentingViewController(), nullptr);
+}
+
+TEST_F(PresentedModal, ADelegateGoneBeforeTheDismissalEndsHearsNothing) {
+  present();
+  auto delegate = std::make_shared<CountingModalDelegate>();
+  modal->setDelegate(delegate);
+  closeButtonOf(*modal)->touchesEnded();
+  std::weak_ptr<CountingModalDelegate> watch = delegate;
+  delegate.reset();
+  MainQueue::shared().runUntilIdle();
+  EXPECT_TRUE(watch.expired());
+}
+
+TEST_F(PresentedModal, ForcingAnOrientationFromSystem13PresentsTheSameControllerAgain) {
+  present("13.0");
+  int completions = 0;
+  modal->forceOrientation(InterfaceOrientation::LandscapeLeft, [&] {
+    ++completions;
+    EXPECT_EQ(root->presentedViewController(), modal);
+  });
+  EXPECT_EQ(modal->preferredInterfaceOrientationForPresentation(),
+            InterfaceOrientation::LandscapeLeft);
+  EXPECT_EQ(root->presentedViewController(), nullptr);
+  MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(completions, 1);
+  EXPECT_EQ(root->presentedViewController(), modal);
+  EXPECT_EQ(modal->presentingViewController(), root);
+  EXPECT_EQ(modal->presentedViewController(), nullptr);
+}
+
+TEST_F(PresentedModal, ForcingAnOrientationBeforeSystem13PresentsAndDismissesABlankController) {
+  present("12.4");
+  int completions = 0;
+  std::shared_ptr<platform::ViewController> blank;
+  modal->forceOrientation(InterfaceOrientation::LandscapeRight, [&] { ++completions; });
+  blank = modal->presentedViewController();
+  ASSERT_NE(blank, nullptr);
+  EXPECT_EQ(blank->view()->backgroundColor(), platform::Color::whiteColor());
+  MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(completions, 1);
+  EXPECT_EQ(modal->presentedViewController(), nullptr);
+  EXPECT_EQ(root->presentedViewController(), modal);
+  EXPECT_EQ(modal->preferredInterfaceOrientationForPresentation(),
+            InterfaceOrientation::LandscapeRight);
+}
+
+}  // namespace
+}  // namespace zorva

@@ -1,0 +1,133 @@
+#pragma once
+
+// Pieces shared by the ad format tests: a request aimed at the loopback server, canned bids, a
+// thread-aware record of the callbacks an app hears, and a view that notes where it died.
+
+#include <zorva/ZVAdRequest.h>
+#include <zorva/ZVTypes.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/View.h>
+#include <zorva/platform/WebView.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/LoopbackServer.h"
+
+namespace zorva::test {
+
+inline constexpr const char* kServadPath = "/zorva/servad";
+
+inline std::shared_ptr<ZVAdRequest> requestFor(const LoopbackServer& server,
+                                               unsigned long timeout = 10) {
+  auto request = std::make_shared<ZVAdRequest>();
+  request->publisherId = "pub-1";
+  request->adunitId = "unit-9";
+  request->serverUrl = server.url(kServadPath);
+  request->netoworkTimeout = timeout;
+  return request;
+}
+
+/// A request to a loopback port nobody listens on: the load fails on the network thread.
+inline std::shared_ptr<ZVAdRequest> unreachableRequest() {
+  auto request = std::make_shared<ZVAdRequest>();
+  request->publisherId = "pub-1";
+  request->adunitId = "unit-9";
+  request->serverUrl =
+      "http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + kServadPath;
+  return request;
+}
+
+/// A bid response whose one bid carries `adm`.
+inline std::string bidWithMarkup(const std::string& adm, int width = 320, int height = 50) {
+  Value bid = {{"id", "bid-1"}, {"adm", adm}, {"w", width}, {"h", height}, {"price", 1.5}};
+  Value body = {{"id", "resp-1"}, {"seatbid", Value::array({{{"bid", Value::array({bid})}}})}};
+  return body.dump();
+}
+
+inline const std::string kDisplayMarkup = R"(<a href="https://example.com/landing">Zorva</a>)";
+
+/// A VAST 3.0 InLine with one 4-second linear MP4 at `mediaUrl`.
+inline std::string linearVast(const std::string& mediaUrl) {
+  return R"(<VAST version="3.0"><Ad id="v1"><InLine><AdSystem>Zorva</AdSystem>)"
+         R"(<AdTitle>Video</AdTitle><Impression>https://example.com/imp</Impression>)"
+         R"(<Creatives><Creative><Linear><Duration>00:00:04</Duration><MediaFiles>)"
+         R"(<MediaFile delivery="progressive" type="video/mp4" width="320" height="180">)" +
+         mediaUrl +
+         R"(</MediaFile></MediaFiles><VideoClicks><ClickThrough>https://example.com/landing)"
+         R"(</ClickThrough></VideoClicks></Linear></Creative></Creatives></InLine></Ad></VAST>)";
+}
+
+/// One callback as the app heard it.
+struct Heard {
+  std::string name;
+  bool onMainThread = false;
+  std::thread::id thread;
+};
+
+/// What an app's delegate heard, from any thread.
+class Recorder {
+ public:
+  void note(std::string name) {
+    std::lock_guard lock(mutex_);
+    heard_.push_back(
+        {std::move(name), platform::MainQueue::shared().isCurrent(), std::this_thread::get_id()});
+  }
+  std::vector<Heard> heard() const {
+    std::lock_guard lock(mutex_);
+    return heard_;
+  }
+  std::vector<std::string> names() const {
+    std::lock_guard lock(mutex_);
+    std::vector<std::string> names;
+    for (const auto& h : heard_) names.push_back(h.name);
+    return names;
+  }
+  std::size_t count(const std::string& name) const {
+    std::lock_guard lock(mutex_);
+    std::size_t n = 0;
+    for (const auto& h : heard_) n += h.name == name;
+    return n;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<Heard> heard_;
+};
+
+/// The first web view in `view`'s tree (the view itself included).
+inline std::shared_ptr<platform::WebView> findWebView(const std::shared_ptr<platform::View>& view) {
+  if (!view) return nullptr;
+  if (auto web = std::dynamic_pointer_cast<platform::WebView>(view)) return web;
+  for (const auto& sub : view->subviews()) {
+    if (auto web = findWebView(sub)) return web;
+  }
+  return nullptr;
+}
+
+/// A view that records whether it was destroyed and whether that happened on the main thread.
+class DestructionProbe : public platform::View {
+ public:
+  struct Record {
+    std::atomic<bool> destroyed{false};
+    std::atomic<bool> onMainThread{false};
+  };
+  static std::shared_ptr<DestructionProbe> create(std::shared_ptr<Record> record) {
+    return std::shared_ptr<DestructionProbe>(new DestructionProbe(std::move(record)));
+  }
+  ~DestructionProbe() override {
+    record_->onMainThread = platform::MainQueue::shared().isCurrent();
+    record_->destroyed = true;
+  }
+
+ private:
+  explicit DestructionProbe(std::shared_ptr<Record> record)
+      : View(platform::Rect()), record_(std::move(record)) {}
+  std::shared_ptr<Record> record_;
+};
+
+}  // namespace zorva::test

@@ -103,8 +103,10 @@ struct URLSession::Engine {
     task->state_ = URLSessionDataTask::State::Completed;
     auto completion = std::move(task->completion_);
     task->completion_ = nullptr;
-    --inFlight;
     if (completion) completion(std::move(data), std::move(response), std::move(error));
+    // Counted until the handler has returned, so whatever it hands to the main queue is queued
+    // before anyone sees the session idle.
+    --inFlight;
   }
 
   void begin(std::shared_ptr<URLSessionDataTask> task) {

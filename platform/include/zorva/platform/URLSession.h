@@ -76,7 +76,7 @@ class URLSession : public std::enable_shared_from_this<URLSession> {
 
   /// True when called on this session's worker thread (inside a completion handler).
   bool isDelegateQueue() const;
-  /// Tasks resumed and not yet completed.
+  /// Tasks resumed and not yet completed; a task counts until its completion handler returns.
   std::size_t tasksInFlight() const;
 
  private:

@@ -1,0 +1,40 @@
+// Places a 320x50 banner in an app's window and loads one ad. Usage: place-banner [bid URL]
+#include <zorva/Zorva.h>
+#include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/ViewController.h>
+
+#include <iostream>
+
+int main(int argc, char** argv) {
+  using namespace zorva;
+  auto& mainQueue = platform::MainQueue::shared();  // this thread is the app's main thread
+  auto root = platform::ViewController::create();
+  auto window = platform::DeviceProfile::phone().makeKeyWindow(root);
+
+  auto request = std::make_shared<ZVAdRequest>();
+  request->publisherId = "my-publisher-id";
+  request->adunitId = "banner";
+  if (argc > 1) request->serverUrl = argv[1];
+
+  auto banner = ZVBannerView::create(request, ZVAdSize{320, 50});
+  banner->setFrame(platform::Rect(0, 0, 320, 50));
+  root->view()->addSubview(banner);
+
+  bool done = false, received = false;
+  auto delegate = std::make_shared<ZVBannerViewDelegate>();  // the banner holds it weakly
+  delegate->bannerViewDidReceiveAd = [&](ZVBannerView&) { received = done = true; };
+  delegate->bannerViewDidFailToReceiveAdWithError = [&](ZVBannerView&, const Error& error) {
+    // Network failures arrive on the SDK's network thread: hop to the main queue.
+    mainQueue.post([&done, message = error.localizedDescription()] {
+      std::cout << "banner: no ad (" << message << ")\n";
+      done = true;
+    });
+  };
+  banner->setDelegate(delegate);
+  banner->loadAd();
+
+  mainQueue.runUntil([&] { return done; }, std::chrono::seconds(15));
+  if (received) std::cout << "banner: ad received\n";
+  return received ? 0 : 1;
+}

@@ -1,0 +1,83 @@
+#include "zorva-demo/DemoOptions.h"
+
+#include <zorva/platform/URL.h>
+
+namespace zorva::demo {
+
+const char* DemoOptions::usage() {
+  return R"(Usage: zorva-demo [options]
+Shows the Zorva SDK at work: starts an ad server on a loopback port and runs every ad format
+against it (banner with refresh and a click, interstitial display and video, in-banner video,
+a VAST wrapper chain, a non-linear creative, no fill, a broken answer, a time-out), printing a
+timeline of what the SDK did. Exit status 0 when every scenario behaved as expected.
+
+Options:
+  --server URL   post bid requests to URL (an OpenRTB 2.x endpoint) instead of the embedded
+                 server; each format is then loaded once and whatever comes back is shown
+  --pid ID       publisher id sent as "pid" (default zorva-demo)
+  --aid ID       ad unit id sent as "aid" for every format (with the embedded server: one of
+                 banner, interstitial, video, video-wrapper, video-nonlinear, nofill, broken, slow)
+  --verbose      also print each bid request as pretty JSON
+  --json         print the timeline as JSON lines, one object per event
+  --real-time    wait out timers in real time (default: a virtual clock, so the tour takes
+                 seconds)
+  --help         show this help and exit
+
+Exit status: 0 when every scenario behaved as expected, 1 when one did not (or the embedded
+server could not start), 2 for a bad command line.
+)";
+}
+
+std::optional<DemoOptions> DemoOptions::parse(const std::vector<std::string>& args,
+                                              std::string* error) {
+  DemoOptions options;
+  auto fail = [&](std::string message) {
+    *error = std::move(message);
+    return std::nullopt;
+  };
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    // Both "--flag value" and "--flag=value" for the flags that take one.
+    std::string flag = arg;
+    std::optional<std::string> value;
+    if (auto equals = arg.find('='); arg.starts_with("--") && equals != std::string::npos) {
+      flag = arg.substr(0, equals);
+      value = arg.substr(equals + 1);
+    }
+    const bool takesValue = flag == "--server" || flag == "--pid" || flag == "--aid";
+    if (!takesValue) {
+      if (value) return fail("option '" + flag + "' takes no value");
+      if (flag == "--verbose") {
+        options.verbose = true;
+      } else if (flag == "--json") {
+        options.json = true;
+      } else if (flag == "--real-time") {
+        options.realTime = true;
+      } else if (flag == "--help" || flag == "-h") {
+        options.help = true;
+      } else {
+        return fail("unknown option '" + arg + "'");
+      }
+      continue;
+    }
+    if (!value) {
+      if (i + 1 >= args.size()) return fail("option '" + flag + "' needs a value");
+      value = args[++i];
+    }
+    if (value->empty()) return fail("option '" + flag + "' needs a non-empty value");
+    if (flag == "--server") {
+      auto url = platform::URL::URLWithString(*value);
+      if (!url || (url->scheme() != "http" && url->scheme() != "https") || url->host().empty()) {
+        return fail("--server wants an http or https URL, not '" + *value + "'");
+      }
+      options.server = *value;
+    } else if (flag == "--pid") {
+      options.publisherId = *value;
+    } else {
+      options.adunitId = *value;
+    }
+  }
+  return options;
+}
+
+}  // namespace zorva::demo

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zorva::demo {
+
+/// What the command line asked for.
+struct DemoOptions {
+  /// A bid endpoint to use instead of the embedded ad server.
+  std::optional<std::string> server;
+  std::string publisherId = "zorva-demo";
+  /// One ad unit for every format instead of the built-in tour's campaigns.
+  std::optional<std::string> adunitId;
+  bool verbose = false;
+  bool json = false;
+  bool realTime = false;
+  bool help = false;
+
+  /// The tour of built-in campaigns runs only against the embedded server with its own ad units;
+  /// a server or ad unit of the user's turns the demo into a probe of each format.
+  bool probes() const { return server.has_value() || adunitId.has_value(); }
+
+  /// Reads the arguments after the program name. On a bad command line: nothing, and `*error`
+  /// says what is wrong in one line.
+  static std::optional<DemoOptions> parse(const std::vector<std::string>& args, std::string* error);
+  static const char* usage();
+};
+
+}  // namespace zorva::demo

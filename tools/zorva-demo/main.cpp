@@ -1,0 +1,133 @@
+// zorva-demo: runs every ad format of the Zorva SDK against an ad server (by default one started
+// in-process on a loopback port) and prints what happened as a timeline. Exit status: 0 when
+// every scenario behaved as expected, 1 when one did not or the server could not start, 2 for a
+// bad command line.
+#include <unistd.h>
+
+#include <zorva/ZorvaSDK.h>
+#include <zorva/platform/MainQueue.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+#include "zorva-adserver/AdServer.h"
+#include "zorva-demo/DemoHost.h"
+#include "zorva-demo/DemoOptions.h"
+#include "zorva-demo/DemoRunLoop.h"
+#include "zorva-demo/SdkLog.h"
+#include "zorva-demo/Timeline.h"
+#include "zorva-demo/Tour.h"
+
+namespace {
+
+using namespace zorva;
+using namespace zorva::demo;
+
+// Long enough to outlast the 1 s time-out the demo sets, short enough not to hold up the end.
+constexpr std::chrono::milliseconds kSlowAnswer{3000};
+
+int runDemo(const DemoOptions& options) {
+  auto& queue = platform::MainQueue::shared();
+  queue.bindToCurrentThread();
+  if (!options.realTime) queue.setClock(std::make_shared<platform::VirtualClock>());
+
+  const bool color = !options.json && isatty(STDOUT_FILENO) && std::getenv("NO_COLOR") == nullptr;
+  Timeline timeline(std::cout, options.json ? Timeline::Format::Json : Timeline::Format::Text,
+                    color);
+  const auto origin = queue.now();
+  timeline.setOrigin(origin);
+  const auto realStart = std::chrono::steady_clock::now();
+
+  std::unique_ptr<tools::AdServer> server;
+  std::string serverUrl;
+  if (options.server) {
+    serverUrl = *options.server;
+  } else {
+    std::optional<platform::Error> error;
+    tools::Campaign unreadable;
+    unreadable.aid = Tour::kUnreadableAdunit;
+    unreadable.rawBody = R"(["not", "a", "bid", "response"])";
+    server = tools::AdServer::start({.campaigns = {unreadable},
+                                     .slowDelay = kSlowAnswer,
+                                     .log =
+                                         [&timeline](const tools::RequestRecord& record) {
+                                           Timeline::nameThisThread("server");
+                                           timeline.emit("server", record.line(),
+                                                         {{"method", record.method},
+                                                          {"path", record.path},
+                                                          {"query", record.query},
+                                                          {"status", record.status}});
+                                         }},
+                                    &error);
+    if (!server) {
+      std::cerr << "zorva-demo: the embedded ad server cannot start: "
+                << (error ? error->localizedDescription() : "unknown error") << "\n";
+      return 1;
+    }
+    serverUrl = server->servadUrl();
+  }
+
+  DemoHost host;
+  SdkLog sdkLog(timeline, options.verbose);
+  DemoRunLoop loop(queue);
+  timeline.emit("note",
+                "Zorva SDK " + ZorvaSDK::version() + " against " +
+                    (server ? "the embedded ad server at " + server->baseUrl()
+                            : "the ad server at " + serverUrl) +
+                    (options.realTime ? ", real time" : ", on a virtual clock"),
+                {{"sdkVersion", ZorvaSDK::version()},
+                 {"server", serverUrl},
+                 {"embedded", server != nullptr},
+                 {"virtualClock", !options.realTime}});
+  timeline.emit("note", "device: " + host.deviceDescription() + "; media engine: headless (" +
+                            "no decoding, each video lasts " +
+                            std::to_string(static_cast<int>(DemoHost::kMediaSeconds)) + " s)");
+
+  Tour tour(
+      timeline, loop, host,
+      {.serverUrl = serverUrl, .publisherId = options.publisherId, .adunitId = options.adunitId});
+  const auto results = tour.run();
+
+  std::size_t failed = 0;
+  for (const auto& result : results) failed += result.passed ? 0 : 1;
+  timeline.setScenario("");
+  const double virtualSeconds = std::chrono::duration<double>(queue.now() - origin).count();
+  const double realSeconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - realStart).count();
+  char line[200];
+  if (failed == 0) {
+    std::snprintf(line, sizeof line,
+                  "All %zu scenarios behaved as expected (%.1f s on the ad's clock, %.1f s of "
+                  "real time).",
+                  results.size(), options.realTime ? realSeconds : virtualSeconds, realSeconds);
+  } else {
+    std::snprintf(line, sizeof line,
+                  "%zu of %zu scenarios did not behave as expected (see FAIL above).", failed,
+                  results.size());
+  }
+  timeline.emit("result", line,
+                {{"passed", failed == 0},
+                 {"scenarios", results.size()},
+                 {"failed", failed},
+                 {"realSeconds", realSeconds}});
+  if (server) server->stop();
+  return failed == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string error;
+  auto options = DemoOptions::parse(std::vector<std::string>(argv + 1, argv + argc), &error);
+  if (!options) {
+    std::cerr << "zorva-demo: " << error << "\nTry 'zorva-demo --help'.\n";
+    return 2;
+  }
+  if (options->help) {
+    std::cout << DemoOptions::usage();
+    return 0;
+  }
+  return runDemo(*options);
+}

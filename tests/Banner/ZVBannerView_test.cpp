@@ -207,20 +207,6 @@ TEST_F(BannerTest, ADelegateWithoutCallbacksHearsNothingAndNothingBreaks) {
   EXPECT_EQ(banner->delegate(), silent);
 }
 
-TEST_F(BannerTest, ModalReportsOfThePlayerReachTheApp) {
-  auto banner = makeBanner();
-  banner->loadAd();
-  ASSERT_TRUE(waitFor("receive"));
-  auto& impl = ZVBannerView::Impl::of(*banner);
-  EXPECT_TRUE(impl.respondsToPlayerWillPresentModal());
-  EXPECT_TRUE(impl.respondsToPlayerDidDismissModal());
-  impl.playerWillPresentModal();
-  impl.playerDidDismissModal();
-  impl.playerDidStartPlaying();
-  EXPECT_EQ(banner->state(), 2);
-  EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"receive", "present", "dismiss"}));
-}
-
 TEST_F(BannerTest, AReleasedBannerHearsNothingFromItsLoad) {
   server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup),
                                       .delay = std::chrono::milliseconds(100)});

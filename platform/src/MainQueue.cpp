@@ -52,7 +52,7 @@ void MainQueue::post(std::function<void()> task) {
     std::lock_guard lock(mutex_);
     tasks_.push_back(std::move(task));
   }
-  wake_.notify_all();
+  wakeWaiters();
 }
 
 std::shared_ptr<Timer> MainQueue::scheduleTimer(Duration delay, std::function<void()> action) {
@@ -65,7 +65,7 @@ std::shared_ptr<Timer> MainQueue::scheduleTimer(Duration delay, std::function<vo
     timer->sequence_ = nextSequence_++;
     timers_.emplace(TimerKey{timer->fireDate_, timer->sequence_}, timer);
   }
-  wake_.notify_all();
+  wakeWaiters();
   return timer;
 }
 
@@ -79,8 +79,41 @@ std::shared_ptr<Timer> MainQueue::scheduleRepeatingTimer(Duration interval,
     timer->sequence_ = nextSequence_++;
     timers_.emplace(TimerKey{timer->fireDate_, timer->sequence_}, timer);
   }
-  wake_.notify_all();
+  wakeWaiters();
   return timer;
+}
+
+void MainQueue::wakeWaiters() {
+  wake_.notify_all();
+  std::shared_ptr<EventLoop> loop;
+  {
+    std::lock_guard lock(mutex_);
+    loop = eventLoop_;
+  }
+  if (loop) loop->wake();
+}
+
+void MainQueue::waitUntil(std::unique_lock<std::mutex>& lock, TimePoint deadline) {
+  if (!eventLoop_) {
+    if (deadline == TimePoint::max()) {
+      wake_.wait(lock);
+    } else {
+      wake_.wait_until(lock, deadline);
+    }
+    return;
+  }
+  std::shared_ptr<EventLoop> loop = eventLoop_;
+  lock.unlock();
+  loop->waitUntil(deadline);
+  lock.lock();
+}
+
+void MainQueue::setEventLoop(std::shared_ptr<EventLoop> loop) {
+  {
+    std::lock_guard lock(mutex_);
+    eventLoop_ = std::move(loop);
+  }
+  wake_.notify_all();
 }
 
 void MainQueue::cancel(const Timer& timer) {
@@ -189,13 +222,9 @@ void MainQueue::run() {
       return;
     }
     if (!tasks_.empty()) continue;
-    if (!timers_.empty() && !clock_->isVirtual()) {
-      // Real clock: sleep until the next timer is due, or until new work is posted.
-      auto due = timers_.begin()->first.first;
-      wake_.wait_until(lock, due);
-    } else {
-      wake_.wait(lock);
-    }
+    // Real clock: sleep until the next timer is due, or until new work is posted.
+    const bool timed = !timers_.empty() && !clock_->isVirtual();
+    waitUntil(lock, timed ? timers_.begin()->first.first : TimePoint::max());
   }
 }
 
@@ -204,7 +233,7 @@ void MainQueue::stop() {
     std::lock_guard lock(mutex_);
     stopRequested_ = true;
   }
-  wake_.notify_all();
+  wakeWaiters();
 }
 
 bool MainQueue::runUntil(const std::function<bool()>& predicate, Duration timeout) {
@@ -230,7 +259,7 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, Duration timeou
       lock.unlock();
       return predicate();
     }
-    wake_.wait_until(lock, wakeAt);
+    waitUntil(lock, wakeAt);
   }
 }
 

@@ -46,6 +46,20 @@ class Timer {
   bool valid_ = true;
 };
 
+/// An outside event loop the main queue waits in, so that the queue's tasks and timers and the
+/// loop's own events (GLib's main context, where GStreamer and WebKit signal) interleave on one
+/// thread. The loop is expected to run the queue's ready work itself as well, so a host may drive
+/// either the queue (`run`, `runUntil`) or the loop.
+class EventLoop {
+ public:
+  virtual ~EventLoop() = default;
+  /// Main thread: lets the loop handle its events, returning once it has handled some, once
+  /// `deadline` (on the steady clock) has passed, or once `wake` is called.
+  virtual void waitUntil(TimePoint deadline) = 0;
+  /// Any thread: makes the `waitUntil` in progress, or else the next one, return promptly.
+  virtual void wake() = 0;
+};
+
 /// The one main queue of the process: tasks posted from any thread run one at a time, in order,
 /// on the thread that drives the queue (the "main thread"); one-shot timers fire there too.
 ///
@@ -85,6 +99,10 @@ class MainQueue {
   const Clock& clock() const { return *clock_; }
   TimePoint now() const { return clock_->now(); }
 
+  /// Makes `run` and `runUntil` wait in `loop` instead of sleeping, and wakes `loop` whenever work
+  /// is posted or scheduled (null: sleep again). Installed once, at start-up, on the main thread.
+  void setEventLoop(std::shared_ptr<EventLoop> loop);
+
   /// Drops every queued task and timer (for tests between cases). Main thread only.
   void reset();
 
@@ -118,6 +136,11 @@ class MainQueue {
 
   bool runOneReadyItem();
   void cancel(const Timer& timer);
+  // Called after work is added, without the lock held.
+  void wakeWaiters();
+  // Waits until `deadline`, in the event loop when there is one. Takes the locked `lock` and
+  // returns with it locked again.
+  void waitUntil(std::unique_lock<std::mutex>& lock, TimePoint deadline);
 
   mutable std::mutex mutex_;
   std::condition_variable wake_;
@@ -125,6 +148,7 @@ class MainQueue {
   std::map<TimerKey, std::shared_ptr<Timer>> timers_;
   std::uint64_t nextSequence_ = 0;
   std::shared_ptr<Clock> clock_;
+  std::shared_ptr<EventLoop> eventLoop_;
   std::thread::id owner_;
   bool stopRequested_ = false;
 };

@@ -17,7 +17,7 @@ class DemoHost {
  public:
   /// The SKAdNetwork identifiers the demo app lists in "SKAdNetworkItems".
   static constexpr const char* kSKAdNetworkIds[] = {"zorva.skadnetwork", "cstr6suwn9.skadnetwork"};
-  /// Length the headless media engine gives every video: the embedded server's MP4 is 4 s long.
+  /// Length of the embedded server's MP4, which the headless media engine gives every video too.
   static constexpr double kMediaSeconds = 4.0;
 
   DemoHost();

@@ -21,6 +21,10 @@ Options:
   --json         print the timeline as JSON lines, one object per event
   --real-time    wait out timers in real time (default: a virtual clock, so the tour takes
                  seconds)
+  --engines KIND headless (default: nothing is decoded or rendered, pages and videos are
+                 simulated) or real (GStreamer decodes the videos, WebKit renders the pages;
+                 needs a display, e.g. under xvfb-run; implies --real-time)
+  --snapshot FILE  write a PNG of the rendered banner to FILE (needs --engines real)
   --help         show this help and exit
 
 Exit status: 0 when every scenario behaved as expected, 1 when one did not (or the embedded
@@ -44,7 +48,8 @@ std::optional<DemoOptions> DemoOptions::parse(const std::vector<std::string>& ar
       flag = arg.substr(0, equals);
       value = arg.substr(equals + 1);
     }
-    const bool takesValue = flag == "--server" || flag == "--pid" || flag == "--aid";
+    const bool takesValue = flag == "--server" || flag == "--pid" || flag == "--aid" ||
+                            flag == "--engines" || flag == "--snapshot";
     if (!takesValue) {
       if (value) return fail("option '" + flag + "' takes no value");
       if (flag == "--verbose") {
@@ -73,10 +78,21 @@ std::optional<DemoOptions> DemoOptions::parse(const std::vector<std::string>& ar
       options.server = *value;
     } else if (flag == "--pid") {
       options.publisherId = *value;
+    } else if (flag == "--engines") {
+      if (*value != "real" && *value != "headless") {
+        return fail("--engines wants real or headless, not '" + *value + "'");
+      }
+      options.realEngines = *value == "real";
+    } else if (flag == "--snapshot") {
+      options.snapshot = *value;
     } else {
       options.adunitId = *value;
     }
   }
+  if (options.snapshot && !options.realEngines) {
+    return fail("--snapshot needs --engines real: the headless web engine renders no pixels");
+  }
+  if (options.realEngines) options.realTime = true;
   return options;
 }
 

@@ -16,6 +16,10 @@ struct DemoOptions {
   bool verbose = false;
   bool json = false;
   bool realTime = false;
+  /// GStreamer and WebKitGTK instead of the headless engines; implies real time.
+  bool realEngines = false;
+  /// Where to write a PNG of the rendered banner (real engines only).
+  std::optional<std::string> snapshot;
   bool help = false;
 
   /// The tour of built-in campaigns runs only against the embedded server with its own ad units;

@@ -2,6 +2,7 @@
 
 #include <zorva/platform/Button.h>
 #include <zorva/platform/HeadlessWebEngine.h>
+#include <zorva/platform/MainQueue.h>
 #include <zorva/platform/ProgressView.h>
 #include <zorva/platform/SafariViewController.h>
 #include <zorva/platform/StoreProductViewController.h>
@@ -15,6 +16,9 @@ namespace zorva::demo {
 namespace {
 
 using platform::View;
+
+// How long a real page may take to answer a script.
+constexpr std::chrono::seconds kScriptWait{5};
 
 /// The first view of type T in `view`'s tree, depth first, the view itself included.
 template <class T>
@@ -65,18 +69,44 @@ std::string ClickDestination::describe() const {
   return "another screen";
 }
 
+std::shared_ptr<platform::WebView> SimulatedUser::webViewIn(const std::shared_ptr<View>& view) {
+  return findFirst<platform::WebView>(view);
+}
+
 std::optional<std::string> SimulatedUser::firstLink(const std::shared_ptr<View>& view) {
-  auto webView = findFirst<platform::WebView>(view);
-  auto engine = webView ? platform::HeadlessWebEngine::of(*webView) : nullptr;
-  if (!engine || !engine->html()) return std::nullopt;
-  return firstLinkIn(*engine->html());
+  auto webView = webViewIn(view);
+  if (!webView) return std::nullopt;
+  if (auto engine = platform::HeadlessWebEngine::of(*webView)) {
+    return engine->html() ? firstLinkIn(*engine->html()) : std::nullopt;
+  }
+  // A real page: ask it, waiting (on the main queue) for the answer a user would see at once.
+  auto answer = std::make_shared<std::optional<std::optional<platform::Value>>>();
+  webView->evaluateJavaScript(
+      "(function(){var a=document.querySelector('a[href]');return "
+      "a?a.getAttribute('href'):null;})()",
+      [answer](std::optional<platform::Value> result, std::optional<platform::Error>) {
+        *answer = std::move(result);
+      });
+  platform::MainQueue::shared().runUntil([&] { return answer->has_value(); }, kScriptWait);
+  if (!answer->has_value() || !answer->value() || !answer->value()->is_string()) {
+    return std::nullopt;
+  }
+  return answer->value()->get<std::string>();
 }
 
 bool SimulatedUser::tapLink(const std::shared_ptr<View>& view, const std::string& url) {
-  auto webView = findFirst<platform::WebView>(view);
-  auto engine = webView ? platform::HeadlessWebEngine::of(*webView) : nullptr;
-  if (!engine) return false;
-  engine->clickLink(platform::URLRequest(platform::URL::URLWithString(url)));
+  auto webView = webViewIn(view);
+  if (!webView) return false;
+  if (auto engine = platform::HeadlessWebEngine::of(*webView)) {
+    engine->clickLink(platform::URLRequest(platform::URL::URLWithString(url)));
+    return true;
+  }
+  // A real page: a click on the anchor, which the page handles as a tapped link.
+  webView->evaluateJavaScript(
+      "(function(){for(const a of document.querySelectorAll('a[href]')){if(a.getAttribute('href')"
+      "===" +
+          platform::Value(url).dump() + "){a.click();return true;}}return false;})()",
+      [](std::optional<platform::Value>, std::optional<platform::Error>) {});
   return true;
 }
 

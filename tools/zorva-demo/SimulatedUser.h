@@ -9,6 +9,7 @@
 namespace zorva::platform {
 class View;
 class ViewController;
+class WebView;
 }  // namespace zorva::platform
 
 namespace zorva::demo {
@@ -25,10 +26,12 @@ struct ClickDestination {
 
 /// Plays the person holding the phone: taps a link in an ad's page, taps a video, closes the
 /// sheet or browser a click opened, presses an ad's close button. It reaches the screen only as
-/// a host app can: through the view tree, the presented controllers and the headless engines.
-/// Main thread.
+/// a host app can: through the view tree, the presented controllers, and the page itself (the
+/// headless engine's markup, or script in a real one). Main thread.
 class SimulatedUser {
  public:
+  /// The web view in `view`'s tree (the view itself included), or null.
+  static std::shared_ptr<platform::WebView> webViewIn(const std::shared_ptr<platform::View>& view);
   /// The first link of the page shown in `view` (or below it), or nothing when there is no page
   /// or no link.
   static std::optional<std::string> firstLink(const std::shared_ptr<platform::View>& view);

@@ -1,7 +1,6 @@
 #include "zorva-demo/Tour.h"
 
 #include <zorva/Zorva.h>
-#include <zorva/platform/HeadlessMediaEngine.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/ViewController.h>
 
@@ -13,6 +12,7 @@
 
 #include "zorva-demo/DemoHost.h"
 #include "zorva-demo/DemoRunLoop.h"
+#include "zorva-demo/Engines.h"
 #include "zorva-demo/SimulatedUser.h"
 #include "zorva-demo/Timeline.h"
 
@@ -220,7 +220,7 @@ bool Tour::runUntil(const std::function<bool()>& done, double virtualSeconds) {
 
 bool Tour::playUntil(const std::function<bool()>& done,
                      const std::function<std::optional<float>()>& bar) {
-  const double duration = platform::HeadlessMediaEngine::automaticDuration();
+  const double duration = DemoHost::kMediaSeconds;
   int shown = -1;
   // The demo's own one-second ticks: they read the player's progress bar as a viewer would.
   std::shared_ptr<platform::Timer> tick;
@@ -273,6 +273,21 @@ ScenarioResult Tour::banner() {
     return finish(name, false, noAd(heard));
   }
   const auto firstAt = platform::MainQueue::shared().now();
+
+  if (config_.snapshotPath) {
+    // Shared with the callback: it may come after this wait has given up.
+    auto outcome = std::make_shared<std::optional<std::optional<std::string>>>();
+    Engines::snapshot(SimulatedUser::webViewIn(banner), *config_.snapshotPath,
+                      [outcome](std::optional<std::string> error) { *outcome = std::move(error); });
+    runUntil([&] { return outcome->has_value(); }, 10);
+    if (!outcome->has_value() || outcome->value()) {
+      banner->removeFromSuperview();
+      return finish(name, false,
+                    "no snapshot: " + (outcome->has_value() ? *outcome->value() : "timed out"));
+    }
+    timeline_.emit("note", "wrote a PNG of the banner to " + *config_.snapshotPath,
+                   {{"snapshot", *config_.snapshotPath}});
+  }
 
   std::optional<ClickDestination> destination;
   if (auto link = SimulatedUser::firstLink(banner)) {

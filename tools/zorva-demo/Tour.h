@@ -38,6 +38,8 @@ class Tour {
     std::string publisherId;
     /// Set: probe every format with this ad unit instead of running the built-in tour.
     std::optional<std::string> adunitId;
+    /// Set: a PNG of the banner's first ad is written there (real engines only).
+    std::optional<std::string> snapshotPath;
   };
 
   Tour(Timeline& timeline, DemoRunLoop& loop, DemoHost& host, Config config);

@@ -16,6 +16,7 @@
 #include "zorva-demo/DemoHost.h"
 #include "zorva-demo/DemoOptions.h"
 #include "zorva-demo/DemoRunLoop.h"
+#include "zorva-demo/Engines.h"
 #include "zorva-demo/SdkLog.h"
 #include "zorva-demo/Timeline.h"
 #include "zorva-demo/Tour.h"
@@ -32,6 +33,13 @@ int runDemo(const DemoOptions& options) {
   auto& queue = platform::MainQueue::shared();
   queue.bindToCurrentThread();
   if (!options.realTime) queue.setClock(std::make_shared<platform::VirtualClock>());
+  if (options.realEngines) {
+    std::string whyNot;
+    if (!Engines::useRealEngines(&whyNot)) {
+      std::cerr << "zorva-demo: --engines real: " << whyNot << "\n";
+      return 1;
+    }
+  }
 
   const bool color = !options.json && isatty(STDOUT_FILENO) && std::getenv("NO_COLOR") == nullptr;
   Timeline timeline(std::cout, options.json ? Timeline::Format::Json : Timeline::Format::Text,
@@ -81,13 +89,20 @@ int runDemo(const DemoOptions& options) {
                  {"server", serverUrl},
                  {"embedded", server != nullptr},
                  {"virtualClock", !options.realTime}});
-  timeline.emit("note", "device: " + host.deviceDescription() + "; media engine: headless (" +
-                            "no decoding, each video lasts " +
-                            std::to_string(static_cast<int>(DemoHost::kMediaSeconds)) + " s)");
+  timeline.emit("note",
+                "device: " + host.deviceDescription() +
+                    (options.realEngines
+                         ? "; engines: GStreamer (videos decoded in real time), WebKitGTK "
+                           "(pages rendered)"
+                         : "; engines: headless (nothing decoded or rendered, each video lasts " +
+                               std::to_string(static_cast<int>(DemoHost::kMediaSeconds)) + " s)"),
+                {{"engines", options.realEngines ? "real" : "headless"}});
 
-  Tour tour(
-      timeline, loop, host,
-      {.serverUrl = serverUrl, .publisherId = options.publisherId, .adunitId = options.adunitId});
+  Tour tour(timeline, loop, host,
+            {.serverUrl = serverUrl,
+             .publisherId = options.publisherId,
+             .adunitId = options.adunitId,
+             .snapshotPath = options.snapshot});
   const auto results = tour.run();
 
   std::size_t failed = 0;

@@ -21,10 +21,11 @@ Options:
   --json         print the timeline as JSON lines, one object per event
   --real-time    wait out timers in real time (default: a virtual clock, so the tour takes
                  seconds)
-  --engines KIND headless (default: nothing is decoded or rendered, pages and videos are
-                 simulated) or real (GStreamer decodes the videos, WebKit renders the pages;
-                 needs a display, e.g. under xvfb-run; implies --real-time)
-  --snapshot FILE  write a PNG of the rendered banner to FILE (needs --engines real)
+  --engines KIND real: GStreamer decodes the videos and WebKit renders the pages, in real
+                 time (needs a display, e.g. under xvfb-run -a); headless: nothing is decoded
+                 or rendered, the platform simulates pages and videos; auto (the default): real
+                 when this build has the engines and a display is there, else headless
+  --snapshot FILE  write a PNG of the rendered banner to FILE (needs the real engines)
   --help         show this help and exit
 
 Exit status: 0 when every scenario behaved as expected, 1 when one did not (or the embedded
@@ -79,20 +80,24 @@ std::optional<DemoOptions> DemoOptions::parse(const std::vector<std::string>& ar
     } else if (flag == "--pid") {
       options.publisherId = *value;
     } else if (flag == "--engines") {
-      if (*value != "real" && *value != "headless") {
-        return fail("--engines wants real or headless, not '" + *value + "'");
+      if (*value == "real") {
+        options.engines = Engines::Real;
+      } else if (*value == "headless") {
+        options.engines = Engines::Headless;
+      } else if (*value == "auto") {
+        options.engines = Engines::Auto;
+      } else {
+        return fail("--engines wants real, headless or auto, not '" + *value + "'");
       }
-      options.realEngines = *value == "real";
     } else if (flag == "--snapshot") {
       options.snapshot = *value;
     } else {
       options.adunitId = *value;
     }
   }
-  if (options.snapshot && !options.realEngines) {
-    return fail("--snapshot needs --engines real: the headless web engine renders no pixels");
+  if (options.snapshot && options.engines == Engines::Headless) {
+    return fail("--snapshot needs the real engines: the headless web engine renders no pixels");
   }
-  if (options.realEngines) options.realTime = true;
   return options;
 }
 

@@ -16,8 +16,10 @@ struct DemoOptions {
   bool verbose = false;
   bool json = false;
   bool realTime = false;
-  /// GStreamer and WebKitGTK instead of the headless engines; implies real time.
-  bool realEngines = false;
+  /// Which engines decode and render: the real ones (GStreamer, WebKitGTK; real time) or the
+  /// headless ones (virtual clock unless `realTime`). Auto takes the real ones when this build
+  /// has them and they can run here (a display), else the headless ones.
+  enum class Engines { Auto, Real, Headless } engines = Engines::Auto;
   /// Where to write a PNG of the rendered banner (real engines only).
   std::optional<std::string> snapshot;
   bool help = false;

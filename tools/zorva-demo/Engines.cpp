@@ -1,6 +1,7 @@
 #include "zorva-demo/Engines.h"
 
 #include <zorva/platform/MainQueue.h>
+#include <zorva/platform/WebEngine.h>
 #include <zorva/platform/WebView.h>
 
 #if ZORVA_DEMO_REAL_ENGINES
@@ -15,13 +16,15 @@ namespace zorva::demo {
 bool Engines::realEnginesBuilt() { return true; }
 
 bool Engines::useRealEngines(std::string* whyNot) {
+  // WebKit first: it is the one that needs a display, and nothing is installed without it.
   std::string reason;
-  if (!platform::GStreamerMediaEngine::install(&reason)) {
-    *whyNot = "GStreamer cannot play here: " + reason;
+  if (!platform::WebKitWebEngine::install(&reason)) {
+    *whyNot = "WebKit cannot render here (" + reason + ")";
     return false;
   }
-  if (!platform::WebKitWebEngine::install(&reason)) {
-    *whyNot = "WebKit cannot render here: " + reason;
+  if (!platform::GStreamerMediaEngine::install(&reason)) {
+    platform::WebEngine::setFactory(nullptr);
+    *whyNot = "GStreamer cannot play here (" + reason + ")";
     return false;
   }
   return true;

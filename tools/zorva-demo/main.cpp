@@ -32,14 +32,17 @@ constexpr std::chrono::milliseconds kSlowAnswer{3000};
 int runDemo(const DemoOptions& options) {
   auto& queue = platform::MainQueue::shared();
   queue.bindToCurrentThread();
-  if (!options.realTime) queue.setClock(std::make_shared<platform::VirtualClock>());
-  if (options.realEngines) {
-    std::string whyNot;
-    if (!Engines::useRealEngines(&whyNot)) {
-      std::cerr << "zorva-demo: --engines real: " << whyNot << "\n";
-      return 1;
-    }
+  // Real engines play and render in real time; the headless ones follow the queue's clock.
+  std::string noRealEngines;
+  const bool realEngines =
+      options.engines != DemoOptions::Engines::Headless && Engines::useRealEngines(&noRealEngines);
+  if (!realEngines && (options.engines == DemoOptions::Engines::Real || options.snapshot)) {
+    std::cerr << "zorva-demo: " << (options.snapshot ? "--snapshot" : "--engines real")
+              << " needs the real engines: " << noRealEngines << "\n";
+    return 1;
   }
+  const bool realTime = options.realTime || realEngines;
+  if (!realTime) queue.setClock(std::make_shared<platform::VirtualClock>());
 
   const bool color = !options.json && isatty(STDOUT_FILENO) && std::getenv("NO_COLOR") == nullptr;
   Timeline timeline(std::cout, options.json ? Timeline::Format::Json : Timeline::Format::Text,
@@ -84,19 +87,20 @@ int runDemo(const DemoOptions& options) {
                 "Zorva SDK " + ZorvaSDK::version() + " against " +
                     (server ? "the embedded ad server at " + server->baseUrl()
                             : "the ad server at " + serverUrl) +
-                    (options.realTime ? ", real time" : ", on a virtual clock"),
+                    (realTime ? ", real time" : ", on a virtual clock"),
                 {{"sdkVersion", ZorvaSDK::version()},
                  {"server", serverUrl},
                  {"embedded", server != nullptr},
-                 {"virtualClock", !options.realTime}});
-  timeline.emit("note",
-                "device: " + host.deviceDescription() +
-                    (options.realEngines
-                         ? "; engines: GStreamer (videos decoded in real time), WebKitGTK "
-                           "(pages rendered)"
-                         : "; engines: headless (nothing decoded or rendered, each video lasts " +
-                               std::to_string(static_cast<int>(DemoHost::kMediaSeconds)) + " s)"),
-                {{"engines", options.realEngines ? "real" : "headless"}});
+                 {"virtualClock", !realTime}});
+  timeline.emit(
+      "note",
+      "device: " + host.deviceDescription() +
+          (realEngines ? "; engines: GStreamer (videos decoded in real time), WebKitGTK "
+                         "(pages rendered)"
+                       : "; engines: headless (nothing decoded or rendered, each video lasts " +
+                             std::to_string(static_cast<int>(DemoHost::kMediaSeconds)) + " s" +
+                             (noRealEngines.empty() ? "" : "; real ones: " + noRealEngines) + ")"),
+      {{"engines", realEngines ? "real" : "headless"}});
 
   Tour tour(timeline, loop, host,
             {.serverUrl = serverUrl,
@@ -116,7 +120,7 @@ int runDemo(const DemoOptions& options) {
     std::snprintf(line, sizeof line,
                   "All %zu scenarios behaved as expected (%.1f s on the ad's clock, %.1f s of "
                   "real time).",
-                  results.size(), options.realTime ? realSeconds : virtualSeconds, realSeconds);
+                  results.size(), realTime ? realSeconds : virtualSeconds, realSeconds);
   } else {
     std::snprintf(line, sizeof line,
                   "%zu of %zu scenarios did not behave as expected (see FAIL above).", failed,

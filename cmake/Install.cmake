@@ -1,5 +1,6 @@
-# What `cmake --install` puts down: the two shared libraries, their public headers, a CMake
-# package (`find_package(zorva)` → `zorva::zorva`, `zorva::platform`) and a pkg-config file.
+# What `cmake --install` puts down: the two shared libraries (and the engines built), their
+# public headers, a CMake package (`find_package(zorva)` → `zorva::zorva`, `zorva::platform`,
+# `zorva::gstreamer`, ...) and a pkg-config file.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -16,6 +17,20 @@ install(TARGETS zorva zorva_platform
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/zorva
                   ${PROJECT_SOURCE_DIR}/platform/include/zorva
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+# The engines a host may pick at start-up, when they were built: zorva::glib, zorva::gstreamer,
+# zorva::webkitgtk, headers under zorva/engines/.
+foreach(engine glib gstreamer webkitgtk)
+  if(TARGET zorva_${engine})
+    set_target_properties(zorva_${engine} PROPERTIES EXPORT_NAME ${engine} INSTALL_RPATH "$ORIGIN")
+    install(TARGETS zorva_${engine}
+            EXPORT zorvaTargets
+            LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+            INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/engines/${engine}/include/zorva
+            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  endif()
+endforeach()
 
 set(ZORVA_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/zorva)
 install(EXPORT zorvaTargets NAMESPACE zorva:: DESTINATION ${ZORVA_CMAKE_DIR})

@@ -209,20 +209,11 @@ TEST_F(RequestBuilderTest, TheDeviceIsDescribedFromThePlatform) {
   auto built = build(builder(false, false));
   const Value& device = built.body["device"];
   EXPECT_FALSE(device.contains("geo"));  // access to location is not determined
-  EXPECT_EQ(device["ifa"], "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
-  EXPECT_EQ(device["lmt"], 1);
-  EXPECT_EQ(device["devicetype"], 4);
-  EXPECT_EQ(device["mccmnc"], "310-260");
-  EXPECT_EQ(device["pxratio"], 3);
-  EXPECT_EQ(device["make"], "Apple");
-  EXPECT_EQ(device["model"], "iPhone");
-  EXPECT_EQ(device["os"], "iOS");
-  EXPECT_EQ(device["osv"], "17.0");
-  EXPECT_EQ(device["w"], 375);
-  EXPECT_EQ(device["h"], 812);
-  EXPECT_EQ(device["js"], 1);
-  EXPECT_EQ(device["language"], "en");
-  EXPECT_EQ(device["carrier"], "Zorva Mobile");
+  const Value expected = Value::parse(
+      R"({"ifa":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","lmt":1,"devicetype":4,"mccmnc":"310-260",)"
+      R"("pxratio":3,"make":"Apple","model":"iPhone","os":"iOS","osv":"17.0","w":375,"h":812,)"
+      R"("js":1,"language":"en","carrier":"Zorva Mobile"})");
+  for (const auto& [key, value] : expected.items()) EXPECT_EQ(device[key], value) << key;
   ASSERT_TRUE(device["ua"].is_string());
   EXPECT_NE(device["ua"].get<std::string>().find("iPhone"), std::string::npos);
   // The first build waits for the web view's answer, which comes on the main thread.

@@ -49,10 +49,6 @@ TEST(ZVUtilityDevice, LimitAdTrackingPassesTheTrackingFlagThroughUninverted) {
   EXPECT_EQ(ZVUtility::limitAdTracking(), 1);
   manager.setAdvertisingTrackingEnabled(false);
   EXPECT_EQ(ZVUtility::limitAdTracking(), 0);
-  // A withheld identifier is passed on as it is.
-  manager.setAdvertisingIdentifier(
-      *platform::UUID::fromString("00000000-0000-0000-0000-000000000000"));
-  EXPECT_EQ(ZVUtility::advertisingID(), "00000000-0000-0000-0000-000000000000");
 }
 
 TEST(ZVUtilityDevice, DeviceTypeFollowsTheIdiom) {
@@ -66,15 +62,12 @@ TEST(ZVUtilityDevice, DeviceTypeFollowsTheIdiom) {
 TEST(ZVUtilityOperator, MccmncNeedsBothCodes) {
   platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("in", "404", "45"));
   EXPECT_EQ(ZVUtility::mccmnc(), "404-45");
-  EXPECT_EQ(ZVUtility::carrierName(), "Jio");
   platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("in", std::nullopt, "45"));
   EXPECT_EQ(ZVUtility::mccmnc(), std::nullopt);
   platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("in", "404", ""));
   EXPECT_EQ(ZVUtility::mccmnc(), std::nullopt);
   platform::TelephonyNetworkInfo::setSubscriberCarrier(std::nullopt);
   EXPECT_EQ(ZVUtility::mccmnc(), std::nullopt);
-  EXPECT_EQ(ZVUtility::carrier(), nullptr);
-  EXPECT_EQ(ZVUtility::carrierName(), std::nullopt);
 }
 
 TEST(ZVUtilityOperator, CountryCodeMapsTheSimCountryAndCachesOnlyAHit) {

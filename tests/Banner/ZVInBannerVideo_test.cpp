@@ -12,6 +12,7 @@
 #include "support/AdFormatTesting.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
 
 namespace zorva {
 namespace {
@@ -41,9 +42,7 @@ class InBannerVideoTest : public ::testing::Test {
   void SetUp() override {
     test::useVirtualClock();
     handler_ = test::ObservingNetworkHandler::install();
-    server_.respond(
-        test::kServadPath,
-        {.body = test::bidWithMarkup(test::linearVast(server_.url("/media/ad.mp4")), 300, 250)});
+    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::linearVast(), 300, 250)});
   }
 
   std::shared_ptr<ZVInBannerVideo> makeVideo() {

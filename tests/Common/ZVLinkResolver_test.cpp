@@ -166,17 +166,6 @@ TEST_F(ZVLinkResolverTest, ClicksArePresentedFromTheTopMostControllerIfThereIsOn
   EXPECT_EQ(delegate->events, (Events{"willPresent", "willPresent"}));
 }
 
-TEST(ZVAppSuitableForShowingStoreProductViewController, IsPortraitSupportWorkedOutOnce) {
-  ZVResetAppSuitabilityForTesting();
-  useSystem("12.4", platform::kInterfaceOrientationMaskPortrait);
-  EXPECT_TRUE(ZVAppSuitableForShowingStoreProductViewController());
-  useSystem("12.4", platform::kInterfaceOrientationMaskLandscape);
-  EXPECT_TRUE(ZVAppSuitableForShowingStoreProductViewController());  // kept
-  ZVResetAppSuitabilityForTesting();
-  EXPECT_FALSE(ZVAppSuitableForShowingStoreProductViewController());
-  ZVResetAppSuitabilityForTesting();
-}
-
 TEST(NumberFromString, ReadsDecimalStringsOnly) {
   EXPECT_EQ(NumberFromString("880047117"), Value(880047117));
   EXPECT_TRUE(NumberFromString("880047117")->is_number_integer());

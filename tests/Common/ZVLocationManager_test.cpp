@@ -6,8 +6,6 @@
 
 #include <vector>
 
-#include "Common/ZVInstanceFactory.h"
-
 namespace zorva {
 namespace {
 
@@ -21,21 +19,6 @@ struct Fixes {
     return [this](std::optional<Location> fix) { got.push_back(fix); };
   }
 };
-
-TEST(ZVLocationManager, AccessIsAllowedOnlyWhenAuthorized) {
-  auto manager = ZVLocationManager::create();
-  const std::pair<AuthorizationStatus, bool> cases[] = {
-      {AuthorizationStatus::NotDetermined, false},
-      {AuthorizationStatus::Restricted, false},
-      {AuthorizationStatus::Denied, false},
-      {AuthorizationStatus::AuthorizedAlways, true},
-      {AuthorizationStatus::AuthorizedWhenInUse, true},
-  };
-  for (auto [status, allowed] : cases) {
-    LocationManager::setAuthorizationStatus(status);
-    EXPECT_EQ(manager->locationAccessAllowed(), allowed) << static_cast<int>(status);
-  }
-}
 
 TEST(ZVLocationManager, DeniedAccessAnswersAtOnceWithNothingAndAsksNoFix) {
   LocationManager::setAuthorizationStatus(AuthorizationStatus::Denied);
@@ -107,20 +90,6 @@ TEST(ZVLocationManager, AFixForAManagerThatIsGoneIsDropped) {
   manager.reset();
   platform::MainQueue::shared().runUntilIdle();
   EXPECT_TRUE(fixes.got.empty());
-}
-
-TEST(ZVInstanceFactory, TheSharedLocationManagerIsOneInstanceUntilReset) {
-  auto shared = ZVInstanceFactory::sharedLocationManager();
-  EXPECT_EQ(ZVInstanceFactory::sharedLocationManager(), shared);
-  EXPECT_EQ(shared->locationManager()->delegate(), shared);
-  LocationManager::setAuthorizationStatus(AuthorizationStatus::AuthorizedAlways);
-  LocationManager::setSimulatedLocation(Location(7, 8));
-  Fixes fixes;
-  shared->fetchLocation(fixes.callback());
-  platform::MainQueue::shared().runUntilIdle();
-  ASSERT_EQ(fixes.got.size(), 1u);
-  ZVInstanceFactory::setSharedLocationManagerForTesting(nullptr);
-  EXPECT_NE(ZVInstanceFactory::sharedLocationManager(), shared);
 }
 
 }  // namespace

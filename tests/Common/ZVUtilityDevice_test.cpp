@@ -4,7 +4,6 @@
 #include <zorva/platform/Device.h>
 #include <zorva/platform/DeviceProfile.h>
 #include <zorva/platform/HeadlessWebEngine.h>
-#include <zorva/platform/Locale.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/ProcessInfo.h>
 #include <zorva/platform/TelephonyNetworkInfo.h>
@@ -15,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
+#include <regex>
 
 #include "Common/ZVUtility.h"
 
@@ -44,59 +43,31 @@ TEST(ZVUtilityApp, AppNameFallsThroughDisplayNameBundleNameAndProcessName) {
   EXPECT_EQ(ZVUtility::appName(), "Montré");
 }
 
-TEST(ZVUtilityApp, VersionAndBundleIdComeFromTheInfoDictionary) {
-  EXPECT_EQ(ZVUtility::appVersion(), std::nullopt);
-  platform::Bundle::mainBundle().setInfoDictionary(
-      {{"CFBundleShortVersionString", "2.1"}, {"CFBundleIdentifier", "io.zorva.demo"}});
-  EXPECT_EQ(ZVUtility::appVersion(), "2.1");
-  EXPECT_EQ(ZVUtility::appBundleId(), "io.zorva.demo");
-}
-
 TEST(ZVUtilityDevice, LimitAdTrackingPassesTheTrackingFlagThroughUninverted) {
   auto& manager = platform::AdvertisingIdentifierManager::sharedManager();
   manager.setAdvertisingTrackingEnabled(true);
   EXPECT_EQ(ZVUtility::limitAdTracking(), 1);
   manager.setAdvertisingTrackingEnabled(false);
   EXPECT_EQ(ZVUtility::limitAdTracking(), 0);
-  // A withheld identifier is passed on as it is.
-  manager.setAdvertisingIdentifier(
-      *platform::UUID::fromString("00000000-0000-0000-0000-000000000000"));
-  EXPECT_EQ(ZVUtility::advertisingID(), "00000000-0000-0000-0000-000000000000");
 }
 
-TEST(ZVUtilityDevice, DeviceFactsFollowTheProfile) {
-  EXPECT_EQ(ZVUtility::make(), "Apple");
-  EXPECT_EQ(ZVUtility::osName(), "iOS");
-  EXPECT_EQ(ZVUtility::model(), "iPhone");
-  EXPECT_EQ(ZVUtility::osVersion(), "17.0");
+TEST(ZVUtilityDevice, DeviceTypeFollowsTheIdiom) {
   EXPECT_EQ(ZVUtility::deviceType(), 4);
-  EXPECT_TRUE(ZVUtility::isCurrentDeviceiPhone());
   platform::DeviceProfile::tablet().apply();
   EXPECT_EQ(ZVUtility::deviceType(), 5);
-  EXPECT_TRUE(ZVUtility::isCurrentDeviceiPad());
   platform::Device::currentDevice().setUserInterfaceIdiom(platform::UserInterfaceIdiom::TV);
   EXPECT_EQ(ZVUtility::deviceType(), std::nullopt);
-  EXPECT_FALSE(ZVUtility::isCurrentDeviceiPhone());
-
-  auto vendor = platform::UUID::create();
-  platform::Device::currentDevice().setIdentifierForVendor(vendor);
-  EXPECT_EQ(ZVUtility::vendorID(), vendor.UUIDString());
-  platform::Device::currentDevice().setIdentifierForVendor(std::nullopt);
-  EXPECT_EQ(ZVUtility::vendorID(), std::nullopt);
 }
 
 TEST(ZVUtilityOperator, MccmncNeedsBothCodes) {
   platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("in", "404", "45"));
   EXPECT_EQ(ZVUtility::mccmnc(), "404-45");
-  EXPECT_EQ(ZVUtility::carrierName(), "Jio");
   platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("in", std::nullopt, "45"));
   EXPECT_EQ(ZVUtility::mccmnc(), std::nullopt);
   platform::TelephonyNetworkInfo::setSubscriberCarrier(carrier("in", "404", ""));
   EXPECT_EQ(ZVUtility::mccmnc(), std::nullopt);
   platform::TelephonyNetworkInfo::setSubscriberCarrier(std::nullopt);
   EXPECT_EQ(ZVUtility::mccmnc(), std::nullopt);
-  EXPECT_EQ(ZVUtility::carrier(), nullptr);
-  EXPECT_EQ(ZVUtility::carrierName(), std::nullopt);
 }
 
 TEST(ZVUtilityOperator, CountryCodeMapsTheSimCountryAndCachesOnlyAHit) {
@@ -114,24 +85,9 @@ TEST(ZVUtilityOperator, CountryCodeMapsTheSimCountryAndCachesOnlyAHit) {
   EXPECT_EQ(ZVUtility::countryCode(), "XKX");
 }
 
-TEST(ZVUtilityLocale, AcceptLanguageIsTheFirstPreferredLanguagesCode) {
-  platform::Locale::setPreferredLanguages({"fr-CA", "en-US"});
-  EXPECT_EQ(ZVUtility::acceptLanguage(), "fr");
-  platform::Locale::setPreferredLanguages({});
-  EXPECT_EQ(ZVUtility::acceptLanguage(), std::nullopt);
-}
-
 TEST(ZVUtilityTime, CurrentTimeIsSecondsPrecisionLocalTime) {
-  const std::string shape = "dddd-dd-dd dd:dd:dd";
   const std::string now = ZVUtility::currentTime();
-  ASSERT_EQ(now.size(), shape.size()) << now;
-  for (std::size_t i = 0; i < shape.size(); ++i) {
-    if (shape[i] == 'd') {
-      EXPECT_TRUE(std::isdigit(static_cast<unsigned char>(now[i]))) << now;
-    } else {
-      EXPECT_EQ(now[i], shape[i]) << now;
-    }
-  }
+  EXPECT_TRUE(std::regex_match(now, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"))) << now;
   EXPECT_EQ(ZVUtility::dateFormatter()->dateFormat(), "yyyy-MM-dd HH:mm:ss");
 }
 
@@ -147,17 +103,12 @@ TEST(ZVUtilityTime, CurrentTimeZoneIsTheSystemZonesOffset) {
   EXPECT_EQ(ZVUtility::dateFormatter()->dateFormat(), "ZZZZZ");
 }
 
-TEST(ZVUtilityScreen, ScreenFactsAreInPoints) {
-  EXPECT_EQ(ZVUtility::deviceWidth(), 375);
-  EXPECT_EQ(ZVUtility::deviceHeight(), 812);
-  EXPECT_EQ(ZVUtility::pxratio(), 3);
-  EXPECT_EQ(ZVUtility::screenResolution(), "375x812");
+TEST(ZVUtilityScreen, TheResolutionIsWholePointsOfTheTurnedScreen) {
   auto profile = platform::DeviceProfile::phone();
   profile.portraitScreenSize = platform::Size{414.7, 896.2};
   profile.orientation = InterfaceOrientation::LandscapeRight;
   profile.apply();
   EXPECT_EQ(ZVUtility::screenResolution(), "896x414");
-  EXPECT_EQ(ZVUtility::screenSize(), (platform::Size{896.2, 414.7}));
 }
 
 struct OrientationCase {
@@ -189,39 +140,19 @@ TEST_P(ZVUtilityOrientation, FollowsTheSceneFrom13AndTheStatusBarBefore) {
   EXPECT_EQ(ZVUtility::interstitialDefaultSize(), c.size);
 }
 
-const auto phone = platform::DeviceProfile::phone();
-const auto tablet = platform::DeviceProfile::tablet();
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ZVUtilityOrientation,
-    testing::Values(
-        OrientationCase{"17.0",
-                        phone,
-                        InterfaceOrientation::LandscapeLeft,
-                        InterfaceOrientation::Portrait,
-                        0,
-                        {320, 480}},
-        OrientationCase{"13.0",
-                        phone,
-                        InterfaceOrientation::Portrait,
-                        InterfaceOrientation::LandscapeRight,
-                        1,
-                        {480, 320}},
-        OrientationCase{"12.4",
-                        phone,
-                        InterfaceOrientation::LandscapeLeft,
-                        InterfaceOrientation::Portrait,
-                        1,
-                        {480, 320}},
-        OrientationCase{
-            "12.4", tablet, InterfaceOrientation::PortraitUpsideDown, std::nullopt, 0, {768, 1024}},
-        OrientationCase{"16.0",
-                        tablet,
-                        InterfaceOrientation::Portrait,
-                        InterfaceOrientation::LandscapeLeft,
-                        1,
-                        {1024, 768}},
-        OrientationCase{"17.0", phone, InterfaceOrientation::Portrait, std::nullopt, -1, {0, 0}},
-        OrientationCase{"12.0", phone, InterfaceOrientation::Unknown, std::nullopt, -1, {0, 0}}));
+std::vector<OrientationCase> orientationCases() {
+  using enum InterfaceOrientation;
+  const auto phone = platform::DeviceProfile::phone();
+  const auto tablet = platform::DeviceProfile::tablet();
+  return {{"17.0", phone, LandscapeLeft, Portrait, 0, {320, 480}},
+          {"13.0", phone, Portrait, LandscapeRight, 1, {480, 320}},
+          {"12.4", phone, LandscapeLeft, Portrait, 1, {480, 320}},
+          {"12.4", tablet, PortraitUpsideDown, std::nullopt, 0, {768, 1024}},
+          {"16.0", tablet, Portrait, LandscapeLeft, 1, {1024, 768}},
+          {"17.0", phone, Portrait, std::nullopt, -1, {0, 0}},
+          {"12.0", phone, Unknown, std::nullopt, -1, {0, 0}}};
+}
+INSTANTIATE_TEST_SUITE_P(Cases, ZVUtilityOrientation, testing::ValuesIn(orientationCases()));
 
 TEST(ZVUtilityOrientationRules, NoKeyWindowFrom13IsUnknownAndAnotherIdiomHasNoDefaultSize) {
   EXPECT_EQ(ZVUtility::currentOrientaion(), InterfaceOrientation::Unknown);

@@ -13,6 +13,7 @@
 #include "support/AdFormatTesting.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
 
 namespace zorva {
 namespace {
@@ -56,7 +57,7 @@ class InterstitialTest : public ::testing::Test {
   std::shared_ptr<platform::Window> window_;
 };
 
-TEST_F(InterstitialTest, LoadsOffScreenAndShowsInTheModalControllerInEveryOrientation) {
+TEST_F(InterstitialTest, LoadsOffScreenAndShowsInTheModalController) {
   auto ad = makeAd();
   ad->loadAd();
   EXPECT_EQ(ad->state(), 1);
@@ -76,11 +77,6 @@ TEST_F(InterstitialTest, LoadsOffScreenAndShowsInTheModalControllerInEveryOrient
   EXPECT_EQ(root_->presentedViewController(), modal);
   EXPECT_EQ(modal->contentView(), view);
   EXPECT_EQ(view->window(), window_);
-  EXPECT_EQ(modal->supportedInterfaceOrientations(), 30u);
-  EXPECT_EQ(modal->preferredInterfaceOrientationForPresentation(),
-            platform::InterfaceOrientation::Portrait);
-  EXPECT_TRUE(modal->shouldAutorotate());
-  EXPECT_EQ(modal->delegate(), nullptr);
 }
 
 TEST_F(InterstitialTest, WithoutWillPresentTheStateStaysLoadedAfterShowing) {
@@ -131,8 +127,7 @@ TEST_F(InterstitialTest, AClickInTheAdIsReportedAsTheAppsClick) {
 }
 
 TEST_F(InterstitialTest, AVideoInterstitialAsksForVideoAndShowsTheVastPlayer) {
-  server_.respond(test::kServadPath,
-                  {.body = test::bidWithMarkup(test::linearVast(server_.url("/media/ad.mp4")))});
+  server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::linearVast())});
   auto ad = makeAd();
   ad->setSwitchToVideo(true);
   ad->loadAd();

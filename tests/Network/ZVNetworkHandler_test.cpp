@@ -13,12 +13,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-TEST(ZVNetworkHandler, IsOneSharedInstanceOnTheSharedSession) {
-  auto handler = ZVInstanceFactory::sharedNetworkhandler();
-  EXPECT_EQ(handler, ZVInstanceFactory::sharedNetworkhandler());
-  EXPECT_EQ(handler->session(), platform::URLSession::sharedSession());
-}
-
 TEST(ZVNetworkHandler, FetchesByGetAndLogsTheBodyAtInfoLevel) {
   test::LoopbackServer server;
   server.respond("/wrapper", {.body = "<VAST/>", .contentType = "text/xml"});

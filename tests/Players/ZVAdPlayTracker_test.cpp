@@ -9,19 +9,6 @@ namespace {
 using platform::MainQueue;
 using platform::seconds;
 
-TEST(ZVAdPlayTracker, RunsTheCallbackOnceAfterTheSessionTime) {
-  test::useVirtualClock();
-  auto tracker = ZVAdPlayTracker::create(30);
-  int runs = 0;
-  tracker->trackCompletion([&] { ++runs; });
-  MainQueue::shared().advanceBy(seconds(29.9));
-  EXPECT_EQ(runs, 0);
-  MainQueue::shared().advanceBy(seconds(0.1));
-  EXPECT_EQ(runs, 1);
-  MainQueue::shared().advanceBy(seconds(120));
-  EXPECT_EQ(runs, 1);
-}
-
 TEST(ZVAdPlayTracker, AReplacedTimerStillFiresAndRunsTheNewerCallback) {
   test::useVirtualClock();
   auto tracker = ZVAdPlayTracker::create(30);
@@ -47,12 +34,6 @@ TEST(ZVAdPlayTracker, NothingRunsAfterTheTrackerIsGone) {
   tracker.reset();
   MainQueue::shared().advanceBy(seconds(60));
   EXPECT_EQ(runs, 0);
-}
-
-TEST(ZVAdPlayTracker, OnCompletionWithoutACallbackDoesNothing) {
-  auto tracker = ZVAdPlayTracker::create();
-  tracker->onCompletion();
-  EXPECT_FALSE(tracker->completionBlock());
 }
 
 }  // namespace

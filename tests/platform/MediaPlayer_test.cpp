@@ -144,41 +144,6 @@ TEST(HeadlessMediaEngine, AutomaticMediaPlaysToItsEndOnTheMainQueuesClock) {
   EXPECT_EQ(ends, 1);
 }
 
-TEST(HeadlessMediaEngine, PauseFreezesTheAutomaticPosition) {
-  test::useVirtualClock();
-  auto& queue = MainQueue::shared();
-  Fixture f(true);
-  queue.runUntilIdle();
-  f.player->play();
-  queue.advanceBy(std::chrono::seconds(4));
-  f.player->pause();
-  queue.advanceBy(std::chrono::seconds(30));
-  EXPECT_DOUBLE_EQ(f.player->currentTime().seconds(), 4.0);
-  EXPECT_FALSE(f.item->didPlayToEnd());
-  f.player->play();
-  queue.advanceBy(std::chrono::seconds(11));
-  EXPECT_TRUE(f.item->didPlayToEnd());
-}
-
-TEST(HeadlessMediaEngine, FailureStopsPlaybackAndStallsArePostedByTheItem) {
-  test::useVirtualClock();
-  Fixture f(false);
-  std::vector<std::string> names;
-  auto token = std::make_shared<int>();
-  auto& center = NotificationCenter::defaultCenter();
-  center.addObserver(
-      token, [&](const Notification& n) { names.push_back(n.name); }, std::nullopt, f.item.get());
-  f.engine->becomeReady();
-  f.player->play();
-  f.engine->stall();
-  f.engine->fail(Error("decoder", 1));
-  EXPECT_EQ(f.player->rate(), 0.0f);
-  EXPECT_EQ(f.item->status(), PlayerItemStatus::Failed);
-  f.player->play();
-  EXPECT_EQ(f.player->rate(), 0.0f);
-  EXPECT_EQ(names, std::vector<std::string>{kPlayerItemPlaybackStalledNotification});
-}
-
 TEST(NotificationCenter, DeliversByNameAndSenderToLiveObserversOnly) {
   auto& center = NotificationCenter::defaultCenter();
   auto sender = std::make_shared<int>(1);

@@ -117,15 +117,5 @@ TEST(Window, MakingAWindowKeyClearsTheOthersAndTellsTheApplication) {
   EXPECT_EQ(application.keyWindow(), nullptr);
 }
 
-TEST(Window, ReplacingTheRootSwapsTheViewInTheWindow) {
-  auto oldRoot = ViewController::create();
-  auto window = DeviceProfile::phone().makeKeyWindow(oldRoot);
-  auto newRoot = ViewController::create();
-  window->setRootViewController(newRoot);
-  EXPECT_EQ(oldRoot->view()->window(), nullptr);
-  EXPECT_EQ(newRoot->view()->window(), window);
-  EXPECT_EQ(newRoot->view()->frame(), window->bounds());
-}
-
 }  // namespace
 }  // namespace zorva::platform

@@ -20,9 +20,7 @@ class WatchingView : public View {
     return std::shared_ptr<WatchingView>(new WatchingView());
   }
   void didMoveToWindow() override { moves.push_back(window() != nullptr); }
-  void layoutSubviews() override { ++layouts; }
   std::vector<bool> moves;
-  int layouts = 0;
 
  private:
   WatchingView() : View(Rect()) {}
@@ -76,34 +74,6 @@ TEST(View, AViewCannotBecomeItsOwnAncestor) {
   EXPECT_TRUE(child->subviews().empty());
 }
 
-TEST(View, LayoutPlacesConstrainedSubviewsThenRunsTheHook) {
-  auto parent = WatchingView::create();
-  parent->setFrame(Rect(0, 0, 300, 200));
-  auto box = View::create(Rect(1, 2, 3, 4));
-  parent->addSubview(box);
-  box->setTranslatesAutoresizingMaskIntoConstraints(false);
-  LayoutConstraint::activateConstraints({
-      LayoutConstraint::constraintWithItem(box, LayoutAttribute::Width, LayoutRelation::Equal,
-                                           nullptr, LayoutAttribute::NotAnAttribute, 1, 32),
-      LayoutConstraint::constraintWithItem(box, LayoutAttribute::Height, LayoutRelation::Equal,
-                                           nullptr, LayoutAttribute::NotAnAttribute, 1, 32),
-      LayoutConstraint::constraintWithItem(box, LayoutAttribute::Top, LayoutRelation::Equal, parent,
-                                           LayoutAttribute::Top, 1, 10),
-      LayoutConstraint::constraintWithItem(box, LayoutAttribute::Trailing, LayoutRelation::Equal,
-                                           parent, LayoutAttribute::Trailing, 1, -10),
-  });
-  parent->layoutIfNeeded();
-  EXPECT_EQ(box->frame(), Rect(258, 10, 32, 32));
-  EXPECT_EQ(parent->layouts, 1);
-
-  parent->layoutIfNeeded();  // nothing changed: no second pass
-  EXPECT_EQ(parent->layouts, 1);
-  parent->setFrame(Rect(0, 0, 400, 200));
-  parent->layoutIfNeeded();
-  EXPECT_EQ(box->frame(), Rect(358, 10, 32, 32));
-  EXPECT_EQ(parent->layouts, 2);
-}
-
 TEST(View, AViewStillTranslatingItsFrameIgnoresConstraints) {
   auto parent = View::create(Rect(0, 0, 300, 200));
   auto child = View::create(Rect(5, 5, 10, 10));
@@ -134,16 +104,6 @@ TEST(View, TouchesTravelUpToTheFirstViewThatHandlesThem) {
   inner->touchesEnded();
   EXPECT_EQ(taps, 1);
   EXPECT_EQ(button->allControlEvents(), kControlEventTouchUpInside | kControlEventTouchDown);
-}
-
-TEST(Button, TitleFallsBackToTheNormalState) {
-  auto button = Button::buttonWithType(ButtonType::Custom);
-  button->setTitle("X", kControlStateNormal);
-  button->setTitle("x", kControlStateHighlighted);
-  EXPECT_EQ(button->titleForState(kControlStateSelected), "X");
-  EXPECT_EQ(button->titleForState(kControlStateHighlighted), "x");
-  button->setTitle(std::nullopt, kControlStateNormal);
-  EXPECT_EQ(button->titleForState(kControlStateSelected), std::nullopt);
 }
 
 TEST(ProgressView, ProgressStaysWithinZeroAndOne) {

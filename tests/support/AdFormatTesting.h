@@ -51,17 +51,6 @@ inline std::string bidWithMarkup(const std::string& adm, int width = 320, int he
 
 inline const std::string kDisplayMarkup = R"(<a href="https://example.com/landing">Zorva</a>)";
 
-/// A VAST 3.0 InLine with one 4-second linear MP4 at `mediaUrl`.
-inline std::string linearVast(const std::string& mediaUrl) {
-  return R"(<VAST version="3.0"><Ad id="v1"><InLine><AdSystem>Zorva</AdSystem>)"
-         R"(<AdTitle>Video</AdTitle><Impression>https://example.com/imp</Impression>)"
-         R"(<Creatives><Creative><Linear><Duration>00:00:04</Duration><MediaFiles>)"
-         R"(<MediaFile delivery="progressive" type="video/mp4" width="320" height="180">)" +
-         mediaUrl +
-         R"(</MediaFile></MediaFiles><VideoClicks><ClickThrough>https://example.com/landing)"
-         R"(</ClickThrough></VideoClicks></Linear></Creative></Creatives></InLine></Ad></VAST>)";
-}
-
 /// One callback as the app heard it.
 struct Heard {
   std::string name;

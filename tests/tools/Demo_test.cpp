@@ -1,16 +1,9 @@
 // The zorva-demo executable, run as a user runs it: its default tour, its JSON lines, its probe
 // of a server given on the command line, and its refusal of bad command lines.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <zorva/platform/Value.h>
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
+#include "tools/Subprocess.h"
 #include "zorva-adserver/AdServer.h"
 #include "zorva-demo/Tour.h"
 
@@ -19,49 +12,15 @@ namespace {
 
 using platform::Value;
 
+/// Runs the demo to its end.
 struct DemoRun {
-  int status = -1;
-  std::string out, err;
+  explicit DemoRun(std::vector<std::string> args = {})
+      : process(ZORVA_DEMO_EXECUTABLE, std::move(args)), status(process.finish()) {}
+  test::Subprocess process;
+  int status;
+  const std::string& out = process.out;
+  const std::string& err = process.err;
 };
-
-std::string slurp(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-/// Runs the demo to its end with its outputs in files (no pipe can fill up and stall it).
-DemoRun runDemo(std::vector<std::string> args) {
-  const auto dir =
-      std::filesystem::temp_directory_path() / ("zorva-demo-test-" + std::to_string(getpid()));
-  std::filesystem::create_directories(dir);
-  const auto out = dir / "out", err = dir / "err";
-  args.insert(args.begin(), ZORVA_DEMO_EXECUTABLE);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  std::vector<char*> argv;
-  for (auto& arg : args) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  DemoRun run;
-  pid_t pid = 0;
-  EXPECT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
-  posix_spawn_file_actions_destroy(&actions);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  run.out = slurp(out);
-  run.err = slurp(err);
-  std::filesystem::remove_all(dir);
-  return run;
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
 
 /// The index of the first line at or after `from` that contains every one of `parts`.
 std::size_t find(const std::vector<std::string>& lines, std::size_t from,
@@ -76,9 +35,9 @@ std::size_t find(const std::vector<std::string>& lines, std::size_t from,
 }
 
 TEST(DemoExecutable, DefaultTourPrintsEveryMilestoneInOrderAndExitsZero) {
-  const DemoRun run = runDemo({});
+  const DemoRun run;
   ASSERT_EQ(run.status, 0) << run.out << run.err;
-  const auto lines = linesOf(run.out);
+  const auto lines = run.process.outLines();
   std::size_t at = find(lines, 0, {"against the embedded ad server at http://127.0.0.1:"});
   // Banner: a bid request, the server's log, the ad, the click to the store sheet, the refresh.
   at = find(lines, at, {"== banner:"});
@@ -128,10 +87,10 @@ TEST(DemoExecutable, DefaultTourPrintsEveryMilestoneInOrderAndExitsZero) {
 }
 
 TEST(DemoExecutable, JsonLinesCarryTheSameTimelineAndVerboseAddsTheBidRequest) {
-  const DemoRun run = runDemo({"--json", "--verbose"});
+  const DemoRun run({"--json", "--verbose"});
   ASSERT_EQ(run.status, 0) << run.err;
   std::vector<Value> events;
-  for (const auto& line : linesOf(run.out)) {
+  for (const auto& line : run.process.outLines()) {
     Value event = Value::parse(line, nullptr, false);
     ASSERT_FALSE(event.is_discarded()) << line;
     for (const char* key : {"t", "thread", "scenario", "kind", "text"}) {
@@ -164,10 +123,9 @@ TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLine) {
   ASSERT_TRUE(server);
   // An HTML answer: fine for the banner and the interstitial; for video it is a document without
   // any VAST Ad, which the SDK never reports, so the demo's own time-out ends the wait.
-  const DemoRun run =
-      runDemo({"--server", server->servadUrl(), "--pid", "pub-42", "--aid", "interstitial"});
+  const DemoRun run({"--server", server->servadUrl(), "--pid", "pub-42", "--aid", "interstitial"});
   EXPECT_EQ(run.status, 1) << run.out << run.err;
-  const auto lines = linesOf(run.out);
+  const auto lines = run.process.outLines();
   std::size_t at = find(lines, 0, {"against the ad server at " + server->servadUrl()});
   at = find(lines, at, {"PASS  banner", "ad received"});
   at = find(lines, at, {"PASS  interstitial ", "ad received"});
@@ -184,7 +142,7 @@ TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLine) {
 }
 
 TEST(DemoExecutable, HelpAndBadCommandLines) {
-  const DemoRun help = runDemo({"--help"});
+  const DemoRun help({"--help"});
   EXPECT_EQ(help.status, 0);
   for (const char* flag :
        {"--server URL", "--pid ID", "--aid ID", "--verbose", "--json", "--real-time", "--help"}) {
@@ -194,7 +152,7 @@ TEST(DemoExecutable, HelpAndBadCommandLines) {
            {{"--colour"}, "zorva-demo: unknown option '--colour'\nTry 'zorva-demo --help'.\n"},
            {{"--server", "localhost"},
             "zorva-demo: --server wants an http or https URL, not 'localhost'\n"}}) {
-    const DemoRun bad = runDemo(args);
+    const DemoRun bad(args);
     EXPECT_EQ(bad.status, 2);
     EXPECT_TRUE(bad.err.starts_with(message)) << bad.err;
     EXPECT_TRUE(bad.out.empty()) << bad.out;

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <zorva/platform/Value.h>
 
+#include <algorithm>
+
 #include "tools/Subprocess.h"
 #include "zorva-adserver/AdServer.h"
 #include "zorva-demo/Tour.h"
@@ -12,10 +14,17 @@ namespace {
 
 using platform::Value;
 
-/// Runs the demo to its end.
+/// Runs the demo to its end, on the headless engines: by default it takes the real ones when a
+/// display is there, and their tour is the WebKit suite's to run.
 struct DemoRun {
   explicit DemoRun(std::vector<std::string> args = {})
-      : process(ZORVA_DEMO_EXECUTABLE, std::move(args)), status(process.finish()) {}
+      : process(ZORVA_DEMO_EXECUTABLE, headless(std::move(args))), status(process.finish()) {}
+  static std::vector<std::string> headless(std::vector<std::string> args) {
+    if (std::find(args.begin(), args.end(), "--engines") == args.end()) {
+      args.insert(args.end(), {"--engines", "headless"});
+    }
+    return args;
+  }
   test::Subprocess process;
   int status;
   const std::string& out = process.out;
@@ -144,14 +153,19 @@ TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLine) {
 TEST(DemoExecutable, HelpAndBadCommandLines) {
   const DemoRun help({"--help"});
   EXPECT_EQ(help.status, 0);
-  for (const char* flag :
-       {"--server URL", "--pid ID", "--aid ID", "--verbose", "--json", "--real-time", "--help"}) {
+  for (const char* flag : {"--server URL", "--pid ID", "--aid ID", "--verbose", "--json",
+                           "--real-time", "--engines KIND", "--snapshot FILE", "--help"}) {
     EXPECT_NE(help.out.find(flag), std::string::npos) << flag;
   }
   for (const auto& [args, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
            {{"--colour"}, "zorva-demo: unknown option '--colour'\nTry 'zorva-demo --help'.\n"},
            {{"--server", "localhost"},
-            "zorva-demo: --server wants an http or https URL, not 'localhost'\n"}}) {
+            "zorva-demo: --server wants an http or https URL, not 'localhost'\n"},
+           {{"--engines", "gpu"},
+            "zorva-demo: --engines wants real, headless or auto, not 'gpu'\n"},
+           {{"--snapshot", "banner.png", "--engines", "headless"},
+            "zorva-demo: --snapshot needs the real engines: the headless web engine renders no "
+            "pixels\n"}}) {
     const DemoRun bad(args);
     EXPECT_EQ(bad.status, 2);
     EXPECT_TRUE(bad.err.starts_with(message)) << bad.err;

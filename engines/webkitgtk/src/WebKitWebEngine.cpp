@@ -415,8 +415,16 @@ WebKitWebEngine::~WebKitWebEngine() {
   }
   g_cancellable_cancel(cancellable_);
   g_object_unref(cancellable_);
-  gtk_widget_destroy(window_);
-  g_object_unref(webView_);
+  // The last owner may let go from inside one of WebKit's signals (a failed load that ends the
+  // ad): the widgets go on a later turn of the loop, once WebKit has returned.
+  g_object_set_data_full(G_OBJECT(window_), "zorva-web-view", webView_, g_object_unref);
+  g_idle_add_full(
+      G_PRIORITY_DEFAULT,
+      [](gpointer window) {
+        gtk_widget_destroy(GTK_WIDGET(window));
+        return G_SOURCE_REMOVE;
+      },
+      window_, nullptr);
 }
 
 void WebKitWebEngine::finishDialog(const std::shared_ptr<DialogSlot>& slot) {

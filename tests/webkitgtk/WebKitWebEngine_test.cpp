@@ -164,6 +164,7 @@ TEST_F(WebKitTest, PolicyDecidesPageNavigationsWithTheirTypeAndNewWindowsOpenNot
   ASSERT_TRUE(waitFor("finish /"));
   run(*view, "document.getElementById('link').click()");
   run(*view, "document.getElementById('form').submit()");
+  ASSERT_TRUE(waitFor("policy 1 /blocked-form"));  // a submission is scheduled, not immediate
   run(*view, "document.getElementById('blank').click()");
   ASSERT_TRUE(waitFor("create /by-link"));
   run(*view, "window.open('/by-script'); 0");

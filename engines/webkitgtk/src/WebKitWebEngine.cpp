@@ -122,8 +122,8 @@ struct WebKitWebEngine::DialogSlot {
   bool inSignal = false;
 };
 
-/// GLib signal handlers and async callbacks; `data` is the engine for signals, whose handlers
-/// the destructor disconnects, and a heap record holding the engine weakly for async calls.
+/// GLib signal handlers and async callbacks. A signal's `data` is the engine (the destructor
+/// disconnects its handlers); an async call's is a heap record that never refers to the engine.
 struct WebKitWebEngine::Callbacks {
   static gboolean decidePolicy(WebKitWebView*, WebKitPolicyDecision* decision,
                                WebKitPolicyDecisionType type, gpointer data) {

@@ -38,8 +38,7 @@ class WebKitWebEngine : public WebEngine, public std::enable_shared_from_this<We
   /// WebEngine::setFactory(...) so every later web view renders with WebKit. False (reason in
   /// *whyNot when given) without a display.
   static bool install(std::string* whyNot = nullptr);
-  /// Null when GTK has not been initialised (the platform then falls back to its headless
-  /// engine).
+  /// Null when GTK cannot open a display (the platform then falls back to its headless engine).
   static std::shared_ptr<WebKitWebEngine> create(std::weak_ptr<WebEngineClient> client,
                                                  const WebViewConfiguration& configuration);
   ~WebKitWebEngine() override;

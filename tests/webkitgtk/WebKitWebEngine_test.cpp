@@ -1,0 +1,376 @@
+// Real WebKit in a virtual X server, pages from the loopback server: the engine as a web view's
+// delegates hear it, then display ads through the SDK's own path (banner, display player).
+#include "zorva/engines/WebKitWebEngine.h"
+
+#include <webkit2/webkit2.h>
+
+#include <gtest/gtest.h>
+#include <zorva/ZVBannerView.h>
+#include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/SafariViewController.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+
+#include "Players/ZVDisplayAdPlayer.h"
+#include "support/AdFormatTesting.h"
+#include "support/TestEnvironment.h"
+
+namespace zorva::platform {
+namespace {
+
+using Events = std::vector<std::string>;
+
+std::string pathOf(const std::optional<URL>& url) {
+  if (!url) return "(none)";
+  const auto& text = url->absoluteString();
+  return text.substr(text.find('/', text.find("://") + 3));
+}
+
+// Records what a web view reports. Navigations to paths holding "blocked" are cancelled; every
+// answer but the alert's comes on a later turn, as from a delegate that consults something first.
+class RecordingDelegate : public NavigationDelegate, public UIDelegate {
+ public:
+  void webViewDecidePolicyForNavigationAction(
+      WebView&, const NavigationAction& action,
+      std::function<void(NavigationActionPolicy)> handler) override {
+    const std::string path = pathOf(action.request.url);
+    note("policy " + std::to_string(static_cast<long>(action.navigationType)) + " " + path +
+         (action.targetFrame ? "" : " new-window"));
+    const auto policy = path.find("blocked") == std::string::npos ? NavigationActionPolicy::Allow
+                                                                  : NavigationActionPolicy::Cancel;
+    MainQueue::shared().post([handler, policy] { handler(policy); });
+  }
+  void webViewDidCommitNavigation(WebView&, const std::shared_ptr<Navigation>& nav) override {
+    note("commit " + pathOf(nav->request().url), nav);
+  }
+  void webViewDidFinishNavigation(WebView&, const std::shared_ptr<Navigation>& nav) override {
+    note("finish " + pathOf(nav->request().url), nav);
+  }
+  void webViewDidFailNavigation(WebView&, const std::shared_ptr<Navigation>& nav,
+                                const Error& error) override {
+    note("fail " + pathOf(nav->request().url) + " " + error.domain);
+  }
+  void webViewDidFailProvisionalNavigation(WebView&, const std::shared_ptr<Navigation>& nav,
+                                           const Error& error) override {
+    note("fail-provisional " + pathOf(nav->request().url) + " " + error.domain);
+  }
+  std::shared_ptr<WebView> webViewCreateWebViewWithConfiguration(WebView&,
+                                                                 const WebViewConfiguration&,
+                                                                 const NavigationAction& action,
+                                                                 const WindowFeatures&) override {
+    note("create " + pathOf(action.request.url));
+    return nullptr;
+  }
+  void webViewRunJavaScriptAlertPanelWithMessage(WebView&, const std::string& message,
+                                                 const FrameInfo&,
+                                                 std::function<void()> completion) override {
+    note("alert " + message);
+    heldAlert = std::move(completion);
+    if (!holdAlerts) heldAlert();
+  }
+  void webViewRunJavaScriptConfirmPanelWithMessage(WebView&, const std::string& message,
+                                                   const FrameInfo&,
+                                                   std::function<void(bool)> completion) override {
+    note("confirm " + message);
+    MainQueue::shared().post([completion] { completion(true); });
+  }
+  void webViewRunJavaScriptTextInputPanelWithPrompt(
+      WebView&, const std::string& prompt, const std::optional<std::string>& defaultText,
+      const FrameInfo&, std::function<void(std::optional<std::string>)> completion) override {
+    note("prompt " + prompt + " " + defaultText.value_or("(none)"));
+    MainQueue::shared().post([completion] { completion("typed"); });
+  }
+
+  void note(std::string event, std::shared_ptr<Navigation> navigation = nullptr) {
+    events.push_back(std::move(event));
+    navigations.push_back(std::move(navigation));
+  }
+  Events events;
+  std::vector<std::shared_ptr<Navigation>> navigations;  // beside each event
+  bool holdAlerts = false;
+  std::function<void()> heldAlert;
+};
+
+class WebKitTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string whyNot;
+    ASSERT_TRUE(WebKitWebEngine::install(&whyNot)) << whyNot;
+    server.respond("/page", {.body = "<p>second</p>", .contentType = "text/html"});
+    server.respond("/slow.png",
+                   {.body = "", .contentType = "image/png", .delay = std::chrono::seconds(20)});
+  }
+  std::shared_ptr<WebView> makeWebView(Rect frame = Rect(0, 0, 320, 50)) {
+    auto view = WebView::create(frame, WebViewConfiguration());
+    view->setNavigationDelegate(delegate);
+    view->setUIDelegate(delegate);
+    return view;
+  }
+  static std::shared_ptr<WebKitWebEngine> engineOf(const WebView& view) {
+    return std::dynamic_pointer_cast<WebKitWebEngine>(view.engine());
+  }
+  struct Outcome {
+    bool done = false;
+    std::optional<Value> value;
+    std::optional<Error> error;
+  };
+  static Outcome run(WebView& view, const std::string& script) {
+    auto outcome = std::make_shared<Outcome>();
+    view.evaluateJavaScript(script, [outcome](std::optional<Value> v, std::optional<Error> e) {
+      *outcome = {true, std::move(v), std::move(e)};
+    });
+    EXPECT_FALSE(outcome->done) << "completion ran inside the call";
+    EXPECT_TRUE(test::runMainQueueUntil([&] { return outcome->done; })) << script;
+    return *outcome;
+  }
+  bool waitFor(const std::string& event) {
+    return test::runMainQueueUntil(
+        [&] { return std::count(delegate->events.begin(), delegate->events.end(), event) > 0; });
+  }
+  std::optional<URL> at(const std::string& path) const {
+    return URL::URLWithString(server.url(path));
+  }
+
+  test::LoopbackServer server;
+  std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+};
+
+TEST_F(WebKitTest, ScriptResultsArriveAsValuesOrErrorsOnALaterTurn) {
+  auto view = makeWebView();
+  EXPECT_EQ(run(*view, "'a' + 1").value, Value("a1"));
+  EXPECT_EQ(run(*view, "6 * 7").value->dump(), "42");
+  EXPECT_EQ(run(*view, "[1.5, 1 < 2, null, {b: 'x'}]").value,
+            Value::parse(R"([1.5, true, null, {"b": "x"}])"));
+  auto undefined = run(*view, "undefined");
+  EXPECT_FALSE(undefined.value || undefined.error);
+  auto thrown = run(*view, "throw new Error('boom')");
+  ASSERT_TRUE(thrown.error && !thrown.value);
+  EXPECT_NE(thrown.error->localizedDescription().find("boom"), std::string::npos);
+  auto cyclic = run(*view, "var o = {}; o.self = o; o");
+  ASSERT_TRUE(cyclic.error);
+  EXPECT_EQ(cyclic.error->code, WebKitWebEngine::kScriptResultUnsupportedCode);
+  EXPECT_EQ(run(*view, "2 + 2").value, Value(4));  // nothing left behind by the failure
+}
+
+TEST_F(WebKitTest, PolicyDecidesPageNavigationsWithTheirTypeAndNewWindowsOpenNothingInWebKit) {
+  auto view = makeWebView();
+  auto first = view->loadHTMLString(
+      "<a id='link' href='/blocked-link'></a><a id='blank' target='_blank' href='/by-link'></a>"
+      "<form id='form' method='post' action='/blocked-form'></form>",
+      URL::URLWithString("http://ads.invalid/"));  // nothing for WebKit to connect to ahead
+  ASSERT_TRUE(waitFor("finish /"));
+  run(*view, "document.getElementById('link').click()");
+  run(*view, "document.getElementById('form').submit()");
+  ASSERT_TRUE(waitFor("policy 1 /blocked-form"));  // a submission is scheduled, not immediate
+  run(*view, "document.getElementById('blank').click()");
+  ASSERT_TRUE(waitFor("create /by-link"));
+  run(*view, "window.open('/by-script'); 0");
+  ASSERT_TRUE(waitFor("create /by-script"));
+  run(*view, "location.href = '" + server.url("/page") + "'");
+  ASSERT_TRUE(waitFor("finish /page"));
+
+  // Cancelled navigations fail nothing; a page's own load is a navigation of its own.
+  EXPECT_EQ(delegate->events,
+            (Events{"policy -1 /", "commit /", "finish /", "policy 0 /blocked-link",
+                    "policy 1 /blocked-form", "policy 0 /by-link new-window", "create /by-link",
+                    "policy -1 /by-script new-window", "create /by-script", "policy -1 /page",
+                    "commit /page", "finish /page"}));
+  EXPECT_EQ(delegate->navigations[1], first);
+  EXPECT_EQ(delegate->navigations[2], first);
+  EXPECT_NE(delegate->navigations.back(), first);
+  EXPECT_EQ(run(*view, "document.body.textContent").value, Value("second"));
+}
+
+TEST_F(WebKitTest, FailuresAreProvisionalBeforeCommitAndNeverFollowedByAFinish) {
+  auto view = makeWebView();
+  view->loadRequest(URLRequest(URL::URLWithString(
+      "http://127.0.0.1:" + std::to_string(test::LoopbackServer::unusedPort()) + "/ad")));
+  ASSERT_TRUE(waitFor("fail-provisional /ad g-io-error-quark"));
+  // A committed page still fetching an image is cut off by the next load.
+  view->loadHTMLString("<img src='/slow.png'>", at("/first"));
+  ASSERT_TRUE(waitFor("commit /first"));
+  view->loadHTMLString("<p>next</p>", at("/next"));
+  ASSERT_TRUE(waitFor("finish /next"));
+  EXPECT_EQ(delegate->events,
+            (Events{"policy -1 /ad", "fail-provisional /ad g-io-error-quark", "policy -1 /first",
+                    "commit /first", "policy -1 /next", "fail /first WebKitNetworkError",
+                    "commit /next", "finish /next"}));
+}
+
+TEST_F(WebKitTest, DialogsGoToTheUIDelegateAndThePageWaitsForTheirAnswers) {
+  auto view = makeWebView();
+  view->loadHTMLString(
+      "<script>alert('hi'); document.title = confirm('sure?') + '|' + prompt('name', 'def');"
+      "</script>",
+      at("/"));
+  ASSERT_TRUE(waitFor("finish /"));
+  EXPECT_EQ(run(*view, "document.title").value, Value("true|typed"));
+  EXPECT_EQ(delegate->events, (Events{"policy -1 /", "commit /", "alert hi", "confirm sure?",
+                                      "prompt name def", "finish /"}));
+}
+
+TEST_F(WebKitTest, AnAnswerArrivingAfterTheWebViewIsGoneTouchesNothing) {
+  delegate->holdAlerts = true;
+  auto view = makeWebView();
+  view->loadHTMLString("<script>alert('held')</script>", at("/"));
+  ASSERT_TRUE(waitFor("alert held"));
+  std::optional<Outcome> script;
+  view->evaluateJavaScript("1", [&](std::optional<Value> v, std::optional<Error> e) {
+    script = Outcome{true, std::move(v), std::move(e)};
+  });
+  std::weak_ptr<WebEngine> engine = view->engine();
+  view.reset();
+  EXPECT_TRUE(engine.expired());
+  delegate->heldAlert();  // its dialog closed with the web view
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return script.has_value(); }));
+  EXPECT_TRUE(script->error);  // a script cut off ends with an error, not silence
+  EXPECT_EQ(delegate->events.size(), 3u);
+}
+
+// Width and height from a PNG's header; nothing when the file is not a PNG.
+std::optional<std::pair<int, int>> pngSize(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  if (bytes.size() < 24 || bytes.compare(0, 8, "\x89PNG\r\n\x1a\n") ||
+      bytes.compare(12, 4, "IHDR")) {
+    return std::nullopt;
+  }
+  auto be32 = [&](std::size_t at) {
+    int value = 0;
+    for (std::size_t i = 0; i < 4; ++i)
+      value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
+    return value;
+  };
+  return std::pair{be32(16), be32(20)};
+}
+
+TEST_F(WebKitTest, SnapshotsArePNGsOfTheWebViewsCurrentFrame) {
+  auto view = makeWebView(Rect(0, 0, 300, 120));
+  view->loadHTMLString("<body style='background:#c00'>ad</body>", at("/"));
+  ASSERT_TRUE(waitFor("finish /"));
+  const std::string path = testing::TempDir() + "zorva-webkit-snapshot.png";
+  auto shoot = [&](const std::string& to) {
+    std::remove(to.c_str());
+    std::optional<std::optional<Error>> result;
+    engineOf(*view)->snapshot(to, [&](std::optional<Error> error) { result = error; });
+    EXPECT_TRUE(test::runMainQueueUntil([&] { return result.has_value(); }));
+    return result.value_or(Error());
+  };
+  EXPECT_FALSE(shoot(path));
+  EXPECT_EQ(pngSize(path), std::pair(300, 120));
+  view->setFrame(Rect(0, 0, 200, 90));
+  EXPECT_FALSE(shoot(path));
+  EXPECT_EQ(pngSize(path), std::pair(200, 90));
+  EXPECT_EQ(shoot("/nonexistent-dir/x.png")->code, WebKitWebEngine::kSnapshotFailedCode);
+}
+
+// --- display ads through the SDK ---
+
+class PlayerRecorder : public ZVAdPlayerDelegate {
+ public:
+  explicit PlayerRecorder(test::Recorder& recorder) : recorder_(recorder) {}
+  void playerDidLoad() override { recorder_.note("load"); }
+  void playerDidFailWithError(const Error&) override { recorder_.note("fail"); }
+  void playerWillPresentModal() override {}
+  void playerDidDismissModal() override {}
+  void playerDidStartPlaying() override {}
+  void playerDidEndPlaying() override {}
+
+ private:
+  test::Recorder& recorder_;
+};
+
+class WebKitAdTest : public WebKitTest {
+ protected:
+  void SetUp() override {
+    WebKitTest::SetUp();
+    DeviceProfile::phone().makeKeyWindow(root);
+    bannerDelegate->bannerViewDidReceiveAd = [this](ZVBannerView&) { recorder.note("receive"); };
+    bannerDelegate->bannerViewWillPresentModal = [this](ZVBannerView&) {
+      recorder.note("present");
+    };
+  }
+  std::shared_ptr<WebView> loadBanner(const std::string& markup) {
+    server.respond(test::kServadPath, {.body = test::bidWithMarkup(markup)});
+    banner = ZVBannerView::create(test::requestFor(server), ZVAdSize{320, 50});
+    banner->setDelegate(bannerDelegate);
+    banner->loadAd();
+    EXPECT_TRUE(heard("receive"));
+    return test::findWebView(banner);
+  }
+  std::shared_ptr<WebView> playAd(const std::string& creative) {
+    ZVPlayerConfig config;
+    config.ad = std::make_shared<ZorvaAd>();
+    config.ad->creative = creative;
+    config.ad->size = ZVAdSize(320, 50);
+    player = ZVDisplayAdPlayer::create(config);
+    player->setDelegate(playerDelegate);
+    player->play();
+    return player->htmlPlayer()->contenView();
+  }
+  bool heard(const std::string& name) {
+    return test::runMainQueueUntil([&] { return recorder.count(name) > 0; });
+  }
+
+  test::Recorder recorder;
+  std::shared_ptr<ViewController> root = ViewController::create();
+  std::shared_ptr<ZVBannerViewDelegate> bannerDelegate = std::make_shared<ZVBannerViewDelegate>();
+  std::shared_ptr<ZVBannerView> banner;
+  std::shared_ptr<PlayerRecorder> playerDelegate = std::make_shared<PlayerRecorder>(recorder);
+  std::shared_ptr<ZVDisplayAdPlayer> player;
+};
+
+TEST_F(WebKitAdTest, ABannerAdIsRenderedByWebKitAndTheBidCarriesWebKitsUserAgent) {
+  auto webView = loadBanner("<p id='ad'>Zorva banner</p>");
+  ASSERT_TRUE(webView && engineOf(*webView));
+  EXPECT_EQ(engineOf(*webView)->renderedSize(), (Size{320, 50}));
+  EXPECT_EQ(run(*webView, "document.getElementById('ad').textContent").value,
+            Value("Zorva banner"));
+  const std::string agent = engineOf(*webView)->userAgent();
+  EXPECT_NE(agent.find("AppleWebKit"), std::string::npos);
+  ASSERT_EQ(server.requests().size(), 1u);
+  EXPECT_EQ(Value::parse(server.requests()[0].body)["device"]["ua"], Value(agent));
+}
+
+TEST_F(WebKitAdTest, AClickedLinkOpensTheBrowserOnItsURLAndTheAdStaysPut) {
+  auto webView = loadBanner("<a id='go' href='https://advertiser.example/landing'>Go</a>");
+  ASSERT_TRUE(webView);
+  const auto page = run(*webView, "location.href").value;
+  run(*webView, "document.getElementById('go').click()");
+  ASSERT_TRUE(heard("present"));
+  auto browser = std::dynamic_pointer_cast<SafariViewController>(root->presentedViewController());
+  ASSERT_TRUE(browser);
+  EXPECT_EQ(browser->url().absoluteString(), "https://advertiser.example/landing");
+  EXPECT_EQ(run(*webView, "location.href").value, page);
+  EXPECT_EQ(recorder.names(), (Events{"receive", "present"}));
+}
+
+TEST_F(WebKitAdTest, ACreativeCallingAlertRunsOnAndLoads) {
+  auto webView = playAd("<script>alert('hi'); document.title = 'after alert';</script>");
+  ASSERT_TRUE(heard("load"));
+  EXPECT_EQ(run(*webView, "document.title").value, Value("after alert"));
+  EXPECT_EQ(recorder.names(), Events{"load"});
+}
+
+TEST_F(WebKitAdTest, ACreativeURLThatCannotBeReachedIsSilent) {
+  auto webView =
+      playAd("http://127.0.0.1:" + std::to_string(test::LoopbackServer::unusedPort()) + "/ad");
+  // WebKit finishes a failed load too: once it has, the failure has been through the engine.
+  int finished = 0;
+  const gulong watch =
+      g_signal_connect(engineOf(*webView)->webKitWebView(), "load-changed",
+                       G_CALLBACK(+[](WebKitWebView*, WebKitLoadEvent event, gpointer count) {
+                         if (event == WEBKIT_LOAD_FINISHED) ++*static_cast<int*>(count);
+                       }),
+                       &finished);
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return finished > 0; }));
+  g_signal_handler_disconnect(engineOf(*webView)->webKitWebView(), watch);
+  MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(recorder.names(), Events{});
+}
+
+}  // namespace
+}  // namespace zorva::platform

@@ -140,6 +140,9 @@ TEST_F(GStreamerMediaEngineTest, ASourceThatDriesUpMidwayStallsOnceAndNeverEnds)
   EXPECT_GT(Clock::now() - started, GStreamerMediaEngine::kStallThreshold);
   EXPECT_EQ(client->count("stall"), 1u);
   EXPECT_EQ(client->count("end"), 0u);
+  // The download buffer holds what was sent: about half, reported once, not on every poll.
+  ASSERT_EQ(client->ranges.size(), 1u);
+  EXPECT_NEAR(client->ranges[0].at(0).duration.seconds(), 2.0, 0.3);
   EXPECT_TRUE(client->allOnMainThread);
 }
 

@@ -253,8 +253,11 @@ void GStreamerMediaEngine::pollBuffering() {
   // media as it plays, so all of it counts as available.
   fullyBuffered_ = fraction >= 1.0;
   const auto buffered = static_cast<long long>(fraction * static_cast<double>(durationNs_));
-  if (auto c = client())
+  if (buffered == bufferedNs_) return;
+  bufferedNs_ = buffered;
+  if (auto c = client()) {
     c->mediaEngineDidLoadTimeRanges({TimeRange{MediaTime::zero(), nanoseconds(buffered)}});
+  }
 }
 
 void GStreamerMediaEngine::watchProgress() {

@@ -83,6 +83,8 @@ class GStreamerMediaEngine : public MediaEngine,
   unsigned pollSource_ = 0;
   bool network_ = false;
   long long durationNs_ = -1;
+  // The end of the buffered span last reported.
+  long long bufferedNs_ = -1;
   // Read by `currentTime` (const) to keep the position from going back.
   mutable long long lastPositionNs_ = 0;
   bool ready_ = false;

@@ -48,14 +48,6 @@ class RecordingClient : public MediaEngineClient {
   std::size_t count(const std::string& name) const {
     return static_cast<std::size_t>(std::count(events.begin(), events.end(), name));
   }
-  // The reports in order, each kind once (ranges repeat as buffering grows).
-  std::vector<std::string> distinct() const {
-    std::vector<std::string> out;
-    for (const auto& e : events) {
-      if (std::find(out.begin(), out.end(), e) == out.end()) out.push_back(e);
-    }
-    return out;
-  }
 
   std::vector<std::string> events;
   bool allOnMainThread = true;
@@ -121,8 +113,10 @@ TEST_F(GStreamerMediaEngineTest, PlaysTheMp4InRealTimeFromReadyToTheEndWithoutAF
   // Past the end the position stands still: that is no stall.
   EXPECT_FALSE(test::runMainQueueUntil([&] { return client->count("stall") > 0; },
                                        GStreamerMediaEngine::kStallThreshold + 300ms));
-  EXPECT_EQ(client->distinct(), (std::vector<std::string>{"duration", "ready", "ranges", "end"}));
-  EXPECT_EQ(client->count("ready"), 1u);
+  // Buffering may grow in steps: one "ranges" per step.
+  auto events = client->events;
+  events.erase(std::unique(events.begin(), events.end()), events.end());
+  EXPECT_EQ(events, (std::vector<std::string>{"duration", "ready", "ranges", "end"}));
   EXPECT_TRUE(client->allOnMainThread);
 }
 
@@ -165,16 +159,6 @@ TEST_F(GStreamerMediaEngineTest, NothingIsReportedOnceTheEngineOrItsItemIsGone) 
 
   // Long enough for the answers to arrive and for a live pipeline to preroll them.
   EXPECT_FALSE(test::runMainQueueUntil([&] { return !client->events.empty(); }, 1500ms));
-}
-
-TEST_F(GStreamerMediaEngineTest, ItemsMadeAfterInstallDecodeWithGStreamerAndCanFail) {
-  auto item = PlayerItem::create(*URL::URLWithString(server.url("/missing.mp4")));
-  ASSERT_TRUE(std::dynamic_pointer_cast<GStreamerMediaEngine>(item->engine()));
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return item->status() == PlayerItemStatus::Failed; }));
-  ASSERT_TRUE(item->error());
-  EXPECT_EQ(item->error()->domain, "gst-resource-error-quark");
-  EXPECT_NE(item->error()->localizedDescription().find("Not Found"), std::string::npos)
-      << item->error()->localizedDescription();
 }
 
 }  // namespace

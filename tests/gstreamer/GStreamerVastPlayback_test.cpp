@@ -120,12 +120,14 @@ TEST_F(GStreamerVastPlaybackTest, MediaThatCannotBePlayedEndsInA405) {
   std::generate(noise.begin(), noise.end(), [&] { return static_cast<char>(random()); });
   server.respond("/corrupt.mp4", {.body = noise, .contentType = "video/mp4"});
 
-  for (const std::string path : {"/missing.mp4", "/corrupt.mp4"}) {
+  for (const auto& [path, domain] : {std::pair{"/missing.mp4", "gst-resource-error-quark"},
+                                     std::pair{"/corrupt.mp4", "gst-stream-error-quark"}}) {
     SCOPED_TRACE(path);
     delegate->events.clear();
     playUntilDone(path);
     EXPECT_EQ(delegate->events, std::vector<std::string>{"fail:405"});
-    EXPECT_EQ(linear->playerItem()->status(), platform::PlayerItemStatus::Failed);
+    ASSERT_TRUE(linear->playerItem()->error());
+    EXPECT_EQ(linear->playerItem()->error()->domain, domain);
     EXPECT_EQ(handler->handedOverUrls().back(),
               std::vector<std::string>{server.url("/error?code=405")});
   }

@@ -196,15 +196,19 @@ void GStreamerMediaEngine::handleMessage(GstMessage* message) {
       }
       break;
     case GST_MESSAGE_ASYNC_DONE:
+      prerolled_ = true;
+      updateDuration();
+      break;
     case GST_MESSAGE_DURATION_CHANGED:
-      prerolled();
+      // A demuxer may know the length before the sinks have a frame: not ready yet.
+      if (prerolled_) updateDuration();
       break;
     default:
       break;
   }
 }
 
-void GStreamerMediaEngine::prerolled() {
+void GStreamerMediaEngine::updateDuration() {
   gint64 duration = -1;
   if (!gst_element_query_duration(pipeline_, GST_FORMAT_TIME, &duration) || duration < 0) return;
   if (ready_ && duration == durationNs_) return;
@@ -284,6 +288,8 @@ void GStreamerMediaEngine::fail(const Error& error) {
   failed_ = true;
   wantsToPlay_ = false;
   stopPolling();
+  // Stops the download and the streaming threads; the client may drop this engine when told.
+  if (pipeline_) gst_element_set_state(pipeline_, GST_STATE_NULL);
   if (auto c = client()) c->mediaEngineDidFail(error);
 }
 

@@ -63,7 +63,8 @@ class GStreamerMediaEngine : public MediaEngine,
   static int busCallback(GstBus* bus, GstMessage* message, void* data);
   static int pollCallback(void* data);
   void handleMessage(GstMessage* message);
-  void prerolled();
+  // Reports a new duration; the first one known once prerolled makes the media ready.
+  void updateDuration();
   void poll();
   void pollBuffering();
   void watchProgress();
@@ -87,6 +88,7 @@ class GStreamerMediaEngine : public MediaEngine,
   long long bufferedNs_ = -1;
   // Read by `currentTime` (const) to keep the position from going back.
   mutable long long lastPositionNs_ = 0;
+  bool prerolled_ = false;
   bool ready_ = false;
   bool fullyBuffered_ = false;
   bool wantsToPlay_ = false;

@@ -112,9 +112,8 @@ void GStreamerMediaEngine::load(const URL& url) {
   positionQuery_ = gst_query_new_position(GST_FORMAT_TIME);
 
   GstBus* bus = gst_element_get_bus(pipeline_);
-  busWatch_ =
-      gst_bus_add_watch_full(bus, G_PRIORITY_DEFAULT, reinterpret_cast<GstBusFunc>(&busCallback),
-                             new WeakEngine(weak_from_this()), deleteWeakEngine);
+  busWatch_ = gst_bus_add_watch_full(bus, G_PRIORITY_DEFAULT, &busCallback,
+                                     new WeakEngine(weak_from_this()), deleteWeakEngine);
   gst_object_unref(bus);
   pollSource_ = g_timeout_add_full(G_PRIORITY_DEFAULT, kPollInterval.count(), &pollCallback,
                                    new WeakEngine(weak_from_this()), deleteWeakEngine);

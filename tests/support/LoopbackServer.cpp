@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace zorva::test {
@@ -38,7 +39,22 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
       return;
     }
     res.status = answer.status;
-    res.set_content(answer.body, answer.contentType.c_str());
+    if (!answer.holdAfterBytes) {
+      res.set_content(answer.body, answer.contentType.c_str());
+      return;
+    }
+    // Served piecewise (ranges included) up to the hold point, where the provider waits.
+    auto body = std::make_shared<std::string>(std::move(answer.body));
+    const std::size_t hold = std::min(*answer.holdAfterBytes, body->size());
+    res.set_content_provider(
+        body->size(), answer.contentType,
+        [this, body, hold](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+          if (offset < hold)
+            return sink.write(body->data() + offset, std::min(length, hold - offset));
+          std::unique_lock lock(mutex_);
+          changed_.wait(lock, [this] { return stopping_; });
+          return false;
+        });
   };
   // Keep-alive connections each hold a worker; enough workers that a burst of parallel clients
   // never waits for an idle connection to time out.

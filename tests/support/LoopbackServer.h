@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,6 +26,9 @@ class LoopbackServer {
     std::string contentType = "application/json";
     /// Wait this long before answering (cut short when the server stops).
     std::chrono::milliseconds delay{0};
+    /// Send only this many bytes of the body (of a body announced whole), then hold the
+    /// connection open without sending more until the server stops: a source that dries up.
+    std::optional<std::size_t> holdAfterBytes = std::nullopt;
   };
 
   struct Request {

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "zorva/platform/MediaEngine.h"
+
+// GStreamer's types, kept out of the SDK's headers.
+typedef struct _GstElement GstElement;
+typedef struct _GstBus GstBus;
+typedef struct _GstMessage GstMessage;
+typedef struct _GstQuery GstQuery;
+
+namespace zorva::platform {
+
+/// A media engine that decodes with GStreamer's `playbin`, headless: its audio and video go to
+/// sinks that discard them at the pace of the clock, so media plays in real time without a
+/// display or a sound card.
+///
+/// Loading goes to PAUSED; once the media has prerolled with a known length it reports the
+/// duration, then readiness. Buffered media is polled every 100 ms (the download buffer of a
+/// network URL) and reported as [0, fraction × duration]; a local file counts as buffered whole.
+/// A bus error fails the media, the end of stream ends it, and a position that stops moving for
+/// `kStallThreshold` while the pipeline plays reports a stall (once per stall).
+///
+/// Bus messages and polls are served by GLib's default main context, which the GLib bridge runs
+/// on the main thread: every report reaches the client there. The engine holds itself weakly in
+/// every callback and tears the pipeline down when it goes, so nothing is reported afterwards.
+/// Main thread only.
+class GStreamerMediaEngine : public MediaEngine,
+                             public std::enable_shared_from_this<GStreamerMediaEngine> {
+ public:
+  /// How long the position may stand still while playing before a stall is reported.
+  static constexpr std::chrono::milliseconds kStallThreshold{1500};
+  /// How often buffering and progress are looked at.
+  static constexpr std::chrono::milliseconds kPollInterval{100};
+
+  /// Host start-up: initialises GStreamer, installs the GLib main-loop bridge and makes every
+  /// later player item decode with this engine. False (with the reason in `*whyNot` when given)
+  /// when GStreamer cannot start or has no `playbin`; nothing is installed then.
+  static bool install(std::string* whyNot = nullptr);
+  static std::shared_ptr<GStreamerMediaEngine> create(std::weak_ptr<MediaEngineClient> client);
+  ~GStreamerMediaEngine() override;
+  GStreamerMediaEngine(const GStreamerMediaEngine&) = delete;
+  GStreamerMediaEngine& operator=(const GStreamerMediaEngine&) = delete;
+
+  /// Builds the pipeline for `url` and prerolls it. Once per engine; a later call does nothing.
+  void load(const URL& url) override;
+  void play() override;
+  void pause() override;
+  /// The sink's position, never behind the last one read nor past the duration; the duration
+  /// after the end. Asks the sink with one query made at load, so a read allocates nothing.
+  MediaTime currentTime() const override;
+
+  /// The pipeline (`playbin`), null before `load`. For diagnostics and tests.
+  GstElement* pipeline() const { return pipeline_; }
+
+ private:
+  explicit GStreamerMediaEngine(std::weak_ptr<MediaEngineClient> client);
+  std::shared_ptr<MediaEngineClient> client() const { return client_.lock(); }
+
+  static int busCallback(GstBus* bus, GstMessage* message, void* data);
+  static int pollCallback(void* data);
+  void handleMessage(GstMessage* message);
+  // Reports a new duration; the first one known once prerolled makes the media ready.
+  void updateDuration();
+  void poll();
+  void pollBuffering();
+  void watchProgress();
+  void fail(const Error& error);
+  void stopPolling();
+  // Nanoseconds of the sink's position, or -1 when the sink does not answer.
+  long long queryPosition() const;
+
+  std::weak_ptr<MediaEngineClient> client_;
+  GstElement* pipeline_ = nullptr;
+  GstElement* videoSink_ = nullptr;
+  GstElement* audioSink_ = nullptr;
+  // The sink that renders the media's clock-driven stream, chosen once prerolled.
+  GstElement* positionSink_ = nullptr;
+  GstQuery* positionQuery_ = nullptr;
+  unsigned busWatch_ = 0;
+  unsigned pollSource_ = 0;
+  bool network_ = false;
+  long long durationNs_ = -1;
+  // The end of the buffered span last reported.
+  long long bufferedNs_ = -1;
+  // Read by `currentTime` (const) to keep the position from going back.
+  mutable long long lastPositionNs_ = 0;
+  bool prerolled_ = false;
+  bool ready_ = false;
+  bool fullyBuffered_ = false;
+  bool wantsToPlay_ = false;
+  bool pipelinePlaying_ = false;
+  bool ended_ = false;
+  bool failed_ = false;
+  bool stalled_ = false;
+  long long progressPositionNs_ = -1;
+  std::chrono::steady_clock::time_point progressAt_{};
+};
+
+}  // namespace zorva::platform

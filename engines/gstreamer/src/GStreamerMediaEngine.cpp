@@ -1,0 +1,300 @@
+#include "zorva/engines/GStreamerMediaEngine.h"
+
+#include <gst/gst.h>
+
+#include <algorithm>
+
+#include "zorva/engines/GLibMainLoopBridge.h"
+#include "zorva/platform/MainQueue.h"
+
+namespace zorva::platform {
+
+namespace {
+
+// playbin's GST_PLAY_FLAG_DOWNLOAD: network media goes through a download buffer, which is what
+// answers the buffering query with a growing range.
+constexpr guint kPlayFlagDownload = 0x80;
+constexpr std::int32_t kNanosecondTimescale = 1'000'000'000;
+constexpr const char* kDomain = "GStreamer";
+
+using WeakEngine = std::weak_ptr<GStreamerMediaEngine>;
+
+void deleteWeakEngine(gpointer data) { delete static_cast<WeakEngine*>(data); }
+
+MediaTime nanoseconds(long long ns) { return MediaTime::make(ns, kNanosecondTimescale); }
+
+// A discarding sink that still renders at the pace of the pipeline clock.
+GstElement* makeSink(const char* name) {
+  GstElement* sink = gst_element_factory_make("fakesink", name);
+  if (!sink) return nullptr;
+  gst_object_ref_sink(sink);
+  g_object_set(sink, "sync", TRUE, nullptr);
+  return sink;
+}
+
+bool isNetworkScheme(const std::string& scheme) { return scheme == "http" || scheme == "https"; }
+
+}  // namespace
+
+bool GStreamerMediaEngine::install(std::string* whyNot) {
+  GError* error = nullptr;
+  if (!gst_init_check(nullptr, nullptr, &error)) {
+    if (whyNot) *whyNot = error ? error->message : "GStreamer could not be initialised";
+    g_clear_error(&error);
+    return false;
+  }
+  for (const char* factoryName : {"playbin", "fakesink"}) {
+    GstElementFactory* factory = gst_element_factory_find(factoryName);
+    if (!factory) {
+      if (whyNot) *whyNot = std::string("GStreamer has no ") + factoryName + " element";
+      return false;
+    }
+    gst_object_unref(factory);
+  }
+  GLibMainLoopBridge::install();
+  MediaEngine::setFactory(
+      [](std::weak_ptr<MediaEngineClient> client) -> std::shared_ptr<MediaEngine> {
+        return GStreamerMediaEngine::create(std::move(client));
+      });
+  return true;
+}
+
+std::shared_ptr<GStreamerMediaEngine> GStreamerMediaEngine::create(
+    std::weak_ptr<MediaEngineClient> client) {
+  return std::shared_ptr<GStreamerMediaEngine>(new GStreamerMediaEngine(std::move(client)));
+}
+
+GStreamerMediaEngine::GStreamerMediaEngine(std::weak_ptr<MediaEngineClient> client)
+    : client_(std::move(client)) {}
+
+GStreamerMediaEngine::~GStreamerMediaEngine() {
+  stopPolling();
+  if (pipeline_) {
+    if (busWatch_ != 0) {
+      GstBus* bus = gst_element_get_bus(pipeline_);
+      gst_bus_remove_watch(bus);
+      gst_object_unref(bus);
+    }
+    // Joins the streaming threads: nothing of the pipeline runs once this returns.
+    gst_element_set_state(pipeline_, GST_STATE_NULL);
+    gst_object_unref(pipeline_);
+  }
+  if (positionQuery_) gst_query_unref(positionQuery_);
+  if (videoSink_) gst_object_unref(videoSink_);
+  if (audioSink_) gst_object_unref(audioSink_);
+}
+
+void GStreamerMediaEngine::load(const URL& url) {
+  if (pipeline_ || failed_) return;
+  pipeline_ = gst_element_factory_make("playbin", nullptr);
+  videoSink_ = makeSink("zorva-video-sink");
+  audioSink_ = makeSink("zorva-audio-sink");
+  if (!pipeline_ || !videoSink_ || !audioSink_) {
+    if (pipeline_) gst_object_unref(gst_object_ref_sink(pipeline_));
+    pipeline_ = nullptr;
+    // Reports come on a later turn, as they do for every other failure.
+    MainQueue::shared().post([weakSelf = weak_from_this()] {
+      if (auto self = weakSelf.lock()) {
+        self->fail(Error::withDescription(kDomain, 0, "GStreamer has no playbin or fakesink"));
+      }
+    });
+    return;
+  }
+  gst_object_ref_sink(pipeline_);
+  g_object_set(pipeline_, "uri", url.absoluteString().c_str(), "video-sink", videoSink_,
+               "audio-sink", audioSink_, nullptr);
+  network_ = isNetworkScheme(url.scheme());
+  if (network_) {
+    guint flags = 0;
+    g_object_get(pipeline_, "flags", &flags, nullptr);
+    g_object_set(pipeline_, "flags", flags | kPlayFlagDownload, nullptr);
+  }
+  positionQuery_ = gst_query_new_position(GST_FORMAT_TIME);
+
+  GstBus* bus = gst_element_get_bus(pipeline_);
+  busWatch_ = gst_bus_add_watch_full(bus, G_PRIORITY_DEFAULT, &busCallback,
+                                     new WeakEngine(weak_from_this()), deleteWeakEngine);
+  gst_object_unref(bus);
+  pollSource_ = g_timeout_add_full(G_PRIORITY_DEFAULT, kPollInterval.count(), &pollCallback,
+                                   new WeakEngine(weak_from_this()), deleteWeakEngine);
+
+  if (gst_element_set_state(pipeline_, GST_STATE_PAUSED) == GST_STATE_CHANGE_FAILURE) {
+    // The bus normally carries the reason; this covers a refusal that posts none.
+    MainQueue::shared().post([weakSelf = weak_from_this()] {
+      if (auto self = weakSelf.lock()) {
+        self->fail(Error::withDescription(kDomain, GST_STATE_CHANGE_FAILURE,
+                                          "The media could not be opened"));
+      }
+    });
+  }
+}
+
+void GStreamerMediaEngine::play() {
+  wantsToPlay_ = true;
+  if (pipeline_ && !failed_ && !ended_) gst_element_set_state(pipeline_, GST_STATE_PLAYING);
+}
+
+void GStreamerMediaEngine::pause() {
+  wantsToPlay_ = false;
+  if (pipeline_ && !failed_ && !ended_) gst_element_set_state(pipeline_, GST_STATE_PAUSED);
+}
+
+MediaTime GStreamerMediaEngine::currentTime() const {
+  if (ended_ && durationNs_ >= 0) return nanoseconds(durationNs_);
+  const long long position = queryPosition();
+  if (position >= 0) {
+    lastPositionNs_ = std::max(lastPositionNs_, position);
+    if (durationNs_ >= 0) lastPositionNs_ = std::min(lastPositionNs_, durationNs_);
+  }
+  return nanoseconds(lastPositionNs_);
+}
+
+long long GStreamerMediaEngine::queryPosition() const {
+  if (!positionSink_ || failed_) return -1;
+  // The query is ours alone (one reference), so the sink may fill it again on every read.
+  if (!gst_element_query(positionSink_, positionQuery_)) return -1;
+  gint64 position = -1;
+  gst_query_parse_position(positionQuery_, nullptr, &position);
+  return position;
+}
+
+int GStreamerMediaEngine::busCallback(GstBus*, GstMessage* message, void* data) {
+  if (auto self = static_cast<WeakEngine*>(data)->lock()) self->handleMessage(message);
+  return G_SOURCE_CONTINUE;
+}
+
+int GStreamerMediaEngine::pollCallback(void* data) {
+  if (auto self = static_cast<WeakEngine*>(data)->lock()) self->poll();
+  return G_SOURCE_CONTINUE;
+}
+
+void GStreamerMediaEngine::handleMessage(GstMessage* message) {
+  if (failed_) return;
+  switch (GST_MESSAGE_TYPE(message)) {
+    case GST_MESSAGE_ERROR: {
+      GError* error = nullptr;
+      gst_message_parse_error(message, &error, nullptr);
+      fail(Error::withDescription(error ? g_quark_to_string(error->domain) : kDomain,
+                                  error ? error->code : 0,
+                                  error ? error->message : "The media cannot be played"));
+      g_clear_error(&error);
+      break;
+    }
+    case GST_MESSAGE_EOS:
+      if (ended_) break;
+      ended_ = true;
+      wantsToPlay_ = false;
+      if (durationNs_ >= 0) lastPositionNs_ = durationNs_;
+      if (auto c = client()) c->mediaEngineDidPlayToEnd();
+      break;
+    case GST_MESSAGE_STATE_CHANGED:
+      if (GST_MESSAGE_SRC(message) == GST_OBJECT(pipeline_)) {
+        GstState state = GST_STATE_VOID_PENDING;
+        gst_message_parse_state_changed(message, nullptr, &state, nullptr);
+        pipelinePlaying_ = state == GST_STATE_PLAYING;
+      }
+      break;
+    case GST_MESSAGE_ASYNC_DONE:
+      prerolled_ = true;
+      updateDuration();
+      break;
+    case GST_MESSAGE_DURATION_CHANGED:
+      // A demuxer may know the length before the sinks have a frame: not ready yet.
+      if (prerolled_) updateDuration();
+      break;
+    default:
+      break;
+  }
+}
+
+void GStreamerMediaEngine::updateDuration() {
+  gint64 duration = -1;
+  if (!gst_element_query_duration(pipeline_, GST_FORMAT_TIME, &duration) || duration < 0) return;
+  if (ready_ && duration == durationNs_) return;
+  durationNs_ = duration;
+  // The client may drop this engine from inside a report: keep it until the reports are done.
+  auto self = shared_from_this();
+  if (auto c = client()) c->mediaEngineDidLoadDuration(nanoseconds(durationNs_));
+  if (ready_) return;
+  ready_ = true;
+  // Prefer the video sink: playbin leaves the sink of a missing stream out of the pipeline.
+  positionSink_ = GST_OBJECT_PARENT(videoSink_)   ? videoSink_
+                  : GST_OBJECT_PARENT(audioSink_) ? audioSink_
+                                                  : pipeline_;
+  if (auto c = client()) c->mediaEngineDidBecomeReady();
+  if (failed_) return;
+  if (network_) {
+    pollBuffering();
+  } else {
+    fullyBuffered_ = true;
+    if (auto c = client())
+      c->mediaEngineDidLoadTimeRanges({TimeRange{MediaTime::zero(), nanoseconds(durationNs_)}});
+  }
+}
+
+void GStreamerMediaEngine::poll() {
+  if (failed_) return;
+  auto self = shared_from_this();
+  if (ready_ && !fullyBuffered_) pollBuffering();
+  watchProgress();
+}
+
+void GStreamerMediaEngine::pollBuffering() {
+  GstQuery* query = gst_query_new_buffering(GST_FORMAT_PERCENT);
+  double fraction = 1.0;
+  if (gst_element_query(pipeline_, query)) {
+    GstFormat format = GST_FORMAT_UNDEFINED;
+    gint64 start = -1;
+    gint64 stop = -1;
+    gst_query_parse_buffering_range(query, &format, &start, &stop, nullptr);
+    if (format == GST_FORMAT_PERCENT && stop >= 0) {
+      fraction = std::clamp(static_cast<double>(stop) / GST_FORMAT_PERCENT_MAX, 0.0, 1.0);
+    }
+  }
+  gst_query_unref(query);
+  // An unanswered query means nothing is downloading in the background: the source serves the
+  // media as it plays, so all of it counts as available.
+  fullyBuffered_ = fraction >= 1.0;
+  const auto buffered = static_cast<long long>(fraction * static_cast<double>(durationNs_));
+  if (buffered == bufferedNs_) return;
+  bufferedNs_ = buffered;
+  if (auto c = client()) {
+    c->mediaEngineDidLoadTimeRanges({TimeRange{MediaTime::zero(), nanoseconds(buffered)}});
+  }
+}
+
+void GStreamerMediaEngine::watchProgress() {
+  if (!(wantsToPlay_ && pipelinePlaying_ && ready_) || ended_ || failed_) {
+    // Measuring starts afresh when playing resumes, so a start is never a stall.
+    progressPositionNs_ = -1;
+    return;
+  }
+  const long long position = queryPosition();
+  const auto now = std::chrono::steady_clock::now();
+  if (progressPositionNs_ < 0 || position > progressPositionNs_) {
+    progressPositionNs_ = position;
+    progressAt_ = now;
+    stalled_ = false;
+    return;
+  }
+  if (stalled_ || now - progressAt_ < kStallThreshold) return;
+  stalled_ = true;
+  if (auto c = client()) c->mediaEngineDidStall();
+}
+
+void GStreamerMediaEngine::fail(const Error& error) {
+  if (failed_) return;
+  failed_ = true;
+  wantsToPlay_ = false;
+  stopPolling();
+  // Stops the download and the streaming threads; the client may drop this engine when told.
+  if (pipeline_) gst_element_set_state(pipeline_, GST_STATE_NULL);
+  if (auto c = client()) c->mediaEngineDidFail(error);
+}
+
+void GStreamerMediaEngine::stopPolling() {
+  if (pollSource_ != 0) g_source_remove(pollSource_);
+  pollSource_ = 0;
+}
+
+}  // namespace zorva::platform

@@ -1,0 +1,137 @@
+// A VAST linear ad decoded by GStreamer end to end: the markup's media comes from the loopback
+// server and plays in real time; the tracking the VAST player does from real progress, and the
+// 405 path for media that cannot be played.
+#include <gtest/gtest.h>
+
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/Window.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Common/ZorvaAd.h"
+#include "Players/ZVPlayerConfig.h"
+#include "Vast/ZVVastLinearAdPlayer.h"
+#include "Vast/ZVVastPlayer.h"
+#include "support/LoopbackServer.h"
+#include "support/ObservingNetworkHandler.h"
+#include "support/TestEnvironment.h"
+#include "zorva-adserver/Media.h"
+#include "zorva/engines/GStreamerMediaEngine.h"
+
+namespace zorva {
+namespace {
+
+using namespace std::chrono_literals;
+using Lists = std::vector<std::vector<std::string>>;
+
+class RecordingAdDelegate : public ZVAdPlayerDelegate {
+ public:
+  void playerDidLoad() override { events.push_back("load"); }
+  void playerDidStartPlaying() override { events.push_back("start"); }
+  void playerDidEndPlaying() override { events.push_back("end"); }
+  void playerDidFailWithError(const Error& error) override {
+    events.push_back("fail:" + std::to_string(error.code));
+  }
+  std::vector<std::string> events;
+};
+
+class GStreamerVastPlaybackTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string whyNot;
+    ASSERT_TRUE(platform::GStreamerMediaEngine::install(&whyNot)) << whyNot;
+    handler = test::ObservingNetworkHandler::install();
+  }
+
+  std::string track(const std::string& event) const { return server.url("/track/" + event); }
+
+  // A linear ad of `mediaPath` on the loopback server, tracked there too.
+  std::string markup(const std::string& mediaPath) const {
+    std::string trackers;
+    for (const char* event : {"start", "firstQuartile", "midpoint", "thirdQuartile", "complete"}) {
+      trackers += std::string("<Tracking event=\"") + event + "\">" + track(event) + "</Tracking>";
+    }
+    return R"(<VAST version="3.0"><Ad id="gst"><InLine><AdSystem>S</AdSystem>)"
+           "<AdTitle>Linear</AdTitle><Error>" +
+           server.url("/error?code=[ERRORCODE]") +
+           "</Error><Creatives><Creative><Linear><Duration>00:00:04</Duration>"
+           "<TrackingEvents>" +
+           trackers + "</TrackingEvents><MediaFiles><MediaFile type=\"video/mp4\">" +
+           server.url(mediaPath) +
+           "</MediaFile></MediaFiles></Linear></Creative></Creatives></InLine></Ad></VAST>";
+  }
+
+  // Plays the ad of `mediaPath` in a window until the delegate hears an end or a failure.
+  void playUntilDone(const std::string& mediaPath) {
+    ZVPlayerConfig config;
+    config.isExpectingVideoAd = true;
+    config.ad = std::make_shared<ZorvaAd>();
+    config.ad->creative = markup(mediaPath);
+    player = ZVVastPlayer::create(config);
+    player->setDelegate(delegate);
+    window->addSubview(player);
+    player->play();
+    ASSERT_TRUE(test::runMainQueueUntil(
+        [&] {
+          return std::any_of(delegate->events.begin(), delegate->events.end(),
+                             [](auto& e) { return e == "end" || e.starts_with("fail"); });
+        },
+        15s));
+    linear = std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer());
+    ASSERT_TRUE(linear);
+  }
+
+  test::LoopbackServer server;
+  std::shared_ptr<test::ObservingNetworkHandler> handler;
+  std::shared_ptr<RecordingAdDelegate> delegate = std::make_shared<RecordingAdDelegate>();
+  std::shared_ptr<platform::Window> window = platform::Window::create({0, 0, 320, 480});
+  std::shared_ptr<ZVVastPlayer> player;
+  std::shared_ptr<ZVVastLinearAdPlayer> linear;
+};
+
+TEST_F(GStreamerVastPlaybackTest, TheAdPlaysToTheEndFiringEachProgressEventInOrder) {
+  server.respond("/media/zorva.mp4",
+                 {.body = std::string(tools::media::zorvaMp4()), .contentType = "video/mp4"});
+  const auto started = std::chrono::steady_clock::now();
+  playUntilDone("/media/zorva.mp4");
+
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "end"}));
+  EXPECT_GT(std::chrono::steady_clock::now() - started, 3500ms);  // real playback, not a jump
+  EXPECT_NEAR(linear->mediaDuration(), 4.0, 0.05);
+  // "complete" once from a progress report at the end of the media and once more from the end
+  // itself. Reports after the last point hand over empty lists, as many as ticks come between.
+  Lists handedOver = handler->handedOverUrls();
+  std::erase_if(handedOver, [](const auto& list) { return list.empty(); });
+  EXPECT_EQ(handedOver, (Lists{{track("start")},
+                               {track("firstQuartile")},
+                               {track("midpoint")},
+                               {track("thirdQuartile")},
+                               {track("complete")},
+                               {track("complete")}}));
+  EXPECT_FLOAT_EQ(linear->progressView()->progress(), 1.0f);
+}
+
+TEST_F(GStreamerVastPlaybackTest, MediaThatCannotBePlayedEndsInA405) {
+  std::string noise(16 * 1024, '\0');
+  std::mt19937 random(10);
+  std::generate(noise.begin(), noise.end(), [&] { return static_cast<char>(random()); });
+  server.respond("/corrupt.mp4", {.body = noise, .contentType = "video/mp4"});
+
+  for (const auto& [path, domain] : {std::pair{"/missing.mp4", "gst-resource-error-quark"},
+                                     std::pair{"/corrupt.mp4", "gst-stream-error-quark"}}) {
+    SCOPED_TRACE(path);
+    delegate->events.clear();
+    playUntilDone(path);
+    EXPECT_EQ(delegate->events, std::vector<std::string>{"fail:405"});
+    ASSERT_TRUE(linear->playerItem()->error());
+    EXPECT_EQ(linear->playerItem()->error()->domain, domain);
+    EXPECT_EQ(handler->handedOverUrls().back(),
+              std::vector<std::string>{server.url("/error?code=405")});
+  }
+}
+
+}  // namespace
+}  // namespace zorva

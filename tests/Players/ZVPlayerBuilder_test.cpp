@@ -12,22 +12,14 @@
 #include "Vast/ZVVastPlayer.h"
 #include "support/LoopbackServer.h"
 #include "support/ObservingNetworkHandler.h"
+#include "support/RecordingAdDelegate.h"
 #include "support/TestEnvironment.h"
 #include "support/VastDocuments.h"
 
 namespace zorva {
 namespace {
 
-class RecordingAdDelegate : public ZVAdPlayerDelegate {
- public:
-  void playerDidLoad() override { events.push_back("load"); }
-  void playerDidStartPlaying() override { events.push_back("start"); }
-  void playerDidEndPlaying() override { events.push_back("end"); }
-  void playerDidFailWithError(const Error& error) override {
-    events.push_back("fail:" + std::to_string(error.code));
-  }
-  std::vector<std::string> events;
-};
+using test::RecordingAdDelegate;
 
 std::shared_ptr<ZVAdPlaying> build(bool video, std::uint64_t sessionTime, std::string creative,
                                    const std::shared_ptr<ZVAdPlayerDelegate>& delegate) {

@@ -14,6 +14,7 @@
 #include "Vast/ZVVastPlayer.h"
 #include "support/LoopbackServer.h"
 #include "support/ObservingNetworkHandler.h"
+#include "support/RecordingAdDelegate.h"
 #include "support/TestEnvironment.h"
 #include "support/VastDocuments.h"
 
@@ -25,21 +26,7 @@ using platform::MainQueue;
 using platform::TimeRange;
 using Lists = std::vector<std::vector<std::string>>;
 
-class RecordingAdDelegate : public ZVAdPlayerDelegate {
- public:
-  void playerWillPresentModal() override { events.push_back("willPresent"); }
-  void playerDidDismissModal() override { events.push_back("didDismiss"); }
-  void playerDidLoad() override { events.push_back("load"); }
-  void playerDidStartPlaying() override { events.push_back("start"); }
-  void playerDidEndPlaying() override { events.push_back("end"); }
-  void playerDidFailWithError(const Error& error) override {
-    events.push_back("fail:" + std::to_string(error.code));
-  }
-  bool respondsToPlayerWillPresentModal() const override { return modal; }
-  bool respondsToPlayerDidDismissModal() const override { return modal; }
-  bool modal = true;
-  std::vector<std::string> events;
-};
+using test::RecordingAdDelegate;
 
 std::vector<std::string> track(const std::string& event) { return {"http://track/" + event}; }
 

@@ -17,6 +17,7 @@
 #include "Vast/ZVVastPlayer.h"
 #include "support/LoopbackServer.h"
 #include "support/ObservingNetworkHandler.h"
+#include "support/RecordingAdDelegate.h"
 #include "support/TestEnvironment.h"
 #include "zorva-adserver/Media.h"
 #include "zorva/engines/GStreamerMediaEngine.h"
@@ -27,16 +28,7 @@ namespace {
 using namespace std::chrono_literals;
 using Lists = std::vector<std::vector<std::string>>;
 
-class RecordingAdDelegate : public ZVAdPlayerDelegate {
- public:
-  void playerDidLoad() override { events.push_back("load"); }
-  void playerDidStartPlaying() override { events.push_back("start"); }
-  void playerDidEndPlaying() override { events.push_back("end"); }
-  void playerDidFailWithError(const Error& error) override {
-    events.push_back("fail:" + std::to_string(error.code));
-  }
-  std::vector<std::string> events;
-};
+using test::RecordingAdDelegate;
 
 class GStreamerVastPlaybackTest : public testing::Test {
  protected:

@@ -16,6 +16,7 @@
 
 #include "Players/ZVDisplayAdPlayer.h"
 #include "support/AdFormatTesting.h"
+#include "support/PngSize.h"
 #include "support/TestEnvironment.h"
 
 namespace zorva::platform {
@@ -230,23 +231,6 @@ TEST_F(WebKitTest, AnAnswerArrivingAfterTheWebViewIsGoneTouchesNothing) {
   EXPECT_EQ(delegate->events.size(), 3u);
 }
 
-// Width and height from a PNG's header; nothing when the file is not a PNG.
-std::optional<std::pair<int, int>> pngSize(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (bytes.size() < 24 || bytes.compare(0, 8, "\x89PNG\r\n\x1a\n") ||
-      bytes.compare(12, 4, "IHDR")) {
-    return std::nullopt;
-  }
-  auto be32 = [&](std::size_t at) {
-    int value = 0;
-    for (std::size_t i = 0; i < 4; ++i)
-      value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
-    return value;
-  };
-  return std::pair{be32(16), be32(20)};
-}
-
 TEST_F(WebKitTest, SnapshotsArePNGsOfTheWebViewsCurrentFrame) {
   auto view = makeWebView(Rect(0, 0, 300, 120));
   view->loadHTMLString("<body style='background:#c00'>ad</body>", at("/"));
@@ -260,10 +244,10 @@ TEST_F(WebKitTest, SnapshotsArePNGsOfTheWebViewsCurrentFrame) {
     return result.value_or(Error());
   };
   EXPECT_FALSE(shoot(path));
-  EXPECT_EQ(pngSize(path), std::pair(300, 120));
+  EXPECT_EQ(test::pngSize(path), std::pair(300, 120));
   view->setFrame(Rect(0, 0, 200, 90));
   EXPECT_FALSE(shoot(path));
-  EXPECT_EQ(pngSize(path), std::pair(200, 90));
+  EXPECT_EQ(test::pngSize(path), std::pair(200, 90));
   EXPECT_EQ(shoot("/nonexistent-dir/x.png")->code, WebKitWebEngine::kSnapshotFailedCode);
 }
 

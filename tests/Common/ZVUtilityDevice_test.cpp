@@ -14,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
+#include <cctype>
 
 #include "Common/ZVUtility.h"
 
@@ -87,7 +87,14 @@ TEST(ZVUtilityOperator, CountryCodeMapsTheSimCountryAndCachesOnlyAHit) {
 
 TEST(ZVUtilityTime, CurrentTimeIsSecondsPrecisionLocalTime) {
   const std::string now = ZVUtility::currentTime();
-  EXPECT_TRUE(std::regex_match(now, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"))) << now;
+  // Checked by hand: GCC 12's <regex> trips -Wmaybe-uninitialized in the sanitizer build.
+  const std::string shape = "dddd-dd-dd dd:dd:dd";
+  ASSERT_EQ(now.size(), shape.size()) << now;
+  for (std::size_t i = 0; i < shape.size(); ++i) {
+    EXPECT_TRUE(shape[i] == 'd' ? std::isdigit(static_cast<unsigned char>(now[i])) != 0
+                                : now[i] == shape[i])
+        << now;
+  }
   EXPECT_EQ(ZVUtility::dateFormatter()->dateFormat(), "yyyy-MM-dd HH:mm:ss");
 }
 

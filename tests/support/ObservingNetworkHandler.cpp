@@ -16,38 +16,38 @@ std::shared_ptr<ObservingNetworkHandler> ObservingNetworkHandler::install() {
 void ObservingNetworkHandler::fetchRequest(const platform::URLRequest& request,
                                            Completion completion) {
   ZVNetworkHandler::fetchRequest(
-      request, [this, completion = std::move(completion)](std::optional<Data> data,
-                                                          std::optional<Error> error) {
+      request, [state = state_, completion = std::move(completion)](std::optional<Data> data,
+                                                                    std::optional<Error> error) {
         if (completion) completion(std::move(data), std::move(error));
-        std::lock_guard lock(mutex_);
-        ++completed_;
-        changed_.notify_all();
+        std::lock_guard lock(state->mutex);
+        ++state->completed;
+        state->changed.notify_all();
       });
 }
 
 void ObservingNetworkHandler::fetchUrls(const std::vector<std::string>& urls,
                                         Completion completion) {
   {
-    std::lock_guard lock(mutex_);
-    handedOver_.push_back(urls);
+    std::lock_guard lock(state_->mutex);
+    state_->handedOver.push_back(urls);
   }
   ZVNetworkHandler::fetchUrls(urls, std::move(completion));
 }
 
 int ObservingNetworkHandler::completedFetches() const {
-  std::lock_guard lock(mutex_);
-  return completed_;
+  std::lock_guard lock(state_->mutex);
+  return state_->completed;
 }
 
 bool ObservingNetworkHandler::waitForCompletedFetches(int count,
                                                       std::chrono::milliseconds timeout) const {
-  std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, timeout, [&] { return completed_ >= count; });
+  std::unique_lock lock(state_->mutex);
+  return state_->changed.wait_for(lock, timeout, [&] { return state_->completed >= count; });
 }
 
 std::vector<std::vector<std::string>> ObservingNetworkHandler::handedOverUrls() const {
-  std::lock_guard lock(mutex_);
-  return handedOver_;
+  std::lock_guard lock(state_->mutex);
+  return state_->handedOver;
 }
 
 }  // namespace zorva::test

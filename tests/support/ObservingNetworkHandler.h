@@ -30,10 +30,15 @@ class ObservingNetworkHandler : public ZVNetworkHandler {
 
  private:
   ObservingNetworkHandler();
-  mutable std::mutex mutex_;
-  mutable std::condition_variable changed_;
-  int completed_ = 0;
-  std::vector<std::vector<std::string>> handedOver_;
+  // Shared with completions in flight: a test may drop the handler while the network thread is
+  // still counting a fetch.
+  struct State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int completed = 0;
+    std::vector<std::vector<std::string>> handedOver;
+  };
+  std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
 }  // namespace zorva::test

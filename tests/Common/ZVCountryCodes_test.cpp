@@ -20,8 +20,6 @@ TEST(ZVCountryCodes, TheTableIsTheStandardPlusTheThreeCodesStillOnSims) {
     expected[country["alpha_2"].get<std::string>()] = country["alpha_3"].get<std::string>();
   }
   EXPECT_EQ(ZVUtility::countryCodeDictionary(), expected);
-  EXPECT_EQ(ZVUtility::countryCodeDictionary().size(), 252u);
-  EXPECT_EQ(ZVUtility::countryCodeDictionary().at("GB"), "GBR");
 }
 
 }  // namespace

@@ -57,28 +57,22 @@ TEST(ZVLocationManager, TheFirstDeliveredFixAnswersOnTheMainQueueOnce) {
   EXPECT_EQ(fixes.got.size(), 1u);
 }
 
-TEST(ZVLocationManager, ANewFetchReplacesThePendingCallback) {
+TEST(ZVLocationManager, ANewFetchReplacesThePendingCallbackAndAPlatformFailureCallsNothing) {
   LocationManager::setAuthorizationStatus(AuthorizationStatus::AuthorizedAlways);
   auto manager = ZVLocationManager::create();
   Fixes first, second;
   manager->fetchLocation(first.callback());
   manager->fetchLocation(second.callback());
+  LocationManager::failPendingRequests(Error("kCLErrorDomain", 0));
+  platform::MainQueue::shared().runUntilIdle();
+  EXPECT_TRUE(second.got.empty());
+  ASSERT_TRUE(manager->hasPendingCallback());
+  manager->locationManager()->requestLocation();
   LocationManager::deliverLocations({Location(3, 4)});
   platform::MainQueue::shared().runUntilIdle();
   EXPECT_TRUE(first.got.empty());
   ASSERT_EQ(second.got.size(), 1u);
   EXPECT_EQ(second.got[0]->coordinate.longitude, 4);
-}
-
-TEST(ZVLocationManager, APlatformFailureCallsNothing) {
-  LocationManager::setAuthorizationStatus(AuthorizationStatus::AuthorizedAlways);
-  auto manager = ZVLocationManager::create();
-  Fixes fixes;
-  manager->fetchLocation(fixes.callback());
-  LocationManager::failPendingRequests(Error("kCLErrorDomain", 0));
-  platform::MainQueue::shared().runUntilIdle();
-  EXPECT_TRUE(fixes.got.empty());
-  EXPECT_TRUE(manager->hasPendingCallback());
 }
 
 TEST(ZVLocationManager, AFixForAManagerThatIsGoneIsDropped) {

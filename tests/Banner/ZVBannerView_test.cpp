@@ -4,9 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <zorva/ZVBannerView.h>
-#include <zorva/platform/LayoutConstraint.h>
 
-#include <condition_variable>
+#include <future>
 
 #include "Banner/ZVBannerViewImpl.h"
 #include "Common/ZVLog.h"
@@ -62,7 +61,7 @@ class BannerTest : public ::testing::Test {
 
 TEST_F(BannerTest, ALoadedAdsViewIsPinnedInsideTheBannerBeforeTheAppHears) {
   auto banner = makeBanner();
-  banner->setFrame(platform::Rect(0, 0, 320, 50));
+  banner->setFrame(platform::Rect(0, 0, 360, 60));  // not the ad's own size
   delegate_->bannerViewDidReceiveAd = [&](ZVBannerView& b) {
     recorder_.note("receive");
     EXPECT_EQ(b.subviews().size(), 1u);
@@ -70,24 +69,24 @@ TEST_F(BannerTest, ALoadedAdsViewIsPinnedInsideTheBannerBeforeTheAppHears) {
   banner->loadAd();
   EXPECT_EQ(banner->state(), 1);
   ASSERT_TRUE(waitFor("receive"));
-
-  auto& impl = ZVBannerView::Impl::of(*banner);
-  ASSERT_NE(impl.player(), nullptr);
-  auto view = impl.player()->playerView();
-  ASSERT_EQ(banner->subviews().size(), 1u);
-  EXPECT_EQ(banner->subviews()[0], view);
-  std::vector<platform::LayoutAttribute> pinned;
-  for (const auto& c : view->constraints()) {
-    EXPECT_EQ(c->secondItem(), banner);
-    pinned.push_back(c->firstAttribute());
-  }
-  EXPECT_EQ(pinned, (std::vector<platform::LayoutAttribute>{
-                        platform::LayoutAttribute::Top, platform::LayoutAttribute::Bottom,
-                        platform::LayoutAttribute::Leading, platform::LayoutAttribute::Trailing}));
   EXPECT_TRUE(recorder_.heard()[0].onMainThread);
-  // A display ad never reports a start: receipt leaves the banner loading.
+  auto view = ZVBannerView::Impl::of(*banner).player()->playerView();
+  ASSERT_EQ(banner->subviews(), std::vector<std::shared_ptr<platform::View>>{view});
+  banner->layoutIfNeeded();
+  EXPECT_EQ(view->frame(), platform::Rect(0, 0, 360, 60));
+  // A display ad never reports a start, nor, without a refresh interval, an end: the banner stays
+  // loading with no timer pending.
   EXPECT_EQ(banner->state(), 1);
-  EXPECT_TRUE(Value::parse(server_.requests().at(0).body)["imp"][0].contains("banner"));
+  EXPECT_EQ(MainQueue::shared().nextFireDate(), std::nullopt);
+
+  // The request the banner's wiring of loader and builder sent.
+  const auto request = server_.requests().at(0);
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.params.find("pid")->second, "pub-1");
+  EXPECT_EQ(request.params.find("aid")->second, "unit-9");
+  const Value imp = Value::parse(request.body)["imp"][0];
+  EXPECT_EQ(imp["banner"].dump(), R"({"w":320,"h":50})");
+  EXPECT_EQ(imp["instl"], 0);
 }
 
 TEST_F(BannerTest, WithRefreshEachSessionEndsAfterTheIntervalAndTheNextLoadStartsAtOnce) {
@@ -115,33 +114,8 @@ TEST_F(BannerTest, WithRefreshEachSessionEndsAfterTheIntervalAndTheNextLoadStart
   EXPECT_EQ(server_.requests().size(), 2u);
 }
 
-TEST_F(BannerTest, WithoutRefreshAFinishedSessionStaysFinished) {
-  auto banner = makeBanner(0);
-  banner->loadAd();
-  ASSERT_TRUE(waitFor("receive"));
-  MainQueue::shared().advanceBy(seconds(3600));
-  EXPECT_EQ(MainQueue::shared().nextFireDate(), std::nullopt);
-  EXPECT_EQ(banner->state(), 1);
-  EXPECT_EQ(server_.requests().size(), 1u);
-}
-
+// A transport failure is told on the network thread, which also schedules the retry.
 TEST_F(BannerTest, WithRefreshAFailureIsToldAndRetriedAfterTheIntervalWithoutLoadAd) {
-  server_.respond(test::kServadPath, {.body = "not json"});
-  auto banner = makeBanner(30);
-  banner->loadAd();
-  ASSERT_TRUE(waitFor("fail"));
-  EXPECT_TRUE(recorder_.heard()[0].onMainThread);
-  EXPECT_EQ(banner->state(), 1);
-  ASSERT_NE(ZVBannerView::Impl::of(*banner).adPlayTracker(), nullptr);
-
-  MainQueue::shared().advanceBy(seconds(29));
-  EXPECT_EQ(server_.requests().size(), 1u);
-  MainQueue::shared().advanceBy(seconds(1));
-  ASSERT_TRUE(waitForRequests(2));
-  ASSERT_TRUE(waitFor("fail", 2));
-}
-
-TEST_F(BannerTest, ATransportFailureIsToldOnTheNetworkThreadAndItsRetryStillFires) {
   auto banner = ZVBannerView::create(test::unreachableRequest(), ZVAdSize{320, 50});
   banner->setRefreshInterval(30);
   banner->setDelegate(delegate_);
@@ -149,9 +123,7 @@ TEST_F(BannerTest, ATransportFailureIsToldOnTheNetworkThreadAndItsRetryStillFire
   ASSERT_TRUE(waitFor("fail"));
   EXPECT_FALSE(recorder_.heard()[0].onMainThread);
   EXPECT_EQ(banner->state(), 1);
-
-  // Scheduled from the network thread before the app heard of the failure.
-  EXPECT_TRUE(MainQueue::shared().nextFireDate().has_value());
+  EXPECT_EQ(MainQueue::shared().nextFireDate(), clock_->now() + seconds(30));
   MainQueue::shared().advanceBy(seconds(30));
   ASSERT_TRUE(waitFor("fail", 2));
   EXPECT_FALSE(recorder_.heard()[1].onMainThread);
@@ -160,12 +132,11 @@ TEST_F(BannerTest, ATransportFailureIsToldOnTheNetworkThreadAndItsRetryStillFire
 TEST_F(BannerTest, WithoutRefreshAFailureMakesTheBannerLoadableAgain) {
   server_.respond(test::kServadPath, {.body = "not json"});
   auto banner = makeBanner(0);
-  test::LogCapture log;
   banner->loadAd();
   ASSERT_TRUE(waitFor("fail"));
+  EXPECT_TRUE(recorder_.heard()[0].onMainThread);
   EXPECT_EQ(banner->state(), 0);
   EXPECT_EQ(MainQueue::shared().nextFireDate(), std::nullopt);
-  EXPECT_EQ(log.entriesContaining("-[ZVBannerView notifyError:]").size(), 1u);
 
   banner->loadAd();
   ASSERT_TRUE(waitFor("fail", 2));
@@ -197,7 +168,6 @@ TEST_F(BannerTest, ADelegateWithoutCallbacksHearsNothingAndNothingBreaks) {
   impl.playerWillPresentModal();
   impl.playerDidDismissModal();
   impl.didFailToReceivedAd(Error("test", 1, {}));
-  EXPECT_EQ(banner->delegate(), silent);
 }
 
 TEST_F(BannerTest, AReleasedBannerHearsNothingFromItsLoad) {
@@ -241,27 +211,18 @@ TEST_F(BannerTest, ABannerReleasedDuringANetworkThreadFailureDiesOnTheMainThread
   auto banner = ZVBannerView::create(test::unreachableRequest(), ZVAdSize{320, 50});
   auto probe = std::make_shared<test::DestructionProbe::Record>();
   banner->addSubview(test::DestructionProbe::create(probe));
-  std::mutex mutex;
-  std::condition_variable changed;
-  bool inCallback = false;
-  bool released = false;
-  delegate_->bannerViewDidFailToReceiveAdWithError = [&](ZVBannerView&, const Error&) {
-    std::unique_lock lock(mutex);
-    inCallback = true;
-    changed.wait_for(lock, std::chrono::seconds(10), [&] { return released; });
-  };
+  auto inCallback = std::make_shared<std::atomic<bool>>(false);
+  std::promise<void> released;
+  delegate_->bannerViewDidFailToReceiveAdWithError =
+      [inCallback, appLetGo = released.get_future().share()](ZVBannerView&, const Error&) {
+        *inCallback = true;
+        appLetGo.wait_for(std::chrono::seconds(10));
+      };
   banner->setDelegate(delegate_);
   banner->loadAd();
-  ASSERT_TRUE(test::runMainQueueUntil([&] {
-    std::lock_guard lock(mutex);
-    return inCallback;
-  }));
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return inCallback->load(); }));
   banner.reset();
-  {
-    std::lock_guard lock(mutex);
-    released = true;
-  }
-  changed.notify_all();
+  released.set_value();
   EXPECT_FALSE(probe->destroyed);
   ASSERT_TRUE(test::runMainQueueUntil([&] { return probe->destroyed.load(); }));
   EXPECT_TRUE(probe->onMainThread);

@@ -41,11 +41,6 @@ TEST(ZVModalViewController, PinsTheContentUnderTheCloseButton) {
   root->layoutIfNeeded();
   EXPECT_EQ(content->frame(), Rect(0, 0, 375, 812));
   EXPECT_EQ(button->frame(), Rect(375 - 10 - 32, 10, 32, 32));
-
-  auto empty = ZVModalViewController::create(nullptr, platform::kInterfaceOrientationMaskAll,
-                                             InterfaceOrientation::Portrait);
-  EXPECT_EQ(empty->viewIfLoaded()->subviews(),
-            std::vector<std::shared_ptr<platform::View>>{closeButtonOf(*empty)});
 }
 
 class PresentedModal : public ::testing::Test {

@@ -107,14 +107,6 @@ TEST(ZVUtilityTime, CurrentTimeZoneIsTheSystemZonesOffset) {
   EXPECT_EQ(ZVUtility::currentTimeZone(), "Z");
 }
 
-TEST(ZVUtilityScreen, TheResolutionIsWholePointsOfTheTurnedScreen) {
-  auto profile = platform::DeviceProfile::phone();
-  profile.portraitScreenSize = platform::Size{414.7, 896.2};
-  profile.orientation = InterfaceOrientation::LandscapeRight;
-  profile.apply();
-  EXPECT_EQ(ZVUtility::screenResolution(), "896x414");
-}
-
 struct OrientationCase {
   const char* system;
   platform::DeviceProfile profile;

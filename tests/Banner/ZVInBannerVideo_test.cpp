@@ -63,30 +63,24 @@ class InBannerVideoTest : public ::testing::Test {
   std::shared_ptr<platform::Window> window_ = platform::DeviceProfile::phone().makeKeyWindow(root_);
 };
 
-TEST_F(InBannerVideoTest, AsksForAVideoImpressionThoughItsLoaderIsConfiguredForDisplay) {
-  auto video = makeVideo();
-  video->loadAd();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return !server_.requests().empty(); }));
-  const Value imp = Value::parse(server_.requests()[0].body)["imp"][0];
-  EXPECT_FALSE(imp.contains("banner"));
-  EXPECT_EQ(imp["video"]["w"], 300);
-  EXPECT_EQ(imp["video"]["h"], 250);
-  EXPECT_EQ(imp["instl"], 0);
-  EXPECT_FALSE(ZVInBannerVideo::Impl::of(*video).adLoader()->config()->isVideo);
-}
-
-TEST_F(InBannerVideoTest, ReceiptShowsNothingUntilPlayAdThenTheEndIsReportedAndLoadsRefused) {
+// The request asks for a video impression though the loader is configured for display; receipt
+// shows nothing until playAd; the end is reported and further loads are refused.
+TEST_F(InBannerVideoTest, AVideoAdIsAskedForShownOnPlayAdAndReportedAtItsEnd) {
   auto video = makeVideo();
   video->setFrame(platform::Rect(0, 0, 320, 180));  // not the ad's own size
   video->loadAd();
   ASSERT_TRUE(waitFor("receive"));
   EXPECT_TRUE(recorder_.heard()[0].onMainThread);
   EXPECT_TRUE(video->subviews().empty());
+  const Value imp = Value::parse(server_.requests().at(0).body)["imp"][0];
+  EXPECT_EQ(imp["video"]["w"], 300);
+  EXPECT_EQ(imp["video"]["h"], 250);
+  EXPECT_EQ(imp["instl"], 0);
+  EXPECT_FALSE(ZVInBannerVideo::Impl::of(*video).adLoader()->config()->isVideo);
 
   video->playAd();
   auto view = ZVInBannerVideo::Impl::of(*video).player()->playerView();
-  ASSERT_EQ(video->subviews().size(), 1u);
-  EXPECT_EQ(video->subviews()[0], view);
+  EXPECT_EQ(video->subviews(), std::vector<std::shared_ptr<platform::View>>{view});
   video->layoutIfNeeded();
   EXPECT_EQ(view->frame(), platform::Rect(0, 0, 320, 180));
 

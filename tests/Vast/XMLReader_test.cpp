@@ -67,13 +67,7 @@ TEST(XMLReaderTree, NamespaceOptionReportsLocalNames) {
   EXPECT_EQ(local, Value::parse(R"({"VAST": {"version": "3.0", "Ad": {"id": "2"}}})"));
   // The prefix bit adds nothing to the tree.
   EXPECT_EQ(read(xml, XMLReader::kProcessNamespaces | XMLReader::kReportNamespacePrefixes), local);
-  const auto written = read(xml);
-  ASSERT_TRUE(written.contains("v:VAST"));
-  EXPECT_EQ(written["v:VAST"]["xmlns:v"], "urn:vast");
-  EXPECT_EQ(written["v:VAST"]["Ad"]["x:id"], "1");
-  // An undeclared prefix is a namespace error only when namespaces are processed.
   EXPECT_EQ(failure("<a:B/>", XMLReader::kProcessNamespaces).code, XML_ERROR_UNBOUND_PREFIX);
-  EXPECT_TRUE(read("<a:B/>").contains("a:B"));
 }
 
 TEST(XMLReaderErrors, MalformedInputFillsTheSlotAndWellFormedInputLeavesItAlone) {
@@ -104,8 +98,6 @@ TEST(XMLReaderPaths, EveryMatchAtEveryLevelFansOutInDocumentOrder) {
   EXPECT_EQ(XMLReader::valueForPath("A/B/C", root), "1");
   EXPECT_TRUE(XMLReader::objectsForPath("S/text", root).empty());  // a string is no element
   EXPECT_TRUE(XMLReader::objectsForPath("Missing/B", root).empty());
-  EXPECT_TRUE(XMLReader::objectsForPath("", root).empty());
-  EXPECT_TRUE(XMLReader::objectsForPath("/A", root).empty());  // "/" is a component of its own
   EXPECT_EQ(XMLReader::valueForPath("A", root), std::nullopt);
 }
 
@@ -131,7 +123,6 @@ TEST(XMLReaderHostile, NestingIsBoundedAndDeepDocumentsFailCleanly) {
   EXPECT_FALSE(deepest.dump().empty());  // copying and writing the deepest tree is safe
   auto error = failure(nested(XMLReader::kMaximumDepth + 1));
   EXPECT_EQ(error.code, XML_ERROR_ABORTED);
-  EXPECT_EQ(error.userInfo["reason"], "elements nested deeper than 1024 levels");
   EXPECT_EQ(failure(nested(100000)).code, XML_ERROR_ABORTED);
   // Stopped on a self-closing element, whose end expat still reports.
   std::string selfClosing;

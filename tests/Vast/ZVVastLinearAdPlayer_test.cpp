@@ -1,11 +1,12 @@
 // The linear video player over a hand-driven headless media engine on the virtual clock.
 #include <gtest/gtest.h>
 
+#include <zorva/platform/Button.h>
 #include <zorva/platform/HeadlessMediaEngine.h>
 #include <zorva/platform/MainQueue.h>
-#include <zorva/platform/NotificationCenter.h>
 #include <zorva/platform/Window.h>
 
+#include "RecordingVastDelegate.h"
 #include "Vast/ZVVastLinearAdPlayer.h"
 #include "support/TestEnvironment.h"
 #include "support/VastDocuments.h"
@@ -16,22 +17,7 @@ namespace {
 using platform::HeadlessMediaEngine;
 using platform::MainQueue;
 using platform::TimeRange;
-
-class RecordingVastDelegate : public ZVVastAdplayerDelegate {
- public:
-  void playerDidLoad() override { events.push_back("load"); }
-  void playerDidStartPlaying() override { events.push_back("start"); }
-  void playerDidEndPlaying() override { events.push_back("end"); }
-  void playerDidIteractedWithTargetUrl(const std::optional<std::string>& url) override {
-    events.push_back("click:" + url.value_or("(none)"));
-  }
-  void playerDidProgress(double seconds) override { progress.push_back(seconds); }
-  void playerDidFailedWithError(const Error& error) override {
-    events.push_back("fail:" + std::to_string(error.code));
-  }
-  std::vector<std::string> events;
-  std::vector<double> progress;
-};
+using test::RecordingVastDelegate;
 
 class LinearPlayerTest : public ::testing::Test {
  protected:
@@ -73,8 +59,6 @@ TEST_F(LinearPlayerTest, TheMediaIsLoadedOnceAndASecondLoadOnlyChangesTheAd) {
   player->load(test::firstAd(test::linearVast()));
   const auto firstPlayer = player->player();
   ASSERT_TRUE(firstPlayer);
-  EXPECT_EQ(engine()->url()->absoluteString(), "http://media/ad.mp4");
-
   const auto second = test::firstAd(test::linearVast("video/mp4", "http://c", "http://m/2.mp4"));
   player->load(second);
   EXPECT_EQ(player->ad(), second);
@@ -82,29 +66,7 @@ TEST_F(LinearPlayerTest, TheMediaIsLoadedOnceAndASecondLoadOnlyChangesTheAd) {
   EXPECT_EQ(engine()->url()->absoluteString(), "http://media/ad.mp4");
 }
 
-struct Buffering {
-  double duration;
-  double buffered;
-  bool loads;
-};
-
-class LinearPlayerBuffering : public LinearPlayerTest,
-                              public ::testing::WithParamInterface<Buffering> {};
-
-TEST_P(LinearPlayerBuffering, LoadsOnceMoreThanHalfIsBufferedInSinglePrecision) {
-  const auto [duration, buffered, loads] = GetParam();
-  player->load(test::firstAd(test::linearVast()));
-  engine()->setDuration(duration);
-  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, buffered)});
-  EXPECT_EQ(!delegate->events.empty(), loads);
-  EXPECT_EQ(player->timeBoundryObserver() != nullptr, loads);
-}
-
-INSTANTIATE_TEST_SUITE_P(Thresholds, LinearPlayerBuffering,
-                         ::testing::Values(Buffering{30, 15.0, false}, Buffering{30, 15.1, true},
-                                           Buffering{0, 0, false}, Buffering{0, 0.5, true}));
-
-TEST_F(LinearPlayerTest, BufferingCountsTheFirstRangesEndAndLoadsOnlyOnce) {
+TEST_F(LinearPlayerTest, LoadsOnceTheFirstBufferedRangeEndsPastHalfInSinglePrecision) {
   player->load(test::firstAd(test::linearVast()));
   engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 25)});
   EXPECT_TRUE(delegate->events.empty()) << "no duration known yet: NaN never passes";
@@ -113,6 +75,23 @@ TEST_F(LinearPlayerTest, BufferingCountsTheFirstRangesEndAndLoadsOnlyOnce) {
   EXPECT_EQ(delegate->events, std::vector<std::string>{"load"}) << "10 + 5.5 of 30 is past half";
   engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 30)});
   EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+
+  struct Case {
+    double duration, buffered;
+    bool loads;
+  };
+  for (const auto [duration, buffered, loads] :
+       {Case{30, 15.0, false}, Case{30, 15.1, true}, Case{0, 0, false}, Case{0, 0.5, true}}) {
+    SCOPED_TRACE(std::to_string(buffered) + " of " + std::to_string(duration));
+    player = ZVVastLinearAdPlayer::create();  // a fresh player for each case
+    delegate = std::make_shared<RecordingVastDelegate>();
+    player->setDelegate(delegate);
+    player->load(test::firstAd(test::linearVast()));
+    engine()->setDuration(duration);
+    engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, buffered)});
+    EXPECT_EQ(!delegate->events.empty(), loads);
+    EXPECT_EQ(player->timeBoundryObserver() != nullptr, loads);
+  }
 }
 
 TEST_F(LinearPlayerTest, ProgressIsReportedEvery400thSecondOnlyWhileTheItemIsReady) {
@@ -166,20 +145,10 @@ TEST_F(LinearPlayerTest, VideoFillsTheBoundsAndTheBarHangsTwoPointsBelow) {
   EXPECT_EQ(player->progressView()->frame(), platform::Rect(0, 178, 320, 4));
 }
 
-class TouchRecordingView : public platform::View {
- public:
-  static std::shared_ptr<TouchRecordingView> create() {
-    return std::shared_ptr<TouchRecordingView>(new TouchRecordingView());
-  }
-  void touchesEnded() override { ++touches; }
-  int touches = 0;
-
- private:
-  TouchRecordingView() : View(platform::Rect()) {}
-};
-
 TEST_F(LinearPlayerTest, ATapSendsTheClickThroughEvenWhenAbsentAndGoesNoFurther) {
-  auto parent = TouchRecordingView::create();
+  auto parent = platform::Button::buttonWithType(platform::ButtonType::Custom);
+  int parentTaps = 0;
+  parent->addTarget([&](platform::Button&) { ++parentTaps; }, platform::kControlEventTouchUpInside);
   parent->addSubview(player);
   player->load(test::firstAd(test::linearVast()));
   player->touchesEnded();
@@ -187,7 +156,7 @@ TEST_F(LinearPlayerTest, ATapSendsTheClickThroughEvenWhenAbsentAndGoesNoFurther)
   player->touchesEnded();
   EXPECT_EQ(delegate->events,
             (std::vector<std::string>{"click:http://click/through", "click:(none)"}));
-  EXPECT_EQ(parent->touches, 0);
+  EXPECT_EQ(parentTaps, 0);
 }
 
 TEST_F(LinearPlayerTest, AGoneViewIsNeitherToldNorKeptAlive) {

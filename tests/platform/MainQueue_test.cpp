@@ -29,9 +29,6 @@ TEST(MainQueue, TasksPostedFromOtherThreadsRunInOrderOnTheMainThread) {
   EXPECT_TRUE(test::runMainQueueUntil([&] { return order.size() == 100; }));
   EXPECT_EQ(offMain.load(), 0);
   for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
-  bool onOther = true;
-  std::thread([&] { onOther = queue.isCurrent(); }).join();
-  EXPECT_FALSE(onOther);
 }
 
 TEST(MainQueue, VirtualTimersFireOnlyWhenTimeIsAdvancedInFireDateOrder) {
@@ -75,14 +72,11 @@ TEST(MainQueue, DroppingTheHandleDoesNotCancelTheTimer) {
   EXPECT_TRUE(ran);
 }
 
-TEST(MainQueue, RealClockTimerFiresInRunUntil) {
+TEST(MainQueue, RealClockTimerFiresInRunUntilWhichOtherwiseGivesUp) {
   bool ran = false;
   auto timer = MainQueue::shared().scheduleTimer(milliseconds(20), [&] { ran = true; });
   EXPECT_TRUE(test::runMainQueueUntil([&] { return ran; }, milliseconds(2000)));
   EXPECT_FALSE(timer->isValid());
-}
-
-TEST(MainQueue, RunUntilGivesUpAfterTheTimeout) {
   EXPECT_FALSE(test::runMainQueueUntil([] { return false; }, milliseconds(30)));
 }
 
@@ -117,7 +111,6 @@ TEST(MainQueue, RepeatingTimerFiresEveryIntervalUntilInvalidatedFromItsOwnAction
   for (std::size_t i = 0; i < fired.size(); ++i) {
     EXPECT_EQ(fired[i] - start, std::chrono::microseconds(2500) * static_cast<int>(i + 1));
   }
-  EXPECT_EQ(timer->fireDate() - start, milliseconds(10) + std::chrono::microseconds(2500));
   queue.advanceBy(milliseconds(100));
   EXPECT_EQ(fired.size(), 5u);
   EXPECT_FALSE(timer->isValid());

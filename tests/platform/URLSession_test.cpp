@@ -1,8 +1,12 @@
+// The session's own guarantees; what it carries (methods, bodies, query strings, statuses) is
+// checked end to end by the loader's and the request builder's tests.
 #include <zorva/platform/URLSession.h>
 
 #include <gtest/gtest.h>
 
 #include <future>
+#include <mutex>
+#include <set>
 #include <thread>
 
 #include "support/LoopbackServer.h"
@@ -15,127 +19,80 @@ using test::LoopbackServer;
 
 struct Outcome {
   std::optional<Data> data;
-  std::optional<HTTPURLResponse> response;
   std::optional<Error> error;
+  long status = 0;
   bool onWorker = false;
-  std::thread::id thread;
 };
 
-Outcome fetch(const std::shared_ptr<URLSession>& session, const URLRequest& request) {
+Outcome fetch(const std::string& url) {
+  auto session = URLSession::sharedSession();
   std::promise<Outcome> done;
-  auto task = session->dataTaskWithRequest(
-      request,
-      [&](std::optional<Data> d, std::optional<HTTPURLResponse> r, std::optional<Error> e) {
-        done.set_value({std::move(d), std::move(r), std::move(e), session->isDelegateQueue(),
-                        std::this_thread::get_id()});
-      });
-  task->resume();
+  session
+      ->dataTaskWithRequest(
+          URLRequest(URL::URLWithString(url)),
+          [&, caller = std::this_thread::get_id()](
+              std::optional<Data> d, std::optional<HTTPURLResponse> r, std::optional<Error> e) {
+            done.set_value({std::move(d), std::move(e), r ? r->statusCode : 0,
+                            session->isDelegateQueue() && std::this_thread::get_id() != caller});
+          })
+      ->resume();
   auto future = done.get_future();
   EXPECT_EQ(future.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   return future.get();
 }
 
-URLRequest requestFor(const std::string& url) { return URLRequest(URL::URLWithString(url)); }
-
-TEST(URLSession, AnyHttpStatusWithABodyIsASuccessDeliveredOnTheWorkerThread) {
+TEST(URLSession, EveryCompletionArrivesOnTheWorkerThreadAndAnyStatusWithABodyIsASuccess) {
   LoopbackServer server;
   server.respond("/err", {.status = 500, .body = "{\"a\":1}"});
-  auto outcome = fetch(URLSession::sharedSession(), requestFor(server.url("/err")));
-  EXPECT_FALSE(outcome.error);
-  ASSERT_TRUE(outcome.data);
-  EXPECT_EQ(*outcome.data, "{\"a\":1}");
-  ASSERT_TRUE(outcome.response);
-  EXPECT_EQ(outcome.response->statusCode, 500);
-  EXPECT_TRUE(outcome.onWorker);
-  EXPECT_NE(outcome.thread, std::this_thread::get_id());
-}
+  auto answered = fetch(server.url("/err"));
+  EXPECT_FALSE(answered.error);
+  EXPECT_EQ(answered.data, "{\"a\":1}");
+  EXPECT_EQ(answered.status, 500);
+  EXPECT_TRUE(answered.onWorker);
 
-TEST(URLSession, PostSendsMethodBodyAndHeaders) {
-  LoopbackServer server;
-  server.respond("/bid", {.body = "ok"});
-  URLRequest request = requestFor(server.url("/bid?pid=1&aid=2"));
-  request.HTTPMethod = "POST";
-  request.HTTPBody = std::string(2 << 20, 'x');  // large enough to tempt "Expect: 100-continue"
-  request.setValueForHTTPHeaderField("yes", "X-Zorva-Test");
-  request.setValueForHTTPHeaderField("application/octet-stream", "Content-Type");
-  auto outcome = fetch(URLSession::sharedSession(), request);
-  ASSERT_FALSE(outcome.error) << outcome.error->localizedDescription();
-  EXPECT_EQ(outcome.response->statusCode, 200);
-  auto received = server.requests();
-  ASSERT_EQ(received.size(), 1u);
-  EXPECT_EQ(received[0].method, "POST");
-  EXPECT_EQ(received[0].body.size(), std::size_t{2} << 20);
-  EXPECT_EQ(received[0].params.find("aid")->second, "2");
-  EXPECT_EQ(received[0].headers["X-Zorva-Test"], "yes");
-}
-
-TEST(URLSession, TransportFailuresCarryCurlsDomainAndCode) {
-  auto refused =
-      fetch(URLSession::sharedSession(),
-            requestFor("http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + "/"));
+  auto refused = fetch("http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + "/");
   ASSERT_TRUE(refused.error);
   EXPECT_EQ(refused.error->domain, "libcurl");
   EXPECT_EQ(refused.error->code, 7);  // could not connect
   EXPECT_FALSE(refused.data);
   EXPECT_TRUE(refused.onWorker);
-
-  auto noUrl = fetch(URLSession::sharedSession(), URLRequest());
-  ASSERT_TRUE(noUrl.error);
-  EXPECT_EQ(noUrl.error->code, 3);  // malformed URL
 }
 
-TEST(URLSession, CancelEndsARunningTaskWithTheCancellationError) {
+TEST(URLSession, ABodyOverTheLimitFailsInsteadOfGrowingWithoutBound) {
   LoopbackServer server;
-  server.respond("/slow", {.body = "late", .delay = milliseconds(5000)});
-  std::promise<std::optional<Error>> done;
-  auto task = URLSession::sharedSession()->dataTaskWithRequest(
-      requestFor(server.url("/slow")), [&](std::optional<Data>, std::optional<HTTPURLResponse>,
-                                           std::optional<Error> e) { done.set_value(e); });
-  task->resume();
-  ASSERT_TRUE(server.waitForRequests(1, milliseconds(5000)));
-  task->cancel();
-  auto future = done.get_future();
-  ASSERT_EQ(future.wait_for(std::chrono::seconds(3)), std::future_status::ready);
-  auto error = future.get();
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->code, URLSession::kCancelledCode);
-  EXPECT_EQ(task->state(), URLSessionDataTask::State::Completed);
-}
-
-TEST(URLSession, BodiesUpToTheLimitArriveWholeAndLargerOnesFail) {
-  LoopbackServer server;
-  server.respond("/big", {.body = std::string(10u << 20, 'b')});
   server.respond("/huge", {.body = std::string(URLSession::kMaximumBodySize + 1, 'h')});
-  auto big = fetch(URLSession::sharedSession(), requestFor(server.url("/big")));
-  ASSERT_TRUE(big.data);
-  EXPECT_EQ(big.data->size(), 10u << 20);
-  auto huge = fetch(URLSession::sharedSession(), requestFor(server.url("/huge")));
+  auto huge = fetch(server.url("/huge"));
   ASSERT_TRUE(huge.error);
   EXPECT_EQ(huge.error->code, 63);  // file too large
 }
 
-TEST(URLSession, CompletionsRunOneAtATime) {
+// The VAST parser's bookkeeping is unlocked: it relies on this.
+TEST(URLSession, CompletionsRunOneAtATimeOnOneThread) {
   LoopbackServer server;
   server.respond("/a", {.body = "a"});
   auto session = URLSession::create();
+  std::mutex mutex;
+  std::set<std::thread::id> threads;
   std::atomic<int> inside{0};
   std::atomic<int> overlap{0};
-  std::atomic<int> finished{0};
-  std::vector<std::shared_ptr<URLSessionDataTask>> tasks;
+  int finished = 0;
+  std::promise<void> all;
   for (int i = 0; i < 20; ++i) {
-    tasks.push_back(session->dataTaskWithRequest(
-        requestFor(server.url("/a")),
-        [&](std::optional<Data>, std::optional<HTTPURLResponse>, std::optional<Error>) {
-          if (inside.fetch_add(1) != 0) ++overlap;
-          std::this_thread::sleep_for(milliseconds(2));
-          inside.fetch_sub(1);
-          ++finished;
-        }));
-    tasks.back()->resume();
+    session
+        ->dataTaskWithRequest(
+            URLRequest(URL::URLWithString(server.url("/a"))),
+            [&](std::optional<Data>, std::optional<HTTPURLResponse>, std::optional<Error>) {
+              if (inside.fetch_add(1) != 0) ++overlap;
+              std::lock_guard lock(mutex);
+              threads.insert(std::this_thread::get_id());
+              inside.fetch_sub(1);
+              if (++finished == 20) all.set_value();
+            })
+        ->resume();
   }
-  for (int i = 0; i < 500 && finished < 20; ++i) std::this_thread::sleep_for(milliseconds(10));
-  EXPECT_EQ(finished.load(), 20);
+  ASSERT_EQ(all.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
   EXPECT_EQ(overlap.load(), 0);
+  EXPECT_EQ(threads.size(), 1u);
 }
 
 TEST(URLSession, DestroyingASessionCancelsWhatIsStillRunning) {
@@ -145,7 +102,7 @@ TEST(URLSession, DestroyingASessionCancelsWhatIsStillRunning) {
   {
     auto session = URLSession::create();
     session
-        ->dataTaskWithRequest(requestFor(server.url("/slow")),
+        ->dataTaskWithRequest(URLRequest(URL::URLWithString(server.url("/slow"))),
                               [&](std::optional<Data>, std::optional<HTTPURLResponse>,
                                   std::optional<Error> e) { error = e; })
         ->resume();

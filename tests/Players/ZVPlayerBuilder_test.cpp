@@ -6,11 +6,12 @@
 #include <zorva/platform/Window.h>
 
 #include "Common/ZVAdLoader.h"
+#include "Common/ZVRTBRequestBuilder.h"
 #include "Players/ZVDisplayAdPlayer.h"
 #include "Players/ZVPlayerBuilder.h"
 #include "Vast/ZVVastLinearAdPlayer.h"
 #include "Vast/ZVVastPlayer.h"
-#include "support/LoopbackServer.h"
+#include "support/AdFormatTesting.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/RecordingAdDelegate.h"
 #include "support/TestEnvironment.h"
@@ -28,7 +29,6 @@ std::shared_ptr<ZVAdPlaying> build(bool video, std::uint64_t sessionTime, std::s
   config->sessionTime = sessionTime;
   config->ad = std::make_shared<ZorvaAd>();
   config->ad->creative = std::move(creative);
-  config->ad->size = ZVAdSize(320, 50);
   auto builder = ZVPlayerBuilder::create();
   builder->setConfig(config);
   return builder->build(delegate);
@@ -36,9 +36,7 @@ std::shared_ptr<ZVAdPlaying> build(bool video, std::uint64_t sessionTime, std::s
 
 TEST(ZVPlayerBuilder, TheVideoFlagAloneChoosesThePlayerAndOnlyDisplayGetsASessionTracker) {
   auto delegate = std::make_shared<RecordingAdDelegate>();
-  auto video = build(true, 30, "<p>html</p>", delegate);
-  EXPECT_TRUE(std::dynamic_pointer_cast<ZVVastPlayer>(video));
-  EXPECT_EQ(video->delegate(), delegate);
+  EXPECT_TRUE(std::dynamic_pointer_cast<ZVVastPlayer>(build(true, 30, "<p>html</p>", delegate)));
   auto display =
       std::dynamic_pointer_cast<ZVDisplayAdPlayer>(build(false, 0, test::linearVast(), delegate));
   ASSERT_TRUE(display);
@@ -48,20 +46,6 @@ TEST(ZVPlayerBuilder, TheVideoFlagAloneChoosesThePlayerAndOnlyDisplayGetsASessio
   ASSERT_TRUE(display && display->adPlayTracker());
   EXPECT_EQ(display->adPlayTracker()->sessionTime(), 30u);
 }
-
-// Hands the loader a fixed POST to the loopback server.
-class FixedRequestBuilder : public ZVRequestBuilding {
- public:
-  explicit FixedRequestBuilder(const std::string& url) {
-    request_.url = platform::URL::URLWithString(url);
-    request_.HTTPMethod = "POST";
-    request_.HTTPBody = R"({"id":"req"})";
-  }
-  void build(Completion completion) override { completion(request_, std::nullopt); }
-
- private:
-  platform::URLRequest request_;
-};
 
 class ReceivingDelegate : public ZVAdLoaderDelegate {
  public:
@@ -79,15 +63,13 @@ TEST(ZVPlayerBuilder, AVideoBidWhoseFirstAdIsAnEmptyWrapperPlaysTheInLineLinearA
       R"(<VAST version="3.0"><Ad id="w"><Wrapper><AdSystem>S</AdSystem><VASTAdTagURI>)" +
       server.url("/empty") + R"(</VASTAdTagURI></Wrapper></Ad>)" +
       test::linearVast().substr(std::string(R"(<VAST version="3.0">)").size());
-  const Value bid = {{"id", "r"},
-                     {"seatbid", {{{"bid", {{{"id", "b"}, {"adm", vast}, {"price", 1}}}}}}}};
-  server.respond("/bid", {.body = bid.dump()});
+  server.respond(test::kServadPath, {.body = test::bidWithMarkup(vast)});
   server.respond("/empty", {.body = R"(<VAST version="3.0"/>)", .contentType = "text/xml"});
 
   auto loader = ZVAdLoader::create(std::make_shared<ZVAdLoaderConfig>());
   auto received = std::make_shared<ReceivingDelegate>();
   loader->setDelegate(received);
-  loader->setRequestBuilder(std::make_shared<FixedRequestBuilder>(server.url("/bid")));
+  loader->setRequestBuilder(ZVRTBRequestBuilder::create(test::requestFor(server)));
   loader->load();
   ASSERT_TRUE(test::runMainQueueUntil([&] { return received->ad || received->error; }));
   ASSERT_TRUE(received->ad);

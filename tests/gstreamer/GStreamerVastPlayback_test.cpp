@@ -19,6 +19,7 @@
 #include "support/ObservingNetworkHandler.h"
 #include "support/RecordingAdDelegate.h"
 #include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
 #include "zorva-adserver/Media.h"
 #include "zorva/engines/GStreamerMediaEngine.h"
 
@@ -38,30 +39,12 @@ class GStreamerVastPlaybackTest : public testing::Test {
     handler = test::ObservingNetworkHandler::install();
   }
 
-  std::string track(const std::string& event) const { return server.url("/track/" + event); }
-
-  // A linear ad of `mediaPath` on the loopback server, tracked there too.
-  std::string markup(const std::string& mediaPath) const {
-    std::string trackers;
-    for (const char* event : {"start", "firstQuartile", "midpoint", "thirdQuartile", "complete"}) {
-      trackers += std::string("<Tracking event=\"") + event + "\">" + track(event) + "</Tracking>";
-    }
-    return R"(<VAST version="3.0"><Ad id="gst"><InLine><AdSystem>S</AdSystem>)"
-           "<AdTitle>Linear</AdTitle><Error>" +
-           server.url("/error?code=[ERRORCODE]") +
-           "</Error><Creatives><Creative><Linear><Duration>00:00:04</Duration>"
-           "<TrackingEvents>" +
-           trackers + "</TrackingEvents><MediaFiles><MediaFile type=\"video/mp4\">" +
-           server.url(mediaPath) +
-           "</MediaFile></MediaFiles></Linear></Creative></Creatives></InLine></Ad></VAST>";
-  }
-
   // Plays the ad of `mediaPath` in a window until the delegate hears an end or a failure.
   void playUntilDone(const std::string& mediaPath) {
     ZVPlayerConfig config;
     config.isExpectingVideoAd = true;
     config.ad = std::make_shared<ZorvaAd>();
-    config.ad->creative = markup(mediaPath);
+    config.ad->creative = test::linearVast("video/mp4", std::nullopt, server.url(mediaPath));
     player = ZVVastPlayer::create(config);
     player->setDelegate(delegate);
     window->addSubview(player);
@@ -97,12 +80,12 @@ TEST_F(GStreamerVastPlaybackTest, TheAdPlaysToTheEndFiringEachProgressEventInOrd
   // itself. Reports after the last point hand over empty lists, as many as ticks come between.
   Lists handedOver = handler->handedOverUrls();
   std::erase_if(handedOver, [](const auto& list) { return list.empty(); });
-  EXPECT_EQ(handedOver, (Lists{{track("start")},
-                               {track("firstQuartile")},
-                               {track("midpoint")},
-                               {track("thirdQuartile")},
-                               {track("complete")},
-                               {track("complete")}}));
+  EXPECT_EQ(handedOver, (Lists{{"http://track/start"},
+                               {"http://track/firstQuartile"},
+                               {"http://track/midpoint"},
+                               {"http://track/thirdQuartile"},
+                               {"http://track/complete"},
+                               {"http://track/complete"}}));
   EXPECT_FLOAT_EQ(linear->progressView()->progress(), 1.0f);
 }
 
@@ -121,7 +104,7 @@ TEST_F(GStreamerVastPlaybackTest, MediaThatCannotBePlayedEndsInA405) {
     ASSERT_TRUE(linear->playerItem()->error());
     EXPECT_EQ(linear->playerItem()->error()->domain, domain);
     EXPECT_EQ(handler->handedOverUrls().back(),
-              std::vector<std::string>{server.url("/error?code=405")});
+              std::vector<std::string>{"http://err/inline?code=405"});
   }
 }
 

@@ -9,11 +9,11 @@
 #include <zorva/platform/View.h>
 #include <zorva/platform/WebView.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/LoopbackServer.h"
@@ -22,24 +22,25 @@ namespace zorva::test {
 
 inline constexpr const char* kServadPath = "/zorva/servad";
 
-inline std::shared_ptr<ZVAdRequest> requestFor(const LoopbackServer& server,
-                                               unsigned long timeout = 10) {
+/// A request for "pub-1"/"unit-9" to `url`.
+inline std::shared_ptr<ZVAdRequest> requestTo(std::string url, unsigned long timeout = 10) {
   auto request = std::make_shared<ZVAdRequest>();
   request->publisherId = "pub-1";
   request->adunitId = "unit-9";
-  request->serverUrl = server.url(kServadPath);
+  request->serverUrl = std::move(url);
   request->netoworkTimeout = timeout;
   return request;
 }
 
+inline std::shared_ptr<ZVAdRequest> requestFor(const LoopbackServer& server,
+                                               unsigned long timeout = 10) {
+  return requestTo(server.url(kServadPath), timeout);
+}
+
 /// A request to a loopback port nobody listens on: the load fails on the network thread.
 inline std::shared_ptr<ZVAdRequest> unreachableRequest() {
-  auto request = std::make_shared<ZVAdRequest>();
-  request->publisherId = "pub-1";
-  request->adunitId = "unit-9";
-  request->serverUrl =
-      "http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + kServadPath;
-  return request;
+  return requestTo("http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) +
+                   kServadPath);
 }
 
 /// A bid response whose one bid carries `adm`.
@@ -55,7 +56,6 @@ inline const std::string kDisplayMarkup = R"(<a href="https://example.com/landin
 struct Heard {
   std::string name;
   bool onMainThread = false;
-  std::thread::id thread;
 };
 
 /// What an app's delegate heard, from any thread.
@@ -63,24 +63,20 @@ class Recorder {
  public:
   void note(std::string name) {
     std::lock_guard lock(mutex_);
-    heard_.push_back(
-        {std::move(name), platform::MainQueue::shared().isCurrent(), std::this_thread::get_id()});
+    heard_.push_back({std::move(name), platform::MainQueue::shared().isCurrent()});
   }
   std::vector<Heard> heard() const {
     std::lock_guard lock(mutex_);
     return heard_;
   }
   std::vector<std::string> names() const {
-    std::lock_guard lock(mutex_);
     std::vector<std::string> names;
-    for (const auto& h : heard_) names.push_back(h.name);
+    for (const auto& h : heard()) names.push_back(h.name);
     return names;
   }
   std::size_t count(const std::string& name) const {
-    std::lock_guard lock(mutex_);
-    std::size_t n = 0;
-    for (const auto& h : heard_) n += h.name == name;
-    return n;
+    const auto all = names();
+    return std::count(all.begin(), all.end(), name);
   }
 
  private:

@@ -17,19 +17,15 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
     bool known = false;
     {
       std::unique_lock lock(mutex_);
-      Request record;
-      record.method = req.method;
-      record.path = req.path;
-      for (const auto& [k, v] : req.params) record.params.emplace(k, v);
-      for (const auto& [k, v] : req.headers) record.headers[k] = v;
-      record.body = req.body;
-      requests_.push_back(std::move(record));
+      requests_.push_back({req.method,
+                           req.path,
+                           {req.params.begin(), req.params.end()},
+                           {req.headers.begin(), req.headers.end()},
+                           req.body});
       changed_.notify_all();
       if (auto it = responses_.find(req.path); it != responses_.end()) {
         answer = it->second;
         known = true;
-      }
-      if (known && answer.delay.count() > 0) {
         changed_.wait_for(lock, answer.delay, [this] { return stopping_; });
       }
     }

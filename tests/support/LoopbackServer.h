@@ -48,7 +48,6 @@ class LoopbackServer {
   /// Answers every request to `path` (any method) with `response`. Unknown paths get 404.
   void respond(const std::string& path, Response response);
 
-  int port() const { return port_; }
   /// "http://127.0.0.1:<port><path>".
   std::string url(const std::string& path) const;
 

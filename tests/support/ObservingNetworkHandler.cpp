@@ -34,11 +34,6 @@ void ObservingNetworkHandler::fetchUrls(const std::vector<std::string>& urls,
   ZVNetworkHandler::fetchUrls(urls, std::move(completion));
 }
 
-int ObservingNetworkHandler::completedFetches() const {
-  std::lock_guard lock(state_->mutex);
-  return state_->completed;
-}
-
 bool ObservingNetworkHandler::waitForCompletedFetches(int count,
                                                       std::chrono::milliseconds timeout) const {
   std::unique_lock lock(state_->mutex);

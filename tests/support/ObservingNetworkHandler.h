@@ -22,9 +22,8 @@ class ObservingNetworkHandler : public ZVNetworkHandler {
   void fetchRequest(const platform::URLRequest& request, Completion completion) override;
   void fetchUrls(const std::vector<std::string>& urls, Completion completion) override;
 
-  /// Fetches whose completion (and everything it called) has returned.
-  int completedFetches() const;
-  /// Waits (in real time, without running the main queue) for `count` completed fetches.
+  /// Waits (in real time, without running the main queue) for `count` fetches whose completion
+  /// (and everything it called) has returned.
   bool waitForCompletedFetches(int count, std::chrono::milliseconds timeout) const;
   std::vector<std::vector<std::string>> handedOverUrls() const;
 

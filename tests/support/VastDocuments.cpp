@@ -1,5 +1,7 @@
 #include "support/VastDocuments.h"
 
+#include <map>
+
 #include "Vast/XMLReader.h"
 
 namespace zorva::test {
@@ -25,24 +27,12 @@ std::string linearVast(const std::string& mime, const std::optional<std::string>
 
 namespace {
 std::string escaped(const std::string& text) {
+  static const std::map<char, const char*> kEntities = {
+      {'<', "&lt;"}, {'>', "&gt;"}, {'&', "&amp;"}, {'"', "&quot;"}};
   std::string out;
   for (char c : text) {
-    switch (c) {
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      case '&':
-        out += "&amp;";
-        break;
-      case '"':
-        out += "&quot;";
-        break;
-      default:
-        out += c;
-    }
+    const auto entity = kEntities.find(c);
+    out += entity == kEntities.end() ? std::string(1, c) : entity->second;
   }
   return out;
 }

@@ -1,5 +1,5 @@
-// The zorva-demo executable, run as a user runs it: its default tour, its JSON lines, its probe
-// of a server given on the command line, and its refusal of bad command lines.
+// The zorva-demo executable, run as a user runs it: its default tour, its probe of a server given
+// on the command line in JSON lines, and its refusal of bad command lines.
 #include <gtest/gtest.h>
 #include <zorva/platform/Value.h>
 
@@ -43,61 +43,38 @@ std::size_t find(const std::vector<std::string>& lines, std::size_t from,
   return lines.size();
 }
 
-TEST(DemoExecutable, DefaultTourPrintsEveryMilestoneInOrderAndExitsZero) {
+TEST(DemoExecutable, DefaultTourPrintsItsTimelineAndPassesEveryScenario) {
   const DemoRun run;
   ASSERT_EQ(run.status, 0) << run.out << run.err;
   const auto lines = run.process.outLines();
+  // A line of each kind in its columns (time, thread, kind, text); the tour judges the SDK itself.
   std::size_t at = find(lines, 0, {"against the embedded ad server at http://127.0.0.1:"});
-  // Banner: a bid request, the server's log, the ad, the click to the store sheet, the refresh.
-  at = find(lines, at, {"== banner:"});
   at = find(lines, at, {"main", "request", "POST http://127.0.0.1:", "aid=banner"});
   at = find(lines, at + 1, {"banner 320x50", "SKAdNetwork ids"});
   at = find(lines, at, {"server", "POST /zorva/servad?pid=zorva-demo&aid=banner"});
-  at = find(lines, at, {"main", "callback", "bannerViewDidReceiveAd"});
   at = find(lines, at, {"user", "taps the banner's link https://example.com/zorva/banner"});
-  at = find(lines, at, {"callback", "bannerViewWillPresentModal"});
   at = find(lines, at, {"click", "store sheet", "adNetworkIdentifier"});
-  at = find(lines, at, {"callback", "bannerViewDidDismissModal"});
   at = find(lines, at, {"   5.000  main     callback  bannerViewDidReceiveAd"});
-  at = find(lines, at, {"PASS  banner"});
-  // Interstitial: shown, clicked into the browser, closed without a report.
-  at = find(lines, at, {"callback", "interstitialDidReceiveAd"});
   at = find(lines, at, {"state", "-> 2 (loaded)"});
-  at = find(lines, at, {"callback", "interstitialWillPresentAd"});
-  at = find(lines, at, {"callback", "interstitialDidClickAd"});
-  at = find(lines, at, {"click", "in-app browser on https://"});
-  at = find(lines, at, {"PASS  interstitial "});
-  // The video: five VAST events with their trackers, a progress bar that reaches the end.
-  for (const char* event :
-       {"start at", "firstQuartile at", "midpoint at", "thirdQuartile at", "complete at"}) {
-    at = find(lines, at, {"vast", event, "tracking URL"});
-    at = find(lines, at, {"/track?doc=inline&event="});
-  }
+  at = find(lines, at, {"vast", "start at", "tracking URL"});
   at = find(lines, at, {"progress", "[########################] 100%  4.0 / 4.0 s"});
-  at = find(lines, at, {"PASS  interstitial-video"});
-  at = find(lines, at, {"note", "on screen before playAd: nothing"});
-  at = find(lines, at, {"callback", "bannerViewDidFinishPlayingAd"});
   at = find(lines, at, {"sdk", "Ad Not in loadable state"});
-  at = find(lines, at, {"PASS  in-banner-video"});
-  at = find(lines, at, {"server", "GET /vast/wrapper2.xml"});
-  at = find(lines, at, {"server", "GET /vast/inline.xml"});
-  at = find(lines, at, {"/track?doc=wrapper1&event=start"});
-  at = find(lines, at, {"PASS  vast-wrapper"});
-  at = find(lines, at, {"PASS  vast-nonlinear"});
-  at = find(lines, at, {"callback", "bannerViewDidReceiveAd"});
-  at = find(lines, at, {"PASS  no-fill"});
-  at = find(lines, at, {"main", "bannerViewDidFailToReceiveAdWithError", "nlohmann::json 101"});
-  at = find(lines, at, {"main", "bannerViewDidFailToReceiveAdWithError", "ZorvaSDK 0: NoAdsError"});
-  at = find(lines, at, {"PASS  broken-response"});
-  at = find(lines, at, {"network", "bannerViewDidFailToReceiveAdWithError", "libcurl 28"});
-  at = find(lines, at, {"PASS  network-timeout"});
+  find(lines, at, {"network", "bannerViewDidFailToReceiveAdWithError", "libcurl 28"});
+  at = 0;
+  for (const auto& name : Tour::scenarioNames()) at = find(lines, at, {"PASS  " + name});
   find(lines, at, {"All 9 scenarios behaved as expected"});
   EXPECT_EQ(run.out.find("FAIL"), std::string::npos);
 }
 
-TEST(DemoExecutable, JsonLinesCarryTheSameTimelineAndVerboseAddsTheBidRequest) {
-  const DemoRun run({"--json", "--verbose"});
-  ASSERT_EQ(run.status, 0) << run.err;
+// A probe of a given server, in JSON lines with the bid requests (the default tour's timeline is
+// the same events in columns).
+TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLineInJsonLines) {
+  std::optional<platform::Error> error;
+  auto server = tools::AdServer::start({.log = nullptr}, &error);
+  ASSERT_TRUE(server);
+  const DemoRun run({"--server", server->servadUrl(), "--pid=pub-42", "--aid", "interstitial",
+                     "--json", "--verbose"});
+  EXPECT_EQ(run.status, 1) << run.out << run.err;
   std::vector<Value> events;
   for (const auto& line : run.process.outLines()) {
     Value event = Value::parse(line, nullptr, false);
@@ -105,45 +82,28 @@ TEST(DemoExecutable, JsonLinesCarryTheSameTimelineAndVerboseAddsTheBidRequest) {
     for (const char* key : {"t", "thread", "scenario", "kind", "text"}) {
       ASSERT_TRUE(event.contains(key)) << key << " in " << line;
     }
+    if (!events.empty()) {
+      EXPECT_LE(events.back()["t"].get<double>(), event["t"].get<double>());
+    }
     events.push_back(std::move(event));
   }
-  ASSERT_FALSE(events.empty());
-  EXPECT_EQ(events.back()["kind"], "result");
-  EXPECT_EQ(events.back()["passed"], true);
-  std::vector<std::string> passed;
-  for (const auto& event : events) {
-    if (event["kind"] == "summary" && event["passed"] == true) passed.push_back(event["scenario"]);
+  // An HTML answer: fine for the banner and the interstitial; for video it is a document without
+  // any VAST Ad, which the SDK never reports, so the demo's own time-out ends the wait.
+  std::vector<std::string> summaries;
+  for (const auto& e : events) {
+    if (e["kind"] != "summary") continue;
+    summaries.push_back(e["scenario"].get<std::string>() + (e["passed"] == true ? " +" : " -"));
   }
-  EXPECT_EQ(passed, Tour::scenarioNames());
+  EXPECT_EQ(summaries, (std::vector<std::string>{"banner +", "interstitial +",
+                                                 "interstitial-video -", "in-banner-video -"}));
+  EXPECT_NE(run.out.find("no callback at all (the app's own time-out)"), std::string::npos);
   const auto request = std::find_if(events.begin(), events.end(),
                                     [](const Value& e) { return e["kind"] == "request"; });
   ASSERT_NE(request, events.end());
   EXPECT_EQ((*request)["body"]["imp"][0]["banner"]["w"], 320);
   EXPECT_EQ((*request)["bytes"], (*request)["body"].dump().size());
-  // Times only move forward.
-  for (std::size_t i = 1; i < events.size(); ++i) {
-    EXPECT_LE(events[i - 1]["t"].get<double>(), events[i]["t"].get<double>());
-  }
-}
-
-TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLine) {
-  std::optional<platform::Error> error;
-  auto server = tools::AdServer::start({.log = nullptr}, &error);
-  ASSERT_TRUE(server);
-  // An HTML answer: fine for the banner and the interstitial; for video it is a document without
-  // any VAST Ad, which the SDK never reports, so the demo's own time-out ends the wait.
-  const DemoRun run({"--server", server->servadUrl(), "--pid", "pub-42", "--aid", "interstitial"});
-  EXPECT_EQ(run.status, 1) << run.out << run.err;
-  const auto lines = run.process.outLines();
-  std::size_t at = find(lines, 0, {"against the ad server at " + server->servadUrl()});
-  at = find(lines, at, {"PASS  banner", "ad received"});
-  at = find(lines, at, {"PASS  interstitial ", "ad received"});
-  at = find(lines, at, {"FAIL  interstitial-video", "no callback at all"});
-  at = find(lines, at, {"FAIL  in-banner-video", "no callback at all"});
-  find(lines, at, {"did not behave as expected"});
-  const auto requests = server->requests();
-  ASSERT_GE(requests.size(), 4u);
-  for (const auto& request : requests) {
+  EXPECT_GE(server->requests().size(), 4u);
+  for (const auto& request : server->requests()) {
     if (request.path == "/zorva/servad") {
       EXPECT_EQ(request.query, "pid=pub-42&aid=interstitial");
     }
@@ -153,12 +113,12 @@ TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLine) {
 TEST(DemoExecutable, HelpAndBadCommandLines) {
   const DemoRun help({"--help"});
   EXPECT_EQ(help.status, 0);
-  for (const char* flag : {"--server URL", "--pid ID", "--aid ID", "--verbose", "--json",
-                           "--real-time", "--engines KIND", "--snapshot FILE", "--help"}) {
-    EXPECT_NE(help.out.find(flag), std::string::npos) << flag;
-  }
+  EXPECT_TRUE(help.out.starts_with("Usage: zorva-demo [options]\n")) << help.out;
   for (const auto& [args, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
            {{"--colour"}, "zorva-demo: unknown option '--colour'\nTry 'zorva-demo --help'.\n"},
+           {{"--json=yes"}, "zorva-demo: option '--json' takes no value\n"},
+           {{"--pid="}, "zorva-demo: option '--pid' needs a non-empty value\n"},
+           {{"--engines", "headless", "--server"}, "zorva-demo: option '--server' needs a value\n"},
            {{"--server", "localhost"},
             "zorva-demo: --server wants an http or https URL, not 'localhost'\n"},
            {{"--engines", "gpu"},

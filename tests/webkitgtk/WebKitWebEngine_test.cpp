@@ -1,8 +1,6 @@
 // Real WebKit in a virtual X server, pages from the loopback server: the engine as a web view's
-// delegates hear it, then display ads through the SDK's own path (banner, display player).
+// delegates hear it, then display ads through the SDK's own path (a banner).
 #include "zorva/engines/WebKitWebEngine.h"
-
-#include <webkit2/webkit2.h>
 
 #include <gtest/gtest.h>
 #include <zorva/ZVBannerView.h>
@@ -11,10 +9,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 
-#include "Players/ZVDisplayAdPlayer.h"
 #include "support/AdFormatTesting.h"
 #include "support/PngSize.h"
 #include "support/TestEnvironment.h"
@@ -30,8 +25,8 @@ std::string pathOf(const std::optional<URL>& url) {
   return text.substr(text.find('/', text.find("://") + 3));
 }
 
-// Records what a web view reports. Navigations to paths holding "blocked" are cancelled; every
-// answer but the alert's comes on a later turn, as from a delegate that consults something first.
+// Records what a web view reports. Navigations to paths holding "blocked" are cancelled, on a
+// later turn, as by a delegate that consults something first; alerts are held unanswered.
 class RecordingDelegate : public NavigationDelegate, public UIDelegate {
  public:
   void webViewDecidePolicyForNavigationAction(
@@ -45,10 +40,10 @@ class RecordingDelegate : public NavigationDelegate, public UIDelegate {
     MainQueue::shared().post([handler, policy] { handler(policy); });
   }
   void webViewDidCommitNavigation(WebView&, const std::shared_ptr<Navigation>& nav) override {
-    note("commit " + pathOf(nav->request().url), nav);
+    note("commit " + pathOf(nav->request().url));
   }
   void webViewDidFinishNavigation(WebView&, const std::shared_ptr<Navigation>& nav) override {
-    note("finish " + pathOf(nav->request().url), nav);
+    note("finish " + pathOf(nav->request().url));
   }
   void webViewDidFailNavigation(WebView&, const std::shared_ptr<Navigation>& nav,
                                 const Error& error) override {
@@ -70,28 +65,10 @@ class RecordingDelegate : public NavigationDelegate, public UIDelegate {
                                                  std::function<void()> completion) override {
     note("alert " + message);
     heldAlert = std::move(completion);
-    if (!holdAlerts) heldAlert();
-  }
-  void webViewRunJavaScriptConfirmPanelWithMessage(WebView&, const std::string& message,
-                                                   const FrameInfo&,
-                                                   std::function<void(bool)> completion) override {
-    note("confirm " + message);
-    MainQueue::shared().post([completion] { completion(true); });
-  }
-  void webViewRunJavaScriptTextInputPanelWithPrompt(
-      WebView&, const std::string& prompt, const std::optional<std::string>& defaultText,
-      const FrameInfo&, std::function<void(std::optional<std::string>)> completion) override {
-    note("prompt " + prompt + " " + defaultText.value_or("(none)"));
-    MainQueue::shared().post([completion] { completion("typed"); });
   }
 
-  void note(std::string event, std::shared_ptr<Navigation> navigation = nullptr) {
-    events.push_back(std::move(event));
-    navigations.push_back(std::move(navigation));
-  }
+  void note(std::string event) { events.push_back(std::move(event)); }
   Events events;
-  std::vector<std::shared_ptr<Navigation>> navigations;  // beside each event
-  bool holdAlerts = false;
   std::function<void()> heldAlert;
 };
 
@@ -141,10 +118,8 @@ class WebKitTest : public testing::Test {
 
 TEST_F(WebKitTest, ScriptResultsArriveAsValuesOrErrorsOnALaterTurn) {
   auto view = makeWebView();
-  EXPECT_EQ(run(*view, "'a' + 1").value, Value("a1"));
-  EXPECT_EQ(run(*view, "6 * 7").value->dump(), "42");
-  EXPECT_EQ(run(*view, "[1.5, 1 < 2, null, {b: 'x'}]").value,
-            Value::parse(R"([1.5, true, null, {"b": "x"}])"));
+  EXPECT_EQ(run(*view, "[6 * 7, 1.5, 1 < 2, null, {b: 'x'}]").value->dump(),
+            R"([42,1.5,true,null,{"b":"x"}])");
   auto undefined = run(*view, "undefined");
   EXPECT_FALSE(undefined.value || undefined.error);
   auto thrown = run(*view, "throw new Error('boom')");
@@ -153,12 +128,12 @@ TEST_F(WebKitTest, ScriptResultsArriveAsValuesOrErrorsOnALaterTurn) {
   auto cyclic = run(*view, "var o = {}; o.self = o; o");
   ASSERT_TRUE(cyclic.error);
   EXPECT_EQ(cyclic.error->code, WebKitWebEngine::kScriptResultUnsupportedCode);
-  EXPECT_EQ(run(*view, "2 + 2").value, Value(4));  // nothing left behind by the failure
+  EXPECT_EQ(run(*view, "'after'").value, Value("after"));  // nothing left behind by the failure
 }
 
 TEST_F(WebKitTest, PolicyDecidesPageNavigationsWithTheirTypeAndNewWindowsOpenNothingInWebKit) {
   auto view = makeWebView();
-  auto first = view->loadHTMLString(
+  view->loadHTMLString(
       "<a id='link' href='/blocked-link'></a><a id='blank' target='_blank' href='/by-link'></a>"
       "<form id='form' method='post' action='/blocked-form'></form>",
       URL::URLWithString("http://ads.invalid/"));  // nothing for WebKit to connect to ahead
@@ -179,10 +154,6 @@ TEST_F(WebKitTest, PolicyDecidesPageNavigationsWithTheirTypeAndNewWindowsOpenNot
                     "policy 1 /blocked-form", "policy 0 /by-link new-window", "create /by-link",
                     "policy -1 /by-script new-window", "create /by-script", "policy -1 /page",
                     "commit /page", "finish /page"}));
-  EXPECT_EQ(delegate->navigations[1], first);
-  EXPECT_EQ(delegate->navigations[2], first);
-  EXPECT_NE(delegate->navigations.back(), first);
-  EXPECT_EQ(run(*view, "document.body.textContent").value, Value("second"));
 }
 
 TEST_F(WebKitTest, FailuresAreProvisionalBeforeCommitAndNeverFollowedByAFinish) {
@@ -201,20 +172,7 @@ TEST_F(WebKitTest, FailuresAreProvisionalBeforeCommitAndNeverFollowedByAFinish) 
                     "commit /next", "finish /next"}));
 }
 
-TEST_F(WebKitTest, DialogsGoToTheUIDelegateAndThePageWaitsForTheirAnswers) {
-  auto view = makeWebView();
-  view->loadHTMLString(
-      "<script>alert('hi'); document.title = confirm('sure?') + '|' + prompt('name', 'def');"
-      "</script>",
-      at("/"));
-  ASSERT_TRUE(waitFor("finish /"));
-  EXPECT_EQ(run(*view, "document.title").value, Value("true|typed"));
-  EXPECT_EQ(delegate->events, (Events{"policy -1 /", "commit /", "alert hi", "confirm sure?",
-                                      "prompt name def", "finish /"}));
-}
-
 TEST_F(WebKitTest, AnAnswerArrivingAfterTheWebViewIsGoneTouchesNothing) {
-  delegate->holdAlerts = true;
   auto view = makeWebView();
   view->loadHTMLString("<script>alert('held')</script>", at("/"));
   ASSERT_TRUE(waitFor("alert held"));
@@ -245,27 +203,10 @@ TEST_F(WebKitTest, SnapshotsArePNGsOfTheWebViewsCurrentFrame) {
   };
   EXPECT_FALSE(shoot(path));
   EXPECT_EQ(test::pngSize(path), std::pair(300, 120));
-  view->setFrame(Rect(0, 0, 200, 90));
-  EXPECT_FALSE(shoot(path));
-  EXPECT_EQ(test::pngSize(path), std::pair(200, 90));
   EXPECT_EQ(shoot("/nonexistent-dir/x.png")->code, WebKitWebEngine::kSnapshotFailedCode);
 }
 
 // --- display ads through the SDK ---
-
-class PlayerRecorder : public ZVAdPlayerDelegate {
- public:
-  explicit PlayerRecorder(test::Recorder& recorder) : recorder_(recorder) {}
-  void playerDidLoad() override { recorder_.note("load"); }
-  void playerDidFailWithError(const Error&) override { recorder_.note("fail"); }
-  void playerWillPresentModal() override {}
-  void playerDidDismissModal() override {}
-  void playerDidStartPlaying() override {}
-  void playerDidEndPlaying() override {}
-
- private:
-  test::Recorder& recorder_;
-};
 
 class WebKitAdTest : public WebKitTest {
  protected:
@@ -285,16 +226,6 @@ class WebKitAdTest : public WebKitTest {
     EXPECT_TRUE(heard("receive"));
     return test::findWebView(banner);
   }
-  std::shared_ptr<WebView> playAd(const std::string& creative) {
-    ZVPlayerConfig config;
-    config.ad = std::make_shared<ZorvaAd>();
-    config.ad->creative = creative;
-    config.ad->size = ZVAdSize(320, 50);
-    player = ZVDisplayAdPlayer::create(config);
-    player->setDelegate(playerDelegate);
-    player->play();
-    return player->htmlPlayer()->contenView();
-  }
   bool heard(const std::string& name) {
     return test::runMainQueueUntil([&] { return recorder.count(name) > 0; });
   }
@@ -303,12 +234,10 @@ class WebKitAdTest : public WebKitTest {
   std::shared_ptr<ViewController> root = ViewController::create();
   std::shared_ptr<ZVBannerViewDelegate> bannerDelegate = std::make_shared<ZVBannerViewDelegate>();
   std::shared_ptr<ZVBannerView> banner;
-  std::shared_ptr<PlayerRecorder> playerDelegate = std::make_shared<PlayerRecorder>(recorder);
-  std::shared_ptr<ZVDisplayAdPlayer> player;
 };
 
-TEST_F(WebKitAdTest, ABannerAdIsRenderedByWebKitAndTheBidCarriesWebKitsUserAgent) {
-  auto webView = loadBanner("<p id='ad'>Zorva banner</p>");
+TEST_F(WebKitAdTest, ABannerIsRenderedByWebKitPastAnAlertAndTheBidCarriesWebKitsUserAgent) {
+  auto webView = loadBanner("<p id='ad'>Zorva banner</p><script>alert('hi');</script>");
   ASSERT_TRUE(webView && engineOf(*webView));
   EXPECT_EQ(engineOf(*webView)->renderedSize(), (Size{320, 50}));
   EXPECT_EQ(run(*webView, "document.getElementById('ad').textContent").value,
@@ -317,6 +246,7 @@ TEST_F(WebKitAdTest, ABannerAdIsRenderedByWebKitAndTheBidCarriesWebKitsUserAgent
   EXPECT_NE(agent.find("AppleWebKit"), std::string::npos);
   ASSERT_EQ(server.requests().size(), 1u);
   EXPECT_EQ(Value::parse(server.requests()[0].body)["device"]["ua"], Value(agent));
+  EXPECT_EQ(recorder.names(), Events{"receive"});
 }
 
 TEST_F(WebKitAdTest, AClickedLinkOpensTheBrowserOnItsURLAndTheAdStaysPut) {
@@ -330,30 +260,6 @@ TEST_F(WebKitAdTest, AClickedLinkOpensTheBrowserOnItsURLAndTheAdStaysPut) {
   EXPECT_EQ(browser->url().absoluteString(), "https://advertiser.example/landing");
   EXPECT_EQ(run(*webView, "location.href").value, page);
   EXPECT_EQ(recorder.names(), (Events{"receive", "present"}));
-}
-
-TEST_F(WebKitAdTest, ACreativeCallingAlertRunsOnAndLoads) {
-  auto webView = playAd("<script>alert('hi'); document.title = 'after alert';</script>");
-  ASSERT_TRUE(heard("load"));
-  EXPECT_EQ(run(*webView, "document.title").value, Value("after alert"));
-  EXPECT_EQ(recorder.names(), Events{"load"});
-}
-
-TEST_F(WebKitAdTest, ACreativeURLThatCannotBeReachedIsSilent) {
-  auto webView =
-      playAd("http://127.0.0.1:" + std::to_string(test::LoopbackServer::unusedPort()) + "/ad");
-  // WebKit finishes a failed load too: once it has, the failure has been through the engine.
-  int finished = 0;
-  const gulong watch =
-      g_signal_connect(engineOf(*webView)->webKitWebView(), "load-changed",
-                       G_CALLBACK(+[](WebKitWebView*, WebKitLoadEvent event, gpointer count) {
-                         if (event == WEBKIT_LOAD_FINISHED) ++*static_cast<int*>(count);
-                       }),
-                       &finished);
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return finished > 0; }));
-  g_signal_handler_disconnect(engineOf(*webView)->webKitWebView(), watch);
-  MainQueue::shared().runUntilIdle();
-  EXPECT_EQ(recorder.names(), Events{});
 }
 
 }  // namespace

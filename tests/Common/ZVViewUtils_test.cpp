@@ -6,11 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace zorva {
 namespace {
-
-using platform::LayoutAttribute;
-using platform::LayoutRelation;
 
 void useSystem(const char* version) {
   auto profile = platform::DeviceProfile::phone();
@@ -45,55 +44,38 @@ TEST(ZVkeyWindow, FromSystem13ItIsTheFirstFlaggedWindowInOrder) {
   EXPECT_EQ(ZVAppRootViewController(), root);
 }
 
-TEST(ZVViewUtils, AlignToParentPinsTheFourEdgesInOrder) {
-  auto parent = platform::View::create(platform::Rect(0, 0, 300, 250));
-  auto child = platform::View::create(platform::Rect(7, 7, 7, 7));
-  parent->addSubview(child);
-  auto constraints = ZVViewUtils::alignToParent(child);
-  ASSERT_EQ(constraints.size(), 4u);
-  const LayoutAttribute order[] = {LayoutAttribute::Top, LayoutAttribute::Bottom,
-                                   LayoutAttribute::Leading, LayoutAttribute::Trailing};
-  for (std::size_t i = 0; i < 4; ++i) {
-    const auto& c = constraints[i];
-    EXPECT_EQ(c->firstItem(), child);
-    EXPECT_EQ(c->firstAttribute(), order[i]);
-    EXPECT_EQ(c->relation(), LayoutRelation::Equal);
-    EXPECT_EQ(c->secondItem(), parent);
-    EXPECT_EQ(c->secondAttribute(), order[i]);
-    EXPECT_EQ(c->multiplier(), 1.0);
-    EXPECT_EQ(c->constant(), 0.0);
-    EXPECT_TRUE(c->isActive());
-  }
-  // The caller decides about the autoresizing mask. (The frames these constraints give are checked
-  // where the ad views and the modal controller use them.)
-  EXPECT_TRUE(child->translatesAutoresizingMaskIntoConstraints());
-}
-
-TEST(ZVViewUtils, TheCloseButtonBoxSits10PointsInFromTheTopRightCorner) {
-  auto parent = platform::View::create(platform::Rect(0, 0, 375, 812));
-  auto button = platform::View::create();
-  parent->addSubview(button);
-  auto constraints = ZVViewUtils::alignTopRigthCorner(button);
-  ASSERT_EQ(constraints.size(), 4u);
-  EXPECT_EQ(constraints[0]->firstAttribute(), LayoutAttribute::Width);
-  EXPECT_EQ(constraints[0]->secondItem(), nullptr);
-  EXPECT_EQ(constraints[0]->constant(), 32);
-  EXPECT_EQ(constraints[1]->firstAttribute(), LayoutAttribute::Height);
-  EXPECT_EQ(constraints[1]->constant(), 32);
-  EXPECT_EQ(constraints[2]->firstAttribute(), LayoutAttribute::Top);
-  EXPECT_EQ(constraints[2]->secondItem(), parent);
-  EXPECT_EQ(constraints[2]->constant(), 10);
-  EXPECT_EQ(constraints[3]->firstAttribute(), LayoutAttribute::Trailing);
-  EXPECT_EQ(constraints[3]->secondAttribute(), LayoutAttribute::Trailing);
-  EXPECT_EQ(constraints[3]->constant(), -10);
-  for (const auto& c : constraints) EXPECT_TRUE(c->isActive());
-}
-
-TEST(ZVViewUtils, AViewWithoutSuperviewGetsNoConstraints) {
-  auto orphan = platform::View::create();
-  EXPECT_TRUE(ZVViewUtils::alignToParent(orphan).empty());
-  EXPECT_TRUE(ZVViewUtils::alignTopRigthCorner(orphan).empty());
+// The frames these records give are checked where the ad views and the modal controller use them.
+TEST(ZVViewUtils, TheConstraintsAreActiveRecordsTyingTheViewToItsParentOnlyIfItHasOne) {
+  using enum platform::LayoutAttribute;
+  using Row = std::tuple<platform::LayoutAttribute, bool, platform::LayoutAttribute, double>;
+  auto parent = platform::View::create();
+  auto child = platform::View::create();
+  EXPECT_TRUE(ZVViewUtils::alignToParent(child).empty());
+  EXPECT_TRUE(ZVViewUtils::alignTopRigthCorner(child).empty());
   EXPECT_TRUE(ZVViewUtils::alignToParent(nullptr).empty());
+  parent->addSubview(child);
+  // (attribute, relative to the parent, the parent's attribute, constant) per record, in order.
+  auto rows = [&](const std::vector<std::shared_ptr<platform::LayoutConstraint>>& constraints) {
+    std::vector<Row> rows;
+    for (const auto& c : constraints) {
+      EXPECT_TRUE(c->firstItem() == child && c->isActive() && c->multiplier() == 1.0 &&
+                  c->relation() == platform::LayoutRelation::Equal);
+      rows.emplace_back(c->firstAttribute(), c->secondItem() == parent, c->secondAttribute(),
+                        c->constant());
+    }
+    return rows;
+  };
+  EXPECT_EQ(rows(ZVViewUtils::alignToParent(child)),
+            (std::vector<Row>{{Top, true, Top, 0},
+                              {Bottom, true, Bottom, 0},
+                              {Leading, true, Leading, 0},
+                              {Trailing, true, Trailing, 0}}));
+  EXPECT_EQ(rows(ZVViewUtils::alignTopRigthCorner(child)),
+            (std::vector<Row>{{Width, false, NotAnAttribute, 32},
+                              {Height, false, NotAnAttribute, 32},
+                              {Top, true, Top, 10},
+                              {Trailing, true, Trailing, -10}}));
+  EXPECT_TRUE(child->translatesAutoresizingMaskIntoConstraints());  // left to the caller
 }
 
 TEST(ZVViewUtils, TheAdWebViewPlaysMediaWithoutATapOnEachSystemsOwnSetting) {

@@ -17,8 +17,7 @@ TEST(BidResponse, TheFirstBidOfTheFirstSeatBidIsKeptAsTheResponseHeldIt) {
   EXPECT_EQ(r.ad->bidId, 7);
   EXPECT_TRUE(r.ad->creative.is_object());
   EXPECT_TRUE(r.ad->price.is_number_integer());
-  EXPECT_EQ(r.ad->size.width, 300);
-  EXPECT_EQ(r.ad->size.height, 12.5);
+  EXPECT_EQ(r.ad->size, (ZVAdSize{300, 12.5}));
   EXPECT_EQ(r.ad->skadn["network"], "n.skadnetwork");
 
   // Sizes are single precision and default to zero.

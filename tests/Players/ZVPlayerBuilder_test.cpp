@@ -22,7 +22,7 @@ namespace {
 
 using test::RecordingAdDelegate;
 
-std::shared_ptr<ZVAdPlaying> build(bool video, std::uint64_t sessionTime, std::string creative,
+std::shared_ptr<ZVAdPlaying> build(bool video, std::uint64_t sessionTime, Value creative,
                                    const std::shared_ptr<ZVAdPlayerDelegate>& delegate) {
   auto config = std::make_shared<ZVPlayerConfig>();
   config->isExpectingVideoAd = video;
@@ -75,12 +75,8 @@ TEST(ZVPlayerBuilder, AVideoBidWhoseFirstAdIsAnEmptyWrapperPlaysTheInLineLinearA
   ASSERT_TRUE(received->ad);
 
   auto delegate = std::make_shared<RecordingAdDelegate>();
-  auto config = std::make_shared<ZVPlayerConfig>();
-  config->isExpectingVideoAd = true;
-  config->ad = received->ad;
-  auto builder = ZVPlayerBuilder::create();
-  builder->setConfig(config);
-  auto player = std::dynamic_pointer_cast<ZVVastPlayer>(builder->build(delegate));
+  auto player =
+      std::dynamic_pointer_cast<ZVVastPlayer>(build(true, 0, received->ad->creative, delegate));
   ASSERT_TRUE(player);
   auto window = platform::Window::create(platform::Rect(0, 0, 320, 480));
   window->addSubview(player->playerView());

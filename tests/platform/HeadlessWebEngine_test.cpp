@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zorva::platform {
@@ -67,20 +68,18 @@ TEST(HeadlessWebEngine, AByHandLoadFailsBeforeItCommitsWhenTheTestSaysSo) {
 
 TEST(HeadlessWebEngine, ADeadWebViewReportsNothing) {
   HeadlessWebEngine::setAutomaticByDefault(false);
-  auto recorder = std::make_shared<Recorder>();
-  auto webView = WebView::create(Rect(), WebViewConfiguration());
-  webView->setNavigationDelegate(recorder);
+  Page page;
   bool called = false;
-  webView->evaluateJavaScript("navigator.userAgent",
-                              [&](std::optional<Value>, std::optional<Error>) { called = true; });
-  webView->loadHTMLString("<p/>", std::nullopt);
-  std::weak_ptr<HeadlessWebEngine> engine = HeadlessWebEngine::of(*webView);
+  page.webView->evaluateJavaScript(
+      "navigator.userAgent", [&](std::optional<Value>, std::optional<Error>) { called = true; });
+  page.webView->loadHTMLString("<p/>", std::nullopt);
+  std::weak_ptr<HeadlessWebEngine> engine = std::exchange(page.engine, nullptr);
   EXPECT_EQ(HeadlessWebEngine::liveEngines().size(), 1u);
-  webView.reset();
+  page.webView.reset();
   EXPECT_TRUE(engine.expired());
   EXPECT_TRUE(HeadlessWebEngine::liveEngines().empty());
   MainQueue::shared().runUntilIdle();
-  EXPECT_TRUE(recorder->events.empty());
+  EXPECT_TRUE(page.recorder->events.empty());
   EXPECT_FALSE(called);
 }
 

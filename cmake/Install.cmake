@@ -19,8 +19,8 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/zorva
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 # The engines a host may pick at start-up, when they were built: zorva::glib, zorva::gstreamer,
-# zorva::webkitgtk, headers under zorva/engines/.
-foreach(engine glib gstreamer webkitgtk)
+# zorva::webkitgtk and the on-screen host zorva::gtk, headers under zorva/engines/.
+foreach(engine glib gstreamer webkitgtk gtk)
   if(TARGET zorva_${engine})
     set_target_properties(zorva_${engine} PROPERTIES EXPORT_NAME ${engine} INSTALL_RPATH "$ORIGIN")
     install(TARGETS zorva_${engine}

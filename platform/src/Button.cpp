@@ -12,6 +12,7 @@ void Button::setTitle(std::optional<std::string> title, ControlState state) {
   } else {
     titles_.erase(state);
   }
+  layer()->setNeedsDisplay();
 }
 
 std::optional<std::string> Button::titleForState(ControlState state) const {

@@ -10,7 +10,20 @@ std::shared_ptr<ProgressView> ProgressView::create(ProgressViewStyle style) {
 }
 
 void ProgressView::setProgress(float progress) {
-  progress_ = std::isnan(progress) ? 0.0f : std::clamp(progress, 0.0f, 1.0f);
+  const float clamped = std::isnan(progress) ? 0.0f : std::clamp(progress, 0.0f, 1.0f);
+  if (clamped == progress_) return;
+  progress_ = clamped;
+  layer()->setNeedsDisplay();
+}
+
+void ProgressView::setProgressTintColor(std::optional<Color> color) {
+  progressTint_ = color;
+  layer()->setNeedsDisplay();
+}
+
+void ProgressView::setTrackTintColor(std::optional<Color> color) {
+  trackTint_ = color;
+  layer()->setNeedsDisplay();
 }
 
 }  // namespace zorva::platform

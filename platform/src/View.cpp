@@ -125,18 +125,52 @@ void View::notifyWindowChange(const std::shared_ptr<Window>& before) {
   for (const auto& view : tree) view->didMoveToWindow();
 }
 
+void View::setBackgroundColor(std::optional<Color> color) {
+  backgroundColor_ = color;
+  layer_->setNeedsDisplay();
+}
+
+void View::setHidden(bool hidden) {
+  hidden_ = hidden;
+  layer_->setNeedsDisplay();
+}
+
+std::shared_ptr<View> View::hitTest(const Point& point) {
+  if (hidden_ || alpha() < 0.01) return nullptr;
+  if (point.x < 0 || point.y < 0 || point.x >= frame_.size.width || point.y >= frame_.size.height) {
+    return nullptr;
+  }
+  for (auto it = subviews_.rbegin(); it != subviews_.rend(); ++it) {
+    const Rect& sub = (*it)->frame_;
+    if (auto hit = (*it)->hitTest(Point{point.x - sub.origin.x, point.y - sub.origin.y})) {
+      return hit;
+    }
+  }
+  return shared_from_this();
+}
+
+Point View::convertPointToWindow(const Point& point) const {
+  Point result = point;
+  for (auto view = superview(), child = std::const_pointer_cast<View>(shared_from_this()); view;
+       child = view, view = view->superview()) {
+    result.x += child->frame_.origin.x;
+    result.y += child->frame_.origin.y;
+  }
+  return result;
+}
+
 void View::touchesEnded() {
   if (auto parent = superview()) parent->touchesEnded();
 }
 
 void View::installConstraint(const std::shared_ptr<LayoutConstraint>& constraint) {
   constraints_.push_back(constraint);
-  if (auto parent = superview()) parent->needsLayout_ = true;
+  if (auto parent = superview()) parent->setNeedsLayout();
 }
 
 void View::uninstallConstraint(const LayoutConstraint& constraint) {
   std::erase_if(constraints_, [&](const auto& c) { return c.get() == &constraint; });
-  if (auto parent = superview()) parent->needsLayout_ = true;
+  if (auto parent = superview()) parent->setNeedsLayout();
 }
 
 void View::layoutIfNeeded() {

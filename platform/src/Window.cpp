@@ -26,6 +26,15 @@ void Window::makeKeyAndVisible() {
   makeKeyWindow();
 }
 
+void Window::resize(const Size& size) {
+  setFrame(Rect(frame().origin.x, frame().origin.y, size.width, size.height));
+  for (auto controller = rootViewController_; controller;
+       controller = controller->presentedViewController()) {
+    if (auto view = controller->viewIfLoaded()) view->setFrame(bounds());
+  }
+  layoutIfNeeded();
+}
+
 void Window::setRootViewController(std::shared_ptr<ViewController> controller) {
   if (rootViewController_ == controller) return;
   if (rootViewController_) {

@@ -19,7 +19,7 @@ class PlayerLayer : public Layer {
 
   const std::shared_ptr<Player>& player() const { return player_; }
   LayerVideoGravity videoGravity() const { return videoGravity_; }
-  void setVideoGravity(LayerVideoGravity gravity) { videoGravity_ = gravity; }
+  void setVideoGravity(LayerVideoGravity gravity);
 
  private:
   explicit PlayerLayer(std::shared_ptr<Player> player) : player_(std::move(player)) {}

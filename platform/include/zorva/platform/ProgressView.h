@@ -19,9 +19,9 @@ class ProgressView : public View {
   /// Clamped to 0...1; a NaN counts as 0.
   void setProgress(float progress);
   const std::optional<Color>& progressTintColor() const { return progressTint_; }
-  void setProgressTintColor(std::optional<Color> color) { progressTint_ = color; }
+  void setProgressTintColor(std::optional<Color> color);
   const std::optional<Color>& trackTintColor() const { return trackTint_; }
-  void setTrackTintColor(std::optional<Color> color) { trackTint_ = color; }
+  void setTrackTintColor(std::optional<Color> color);
 
  private:
   explicit ProgressView(ProgressViewStyle style) : View(Rect()), style_(style) {}

@@ -48,14 +48,26 @@ class View : public std::enable_shared_from_this<View> {
   const std::shared_ptr<Layer>& layer() const { return layer_; }
 
   const std::optional<Color>& backgroundColor() const { return backgroundColor_; }
-  void setBackgroundColor(std::optional<Color> color) { backgroundColor_ = color; }
+  void setBackgroundColor(std::optional<Color> color);
   /// The view's opacity, 0...1 (the layer's opacity).
   double alpha() const { return layer_->opacity(); }
   void setAlpha(double alpha) { layer_->setOpacity(static_cast<float>(alpha)); }
   bool isOpaque() const { return opaque_; }
   void setOpaque(bool opaque) { opaque_ = opaque; }
   bool isHidden() const { return hidden_; }
-  void setHidden(bool hidden) { hidden_ = hidden; }
+  void setHidden(bool hidden);
+  /// Whether subviews are cut at the view's bounds (the layer's `masksToBounds`; off by default).
+  bool clipsToBounds() const { return layer_->masksToBounds(); }
+  void setClipsToBounds(bool clips) { layer_->setMasksToBounds(clips); }
+
+  /// The deepest view under `point` (in this view's coordinates) that can take a touch: this
+  /// view or one of its subviews, the topmost first. Hidden views, nearly transparent ones
+  /// (alpha below 0.01) and everything outside a view's bounds — its subviews included — take
+  /// none. Null when this view takes none.
+  std::shared_ptr<View> hitTest(const Point& point);
+  /// `point`, given in this view's coordinates, in the coordinates of its window (unchanged
+  /// when the view hangs in none).
+  Point convertPointToWindow(const Point& point) const;
 
   /// True (the default) when the frame is set by hand; false when constraints place the view.
   bool translatesAutoresizingMaskIntoConstraints() const { return translatesAutoresizingMask_; }
@@ -69,7 +81,10 @@ class View : public std::enable_shared_from_this<View> {
   const std::vector<std::shared_ptr<LayoutConstraint>>& constraints() const { return constraints_; }
 
   /// Asks for a layout pass at the next `layoutIfNeeded`.
-  void setNeedsLayout() { needsLayout_ = true; }
+  void setNeedsLayout() {
+    needsLayout_ = true;
+    layer_->setNeedsDisplay();
+  }
   bool needsLayout() const { return needsLayout_; }
   /// Runs the pending layout of this tree, top down: a view that needs layout first places the
   /// subviews that constraints govern (constraints between a subview and this view, or a subview

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "zorva/platform/View.h"
@@ -30,6 +31,18 @@ class Window : public View {
   const std::shared_ptr<ViewController>& rootViewController() const { return rootViewController_; }
   /// Installs `controller`, whose view then fills the window (replacing the former root's view).
   void setRootViewController(std::shared_ptr<ViewController> controller);
+
+  /// A host changed the window's size (its on-screen widget was resized): the window, its root
+  /// controller's view and the view of every controller presented above it take the new
+  /// bounds (presentations fill the window), then the layout pass runs.
+  void resize(const Size& size);
+
+  /// Called whenever something the window's tree shows changes (a frame, a colour, a subview,
+  /// a title, a progress...), at most once per change; an on-screen host redraws from it. Empty
+  /// (the default): nothing is called.
+  void setNeedsDisplayHandler(std::function<void()> handler) {
+    layer()->setDisplayHandler(std::move(handler));
+  }
 
   /// The window's scene, or null (before 13.0 windows have none).
   const std::shared_ptr<WindowScene>& windowScene() const { return windowScene_; }

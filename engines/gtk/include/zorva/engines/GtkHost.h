@@ -1,0 +1,85 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+// GTK types stay out of the public header: an app includes it with or without GTK's flags.
+typedef struct _GtkWidget GtkWidget;
+typedef struct _GtkContainer GtkContainer;
+typedef struct _GtkWindow GtkWindow;
+
+namespace zorva::platform {
+class ViewController;
+class Window;
+}  // namespace zorva::platform
+
+namespace zorva::gtk {
+
+/// Settings of a host. Each is off by default; off, the host shows what the platform shows.
+struct HostOptions {
+  /// Empty (the default): a click that opens the in-app browser shows the browser over the
+  /// window, a live page with a Done button. Set: the browser's address goes to this function
+  /// instead (`openInDesktopBrowser` hands it to the desktop's default browser) and the in-app
+  /// browser closes itself at once, so the SDK hears it presented and dismissed as if the user
+  /// had pressed Done straight away.
+  std::function<void(const std::string& url)> openBrowserURL;
+};
+
+/// Hands `url` to the desktop's default handler for its scheme (GIO), for
+/// `HostOptions::openBrowserURL`. False when the desktop has none.
+bool openInDesktopBrowser(const std::string& url);
+
+/// Shows a platform window's view tree on a real screen, inside a GTK widget.
+///
+/// What the tree holds is drawn where it is, in tree order: background colours, alpha, hidden
+/// views, layer corner radii and borders, button titles, progress bars. Web views are the WebKit
+/// engine's own widgets, moved into the host while their tree is shown and back to the engine's
+/// offscreen window when it no longer is. The in-app browser and the store sheet, when presented,
+/// are real GTK panels over the window. Redrawing follows the tree's own reports of change
+/// (`Window::setNeedsDisplayHandler`), at most once per frame of the display; a tree that does
+/// not change costs nothing.
+///
+/// Input: a pointer click or a touch on a drawn part is hit-tested in the tree
+/// (`View::hitTest`) and delivered as the tree's own touch (`touchesEnded`, a button's action);
+/// clicks in a page are the page's (its links go through the navigation policy as ever). Where
+/// the tree draws nothing the pointer passes through to the app's widgets below, so a banner in
+/// an overlay over the app's content takes only the clicks that land on it.
+///
+/// The platform window's bounds follow the widget's allocation: resizing runs the layout pass,
+/// so constraints and full-window presentations follow. Main thread only; GTK must be
+/// initialised (`WebKitWebEngine::install` does it).
+class Host {
+ public:
+  /// A top-level GTK window the size of `window`'s frame, titled `title`, showing `window`.
+  /// Shown at once; closing it hides it.
+  static std::unique_ptr<Host> createWindow(std::shared_ptr<platform::Window> window,
+                                            const std::string& title, HostOptions options = {});
+  /// Shows `window` in `container`, a widget of the app's: as an overlay when the container is a
+  /// `GtkOverlay` (over the app's content, which keeps every click the tree does not take),
+  /// otherwise as its child.
+  static std::unique_ptr<Host> attach(std::shared_ptr<platform::Window> window,
+                                      GtkContainer* container, HostOptions options = {});
+  /// The same in a new key window with a plain root controller (`rootViewController`), for an
+  /// app that places ads in its own GTK layout.
+  static std::unique_ptr<Host> attach(GtkContainer* container, HostOptions options = {});
+  /// Takes the tree off the screen: web views go back to their engines, panels close.
+  ~Host();
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  const std::shared_ptr<platform::Window>& window() const;
+  /// The window's root controller (present a controller or add a banner to its view).
+  std::shared_ptr<platform::ViewController> rootViewController() const;
+  /// The host's widget, inside the container or the top-level window.
+  GtkWidget* widget() const;
+  /// The top-level GTK window the host is in (null before it is in one).
+  GtkWindow* toplevel() const;
+
+ private:
+  struct State;
+  explicit Host(std::unique_ptr<State> state);
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace zorva::gtk

@@ -1,0 +1,244 @@
+#include "Scene.h"
+
+#include <pango/pangocairo.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "zorva/engines/WebKitWebEngine.h"
+#include "zorva/platform/Button.h"
+#include "zorva/platform/ProgressView.h"
+#include "zorva/platform/SafariViewController.h"
+#include "zorva/platform/StoreProductViewController.h"
+#include "zorva/platform/WebView.h"
+#include "zorva/platform/Window.h"
+
+namespace zorva::gtk {
+
+using platform::Color;
+using platform::Rect;
+
+namespace {
+
+// The phone platform's defaults where a control has no colour of its own.
+constexpr Color kTintColor{0.0, 122.0 / 255.0, 1.0, 1.0};
+constexpr Color kTrackColor{229.0 / 255.0, 229.0 / 255.0, 234.0 / 255.0, 1.0};
+constexpr double kTitlePoints = 15;
+
+Rect offset(const Rect& rect, const platform::Point& by) {
+  return Rect(rect.origin.x + by.x, rect.origin.y + by.y, rect.size.width, rect.size.height);
+}
+
+class SceneBuilder {
+ public:
+  explicit SceneBuilder(const platform::Window& window) {
+    // Presented controllers whose views the host shows as panels of its own.
+    for (auto controller = window.rootViewController(); controller;
+         controller = controller->presentedViewController()) {
+      if (auto view = controller->viewIfLoaded()) controllers_[view.get()] = controller;
+    }
+  }
+
+  std::vector<SceneItem> build(const platform::Window& window) {
+    auto root = std::const_pointer_cast<platform::Window>(
+        std::static_pointer_cast<const platform::Window>(window.shared_from_this()));
+    const Rect bounds = window.bounds();
+    visit(root, platform::Point{0, 0}, bounds, 1.0);
+    return std::move(items_);
+  }
+
+ private:
+  void visit(const std::shared_ptr<platform::View>& view, const platform::Point& origin,
+             const Rect& clip, double alpha) {
+    if (view->isHidden()) return;
+    const double opacity = alpha * view->alpha();
+    if (opacity <= 0) return;
+    // The window is the root: its frame is where it is, not where its contents are drawn.
+    const bool isRoot = !view->superview();
+    const Rect frame = isRoot ? view->bounds() : offset(view->frame(), origin);
+    if (native(view, frame, clip, opacity)) return;
+
+    drawOwn(*view, frame, clip, opacity);
+    const Rect inner = view->clipsToBounds() ? intersect(clip, frame) : clip;
+    std::map<const platform::Layer*, std::shared_ptr<platform::View>> subviews;
+    for (const auto& sub : view->subviews()) subviews[sub->layer().get()] = sub;
+    for (const auto& layer : view->layer()->sublayers()) {
+      if (auto it = subviews.find(layer.get()); it != subviews.end()) {
+        visit(it->second, frame.origin, inner, opacity);
+      } else if (auto video = std::dynamic_pointer_cast<platform::PlayerLayer>(layer)) {
+        DrawOp op = base(DrawOp::Kind::Video, offset(video->frame(), frame.origin), inner,
+                         opacity * video->opacity());
+        op.video = video;
+        op.takesPointer = true;
+        items_.emplace_back(std::move(op));
+      }
+    }
+  }
+
+  bool native(const std::shared_ptr<platform::View>& view, const Rect& frame, const Rect& clip,
+              double opacity) {
+    NativeItem item{NativeItem::Kind::WebPage, view,   nullptr, frame,
+                    intersect(clip, frame),    opacity};
+    if (auto it = controllers_.find(view.get()); it != controllers_.end()) {
+      if (std::dynamic_pointer_cast<platform::SafariViewController>(it->second)) {
+        item.kind = NativeItem::Kind::Browser;
+      } else if (std::dynamic_pointer_cast<platform::StoreProductViewController>(it->second)) {
+        item.kind = NativeItem::Kind::StoreSheet;
+      } else {
+        return false;
+      }
+      item.controller = it->second;
+    } else if (auto web = std::dynamic_pointer_cast<platform::WebView>(view)) {
+      // A page rendered by WebKit shows in WebKit's widget; a headless page has no pixels, so
+      // only its background is drawn.
+      if (!std::dynamic_pointer_cast<platform::WebKitWebEngine>(web->engine())) return false;
+    } else {
+      return false;
+    }
+    if (!isEmpty(item.clip)) items_.emplace_back(std::move(item));
+    return true;
+  }
+
+  void drawOwn(const platform::View& view, const Rect& frame, const Rect& clip, double opacity) {
+    const auto& layer = *view.layer();
+    if (const auto& background = view.backgroundColor(); background && background->alpha > 0) {
+      DrawOp op = base(DrawOp::Kind::Fill, frame, clip, opacity);
+      op.color = *background;
+      op.radius = layer.cornerRadius();
+      op.takesPointer = true;
+      items_.emplace_back(std::move(op));
+    }
+    if (layer.borderWidth() > 0) {
+      DrawOp op = base(DrawOp::Kind::Border, frame, clip, opacity);
+      op.color = layer.borderColor().value_or(Color::blackColor());
+      op.radius = layer.cornerRadius();
+      op.amount = layer.borderWidth();
+      items_.emplace_back(std::move(op));
+    }
+    if (const auto* button = dynamic_cast<const platform::Button*>(&view)) {
+      DrawOp op = base(DrawOp::Kind::Title, frame, clip, opacity);
+      op.text = button->titleForState(platform::kControlStateNormal).value_or("");
+      op.color =
+          button->buttonType() == platform::ButtonType::Custom ? Color::whiteColor() : kTintColor;
+      op.takesPointer = true;
+      items_.emplace_back(std::move(op));
+    } else if (const auto* bar = dynamic_cast<const platform::ProgressView*>(&view)) {
+      DrawOp op = base(DrawOp::Kind::Progress, frame, clip, opacity);
+      op.amount = bar->progress();
+      op.color = bar->progressTintColor().value_or(kTintColor);
+      op.track = bar->trackTintColor().value_or(kTrackColor);
+      op.takesPointer = true;
+      items_.emplace_back(std::move(op));
+    }
+  }
+
+  static DrawOp base(DrawOp::Kind kind, const Rect& rect, const Rect& clip, double alpha) {
+    DrawOp op;
+    op.kind = kind;
+    op.rect = rect;
+    op.clip = clip;
+    op.alpha = alpha;
+    return op;
+  }
+
+  std::map<const platform::View*, std::shared_ptr<platform::ViewController>> controllers_;
+  std::vector<SceneItem> items_;
+};
+
+void roundedRect(cairo_t* cr, const Rect& r, double radius) {
+  radius = std::min({radius, r.size.width / 2, r.size.height / 2});
+  if (radius <= 0) {
+    cairo_rectangle(cr, r.origin.x, r.origin.y, r.size.width, r.size.height);
+    return;
+  }
+  const double x = r.origin.x, y = r.origin.y, w = r.size.width, h = r.size.height;
+  cairo_new_sub_path(cr);
+  cairo_arc(cr, x + w - radius, y + radius, radius, -M_PI / 2, 0);
+  cairo_arc(cr, x + w - radius, y + h - radius, radius, 0, M_PI / 2);
+  cairo_arc(cr, x + radius, y + h - radius, radius, M_PI / 2, M_PI);
+  cairo_arc(cr, x + radius, y + radius, radius, M_PI, 3 * M_PI / 2);
+  cairo_close_path(cr);
+}
+
+void setColor(cairo_t* cr, const Color& color, double alpha) {
+  cairo_set_source_rgba(cr, color.red, color.green, color.blue, color.alpha * alpha);
+}
+
+void paintTitle(cairo_t* cr, const DrawOp& op) {
+  if (op.text.empty()) return;
+  PangoLayout* layout = pango_cairo_create_layout(cr);
+  PangoFontDescription* font = pango_font_description_from_string("Sans");
+  pango_font_description_set_absolute_size(font, kTitlePoints * PANGO_SCALE);
+  pango_layout_set_font_description(layout, font);
+  pango_font_description_free(font);
+  pango_layout_set_text(layout, op.text.c_str(), static_cast<int>(op.text.size()));
+  int width = 0, height = 0;
+  pango_layout_get_pixel_size(layout, &width, &height);
+  setColor(cr, op.color, op.alpha);
+  cairo_move_to(cr, op.rect.origin.x + (op.rect.size.width - width) / 2,
+                op.rect.origin.y + (op.rect.size.height - height) / 2);
+  pango_cairo_show_layout(cr, layout);
+  g_object_unref(layout);
+}
+
+}  // namespace
+
+Rect intersect(const Rect& a, const Rect& b) {
+  const double left = std::max(a.origin.x, b.origin.x);
+  const double top = std::max(a.origin.y, b.origin.y);
+  const double right = std::min(a.origin.x + a.size.width, b.origin.x + b.size.width);
+  const double bottom = std::min(a.origin.y + a.size.height, b.origin.y + b.size.height);
+  if (right <= left || bottom <= top) return Rect(left, top, 0, 0);
+  return Rect(left, top, right - left, bottom - top);
+}
+
+bool isEmpty(const Rect& rect) { return rect.size.width <= 0 || rect.size.height <= 0; }
+
+std::vector<SceneItem> buildScene(const platform::Window& window) {
+  return SceneBuilder(window).build(window);
+}
+
+void paint(cairo_t* cr, const std::vector<DrawOp>& ops) {
+  for (const DrawOp& op : ops) {
+    cairo_save(cr);
+    cairo_rectangle(cr, op.clip.origin.x, op.clip.origin.y, op.clip.size.width,
+                    op.clip.size.height);
+    cairo_clip(cr);
+    switch (op.kind) {
+      case DrawOp::Kind::Fill:
+        roundedRect(cr, op.rect, op.radius);
+        setColor(cr, op.color, op.alpha);
+        cairo_fill(cr);
+        break;
+      case DrawOp::Kind::Border: {
+        // Along the inside of the edge, as the platform draws a layer's border.
+        const double half = op.amount / 2;
+        const Rect inset(op.rect.origin.x + half, op.rect.origin.y + half,
+                         op.rect.size.width - op.amount, op.rect.size.height - op.amount);
+        roundedRect(cr, inset, std::max(0.0, op.radius - half));
+        cairo_set_line_width(cr, op.amount);
+        setColor(cr, op.color, op.alpha);
+        cairo_stroke(cr);
+        break;
+      }
+      case DrawOp::Kind::Title:
+        paintTitle(cr, op);
+        break;
+      case DrawOp::Kind::Progress: {
+        const Rect& r = op.rect;
+        cairo_rectangle(cr, r.origin.x, r.origin.y, r.size.width, r.size.height);
+        setColor(cr, op.track, op.alpha);
+        cairo_fill(cr);
+        cairo_rectangle(cr, r.origin.x, r.origin.y, r.size.width * op.amount, r.size.height);
+        setColor(cr, op.color, op.alpha);
+        cairo_fill(cr);
+        break;
+      }
+      case DrawOp::Kind::Video:
+        break;
+    }
+    cairo_restore(cr);
+  }
+}
+
+}  // namespace zorva::gtk

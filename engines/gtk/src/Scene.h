@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cairo.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "zorva/platform/Color.h"
+#include "zorva/platform/Geometry.h"
+#include "zorva/platform/PlayerLayer.h"
+
+namespace zorva::platform {
+class View;
+class ViewController;
+class Window;
+}  // namespace zorva::platform
+
+namespace zorva::gtk {
+
+/// One thing drawn with cairo, in window coordinates, already cut to what its superviews let
+/// show (`clip`) and faded by its own and its superviews' alpha.
+struct DrawOp {
+  enum class Kind { Fill, Border, Title, Progress, Video };
+  Kind kind = Kind::Fill;
+  platform::Rect rect;
+  platform::Rect clip;
+  double alpha = 1;
+  double radius = 0;
+  platform::Color color;
+  /// Border: the line's width. Progress: the filled fraction.
+  double amount = 0;
+  /// Progress: the track's colour.
+  platform::Color track;
+  std::string text;
+  std::weak_ptr<platform::PlayerLayer> video;
+  /// The op covers its rectangle with something (a colour, a control, video): the pointer stops
+  /// there instead of passing through to what is below the host.
+  bool takesPointer = false;
+};
+
+/// A view that is shown by a widget of its own rather than drawn: a web view's WebKit widget, or
+/// the panel of a presented browser or store sheet.
+struct NativeItem {
+  enum class Kind { WebPage, Browser, StoreSheet };
+  Kind kind = Kind::WebPage;
+  std::shared_ptr<platform::View> view;
+  /// The presented browser or store sheet (null for a web page).
+  std::shared_ptr<platform::ViewController> controller;
+  platform::Rect frame;
+  platform::Rect clip;
+  double alpha = 1;
+};
+
+/// The tree flattened in drawing order: runs of drawn ops between native widgets.
+using SceneItem = std::variant<DrawOp, NativeItem>;
+
+/// Walks `window`'s tree (views, and the layers put in by hand, such as a video layer) from the
+/// bottom up. Hidden and fully transparent views, with everything under them, are left out.
+std::vector<SceneItem> buildScene(const platform::Window& window);
+
+/// Draws `ops` on `cr`, whose origin is the window's top-left corner.
+void paint(cairo_t* cr, const std::vector<DrawOp>& ops);
+
+/// The intersection of two rectangles (empty when they do not meet).
+platform::Rect intersect(const platform::Rect& a, const platform::Rect& b);
+bool isEmpty(const platform::Rect& rect);
+
+}  // namespace zorva::gtk

@@ -1,0 +1,105 @@
+#pragma once
+
+// The X server as a person at the screen meets it: the pixels it shows (XGetImage on the root
+// window, whatever drew them) and a pointer driven through the XTest extension. Header-only, for
+// the suites that run under a virtual X server.
+
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/extensions/XTest.h>
+#include <cairo.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace zorva::test {
+
+/// An RGB colour as the screen shows it.
+struct Pixel {
+  int red = 0, green = 0, blue = 0;
+  /// Within `tolerance` on every channel.
+  bool near(const Pixel& other, int tolerance = 8) const {
+    return std::abs(red - other.red) <= tolerance && std::abs(green - other.green) <= tolerance &&
+           std::abs(blue - other.blue) <= tolerance;
+  }
+  friend bool operator==(const Pixel&, const Pixel&) = default;
+};
+
+/// A rectangle of the screen's pixels, top-left at (x, y) in screen coordinates.
+struct Screenshot {
+  int x = 0, y = 0, width = 0, height = 0;
+  std::vector<Pixel> pixels;
+
+  /// The pixel at screen point (sx, sy).
+  Pixel at(int sx, int sy) const { return pixels.at((sy - y) * width + (sx - x)); }
+  /// How many pixels of the rectangle (screen coordinates) are near `colour`.
+  int count(const Pixel& colour, int left, int top, int w, int h, int tolerance = 8) const {
+    int n = 0;
+    for (int py = top; py < top + h; ++py) {
+      for (int px = left; px < left + w; ++px) n += at(px, py).near(colour, tolerance);
+    }
+    return n;
+  }
+  /// Writes the shot as a PNG.
+  bool writePng(const std::string& path) const {
+    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height);
+    auto* data = cairo_image_surface_get_data(surface);
+    const int stride = cairo_image_surface_get_stride(surface);
+    for (int py = 0; py < height; ++py) {
+      auto* row = reinterpret_cast<std::uint32_t*>(data + py * stride);
+      for (int px = 0; px < width; ++px) {
+        const Pixel& p = pixels[py * width + px];
+        row[px] = static_cast<std::uint32_t>(p.red << 16 | p.green << 8 | p.blue);
+      }
+    }
+    cairo_surface_mark_dirty(surface);
+    const bool ok = cairo_surface_write_to_png(surface, path.c_str()) == CAIRO_STATUS_SUCCESS;
+    cairo_surface_destroy(surface);
+    return ok;
+  }
+};
+
+/// A connection of its own to the X server named by DISPLAY.
+class XScreen {
+ public:
+  XScreen() : display_(XOpenDisplay(nullptr)) {
+    if (!display_) throw std::runtime_error("no X display");
+  }
+  ~XScreen() { XCloseDisplay(display_); }
+  XScreen(const XScreen&) = delete;
+  XScreen& operator=(const XScreen&) = delete;
+
+  /// What the screen shows in the rectangle (screen coordinates).
+  Screenshot grab(int x, int y, int width, int height) const {
+    XImage* image =
+        XGetImage(display_, DefaultRootWindow(display_), x, y, static_cast<unsigned>(width),
+                  static_cast<unsigned>(height), AllPlanes, ZPixmap);
+    Screenshot shot{x, y, width, height, {}};
+    shot.pixels.reserve(static_cast<std::size_t>(width) * height);
+    for (int py = 0; py < height; ++py) {
+      for (int px = 0; px < width; ++px) {
+        const unsigned long v = XGetPixel(image, px, py);
+        shot.pixels.push_back(Pixel{static_cast<int>((v & image->red_mask) >> 16),
+                                    static_cast<int>((v & image->green_mask) >> 8),
+                                    static_cast<int>(v & image->blue_mask)});
+      }
+    }
+    XDestroyImage(image);
+    return shot;
+  }
+
+  /// Moves the pointer to (x, y) and clicks the first button there, as a hand on a mouse would.
+  void click(int x, int y) const {
+    XTestFakeMotionEvent(display_, -1, x, y, CurrentTime);
+    XTestFakeButtonEvent(display_, 1, True, CurrentTime);
+    XTestFakeButtonEvent(display_, 1, False, CurrentTime);
+    XSync(display_, False);
+  }
+
+ private:
+  Display* display_;
+};
+
+}  // namespace zorva::test

@@ -1,13 +1,19 @@
 // The on-screen host as a person meets it: a real window in a virtual X server, its pixels read
-// back from the server, clicks made with the XTest pointer.
+// back from the server (not WebKit's own snapshot), clicks made with the XTest pointer.
 #include "zorva/engines/GtkHost.h"
 
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
+#include <zorva/ZVBannerView.h>
+#include <zorva/ZVInterstitialAd.h>
 #include <zorva/platform/Button.h>
+#include <zorva/platform/ProgressView.h>
 #include <zorva/platform/ViewController.h>
 #include <zorva/platform/Window.h>
 
+#include <cstring>
+
+#include "support/AdFormatTesting.h"
 #include "support/TestEnvironment.h"
 #include "support/XScreen.h"
 #include "zorva/engines/WebKitWebEngine.h"
@@ -19,20 +25,107 @@ using platform::Color;
 using platform::Rect;
 using test::Pixel;
 
-constexpr Pixel kRed{255, 0, 0}, kBlue{0, 0, 255}, kGreen{0, 255, 0};
+constexpr Pixel kRed{255, 0, 0}, kBlue{0, 0, 255}, kGreen{0, 255, 0}, kWhite{255, 255, 255},
+    kDarkGray{85, 85, 85}, kYellow{255, 255, 0};
+
+// A creative that fills its frame with one colour; all of it is a link to `href`.
+std::string solidCreative(const std::string& colour, const std::string& href) {
+  return "<a href='" + href +
+         "' style='display:block;width:100vw;height:100vh;background:" + colour +
+         "'></a><style>html,body{margin:0;height:100%;overflow:hidden}</style>";
+}
+
+// A bid response around `adm`, with the store parameters of an App Store product when `store`.
+std::string bid(const std::string& adm, bool store) {
+  Value one = {{"id", "bid-1"}, {"adm", adm}, {"w", 320}, {"h", 50}, {"price", 1.5}};
+  if (store) {
+    one["ext"] = {{"skadn",
+                   {{"itunesitem", "123456789"},
+                    {"network", "zorva.skadnetwork"},
+                    {"campaign", "7"},
+                    {"nonce", "473B1D16-A3EB-4E81-9EEB-A1D2C8C57E1D"},
+                    {"timestamp", "1700000000"}}}};
+  }
+  Value body = {{"id", "resp-1"}, {"seatbid", Value::array({{{"bid", Value::array({one})}}})}};
+  return body.dump();
+}
+
+// Finds the GTK button labelled `label` under `widget` (the host's panels are GTK widgets).
+GtkWidget* findButton(GtkWidget* widget, const char* label) {
+  if (GTK_IS_BUTTON(widget)) {
+    const char* text = gtk_button_get_label(GTK_BUTTON(widget));
+    if (text && std::strcmp(text, label) == 0) return widget;
+  }
+  if (!GTK_IS_CONTAINER(widget)) return nullptr;
+  struct Search {
+    const char* label;
+    GtkWidget* found;
+  } search{label, nullptr};
+  gtk_container_forall(
+      GTK_CONTAINER(widget),
+      [](GtkWidget* child, gpointer data) {
+        auto* s = static_cast<Search*>(data);
+        if (!s->found) s->found = findButton(child, s->label);
+      },
+      &search);
+  return search.found;
+}
+
+// A view that counts the touches that end on it.
+class TouchCounter : public platform::View {
+ public:
+  static std::shared_ptr<TouchCounter> create(const Rect& frame) {
+    return std::shared_ptr<TouchCounter>(new TouchCounter(frame));
+  }
+  void touchesEnded() override { ++touches; }
+  int touches = 0;
+
+ private:
+  explicit TouchCounter(const Rect& frame) : View(frame) {}
+};
+
+// An app's window: its own content (a blue area that counts the clicks it gets) under an
+// overlay, where the host puts the SDK's tree.
+class AppWindow {
+ public:
+  AppWindow(int width, int height) {
+    toplevel = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    gtk_window_set_default_size(GTK_WINDOW(toplevel), width, height);
+    gtk_window_move(GTK_WINDOW(toplevel), 0, 0);
+    overlay = gtk_overlay_new();
+    GtkWidget* content = gtk_drawing_area_new();
+    gtk_widget_add_events(content, GDK_BUTTON_PRESS_MASK);
+    g_signal_connect(content, "draw", G_CALLBACK(+[](GtkWidget*, cairo_t* cr, gpointer) {
+                       cairo_set_source_rgb(cr, 0, 0, 1);
+                       cairo_paint(cr);
+                       return FALSE;
+                     }),
+                     nullptr);
+    g_signal_connect(content, "button-press-event",
+                     G_CALLBACK(+[](GtkWidget*, GdkEvent*, gpointer clicks) {
+                       ++*static_cast<int*>(clicks);
+                       return TRUE;
+                     }),
+                     &clicks);
+    gtk_container_add(GTK_CONTAINER(overlay), content);
+    gtk_container_add(GTK_CONTAINER(toplevel), overlay);
+    gtk_widget_show_all(toplevel);
+  }
+  ~AppWindow() { gtk_widget_destroy(toplevel); }
+
+  GtkWidget* toplevel;
+  GtkWidget* overlay;
+  int clicks = 0;
+};
 
 class GtkHostTest : public testing::Test {
  protected:
   void SetUp() override {
     std::string whyNot;
     ASSERT_TRUE(platform::WebKitWebEngine::install(&whyNot)) << whyNot;
-    root = platform::ViewController::create();
-    window = platform::Window::create(Rect(0, 0, 300, 200));
-    window->setRootViewController(root);
-    window->makeKeyAndVisible();
   }
 
-  // The host's area on the screen: its top-left corner in screen coordinates.
+  // The host's top-left corner in screen coordinates.
   std::pair<int, int> origin() const {
     GtkWidget* area = host->widget();
     int x = 0, y = 0;
@@ -42,15 +135,22 @@ class GtkHostTest : public testing::Test {
     return {x + allocation.x, y + allocation.y};
   }
 
+  // What the screen shows of the host's window, in window points from (0, 0).
   test::Screenshot shot() const {
     auto [x, y] = origin();
-    const auto size = window->bounds().size;
-    return screen.grab(x, y, static_cast<int>(size.width), static_cast<int>(size.height));
+    const auto size = host->window()->bounds().size;
+    auto picture = screen.grab(x, y, static_cast<int>(size.width), static_cast<int>(size.height));
+    picture.x = picture.y = 0;
+    return picture;
   }
 
-  // Runs the loop until the window's pixel at (x, y) (window points) is `colour`.
+  bool waitUntil(const std::function<bool()>& condition) {
+    return test::runMainQueueUntil(condition, std::chrono::seconds(20));
+  }
+
+  // Runs the loop until the host shows `colour` at (x, y) in window points.
   bool waitForPixel(int x, int y, const Pixel& colour) {
-    return test::runMainQueueUntil([&] {
+    return waitUntil([&] {
       if (!gtk_widget_get_mapped(host->widget())) return false;
       auto [ox, oy] = origin();
       return screen.grab(ox + x, oy + y, 1, 1).at(ox + x, oy + y).near(colour);
@@ -62,24 +162,212 @@ class GtkHostTest : public testing::Test {
     screen.click(ox + x, oy + y);
   }
 
+  void clickWidget(GtkWidget* widget) {
+    int x = 0, y = 0;
+    gdk_window_get_origin(gtk_widget_get_window(widget), &x, &y);
+    GtkAllocation a;
+    gtk_widget_get_allocation(widget, &a);
+    screen.click(x + a.x + a.width / 2, y + a.y + a.height / 2);
+  }
+
+  std::shared_ptr<ZVBannerView> loadBanner(const Rect& frame, bool store) {
+    server.respond(test::kServadPath,
+                   {.body = bid(solidCreative("#00ff00", server.url("/landing")), store)});
+    auto banner = ZVBannerView::create(test::requestFor(server), ZVAdSize{320, 50});
+    banner->setFrame(frame);
+    delegate->bannerViewDidReceiveAd = [this](ZVBannerView&) { recorder.note("receive"); };
+    delegate->bannerViewWillPresentModal = [this](ZVBannerView&) { recorder.note("present"); };
+    delegate->bannerViewDidDismissModal = [this](ZVBannerView&) { recorder.note("dismiss"); };
+    banner->setDelegate(delegate);
+    host->rootViewController()->view()->addSubview(banner);
+    banner->loadAd();
+    return banner;
+  }
+
   test::XScreen screen;
-  std::shared_ptr<platform::ViewController> root;
-  std::shared_ptr<platform::Window> window;
+  test::LoopbackServer server;
+  test::Recorder recorder;
+  std::shared_ptr<ZVBannerViewDelegate> delegate = std::make_shared<ZVBannerViewDelegate>();
   std::unique_ptr<Host> host;
 };
 
-TEST_F(GtkHostTest, DrawsTheTreeWhereItIs) {
-  root->view()->setBackgroundColor(Color::blueColor());
-  auto red = platform::View::create(Rect(10, 20, 50, 40));
-  red->setBackgroundColor(Color::redColor());
-  root->view()->addSubview(red);
-  host = Host::createWindow(window, "test");
-  ASSERT_TRUE(waitForPixel(30, 40, kRed));
+TEST_F(GtkHostTest, DrawsTheTreeAndDeliversClicksToTheViewUnderThePointer) {
+  auto window = platform::Window::create(Rect(0, 0, 300, 200));
+  auto root = platform::ViewController::create();
+  window->setRootViewController(root);
+  auto content = root->view();
+  content->setBackgroundColor(Color::blueColor());
+  auto card = TouchCounter::create(Rect(10, 20, 100, 60));
+  card->setBackgroundColor(Color::redColor());
+  card->layer()->setBorderWidth(4);
+  card->layer()->setBorderColor(Color::greenColor());
+  card->setClipsToBounds(true);
+  // Cut at the card's edge: only its left 20 points show, and only they take clicks.
+  auto overhang = TouchCounter::create(Rect(80, 10, 60, 20));
+  overhang->setBackgroundColor(Color::whiteColor());
+  card->addSubview(overhang);
+  auto hidden = platform::View::create(Rect(150, 20, 50, 50));
+  hidden->setBackgroundColor(Color::greenColor());
+  hidden->setHidden(true);
+  auto button = platform::Button::buttonWithType(platform::ButtonType::Custom);
+  button->setFrame(Rect(150, 20, 50, 50));
+  button->setBackgroundColor(Color::darkGrayColor());
+  button->layer()->setCornerRadius(25);
+  button->setTitle("X", platform::kControlStateNormal);
+  int pressed = 0;
+  button->addTarget([&](platform::Button&) { ++pressed; }, platform::kControlEventTouchUpInside);
+  auto bar = platform::ProgressView::create();
+  bar->setFrame(Rect(0, 180, 300, 10));
+  bar->setProgressTintColor(Color::redColor());
+  bar->setTrackTintColor(Color::whiteColor());
+  bar->setProgress(0.25f);
+  for (const auto& view : std::vector<std::shared_ptr<platform::View>>{card, button, hidden, bar}) {
+    content->addSubview(view);
+  }
+  host = Host::createWindow(window, "tree");
+  ASSERT_TRUE(waitForPixel(50, 50, kRed));
+
   auto picture = shot();
-  picture.writePng("gtk-host-tree.png");
-  auto [ox, oy] = origin();
-  EXPECT_EQ(picture.count(kRed, ox, oy, 300, 200), 50 * 40);
-  EXPECT_TRUE(picture.at(ox + 5, oy + 5).near(kBlue));
+  EXPECT_TRUE(picture.at(5, 5).near(kBlue));
+  EXPECT_TRUE(picture.at(11, 21).near(kGreen)) << "the border runs inside the card's edge";
+  EXPECT_TRUE(picture.at(95, 35).near(kWhite)) << "the subview shows inside the card";
+  EXPECT_TRUE(picture.at(115, 35).near(kBlue)) << "and is cut at the card's edge";
+  EXPECT_TRUE(picture.at(152, 22).near(kBlue)) << "a round button's corner shows what is below";
+  EXPECT_TRUE(picture.at(155, 45).near(kDarkGray)) << "the hidden view above it draws nothing";
+  EXPECT_GT(picture.count(kWhite, 165, 30, 20, 30), 10) << "the button's title";
+  EXPECT_TRUE(picture.at(70, 185).near(kRed)) << "progress fills the first quarter";
+  EXPECT_TRUE(picture.at(80, 185).near(kWhite)) << "the track the rest";
+
+  // A redraw follows a change of the tree, with nothing else asked of the host.
+  card->setBackgroundColor(Color::colorWithRed(1, 1, 0, 1));
+  EXPECT_TRUE(waitForPixel(50, 50, kYellow));
+
+  // The hidden view takes no click: the button beneath it does. The overhang takes clicks only
+  // where its superview lets it show; past the card's edge the pointer finds the content.
+  click(175, 45);
+  click(95, 35);
+  click(120, 35);
+  click(50, 70);
+  ASSERT_TRUE(waitUntil([&] { return card->touches == 1; }));
+  EXPECT_EQ(pressed, 1);
+  EXPECT_EQ(overhang->touches, 1);
+}
+
+TEST_F(GtkHostTest, ABannerShowsItsCreativeInItsFrameAndOnlyThereAndClicksElsewhereReachTheApp) {
+  AppWindow app(400, 600);
+  host = Host::attach(GTK_CONTAINER(app.overlay));
+  ASSERT_TRUE(waitUntil([&] { return host->window()->bounds().size.width == 400; }));
+  auto banner = loadBanner(Rect(40, 550, 320, 50), /*store=*/true);
+  ASSERT_TRUE(waitUntil([&] { return recorder.count("receive") == 1; }));
+  ASSERT_TRUE(waitForPixel(200, 575, kGreen));
+
+  auto picture = shot();
+  picture.writePng("gtk-banner.png");
+  EXPECT_EQ(picture.count(kGreen, 40, 550, 320, 50), 320 * 50);
+  EXPECT_EQ(picture.count(kGreen, 0, 0, 400, 600), 320 * 50) << "green only in the banner";
+  EXPECT_EQ(picture.count(kBlue, 0, 0, 400, 550), 400 * 550) << "the app's content above it";
+
+  // Outside the ad the pointer reaches the app's own widget; the SDK hears nothing.
+  click(200, 300);
+  ASSERT_TRUE(waitUntil([&] { return app.clicks == 1; }));
+
+  // A click on the page's link opens the store sheet (the bid names an App Store product).
+  click(200, 575);
+  ASSERT_TRUE(waitUntil([&] { return recorder.count("present") == 1; }));
+  GtkWidget* close = nullptr;
+  ASSERT_TRUE(waitUntil([&] {
+    close = findButton(host->widget(), "Close");
+    return close && gtk_widget_get_mapped(close);
+  }));
+  ASSERT_TRUE(waitForPixel(200, 300, kWhite)) << "the sheet covers the window";
+  shot().writePng("gtk-store-sheet.png");
+  EXPECT_EQ(app.clicks, 1);
+  clickWidget(close);
+  ASSERT_TRUE(waitUntil([&] { return recorder.count("dismiss") == 1; }));
+  ASSERT_TRUE(waitForPixel(200, 300, kBlue)) << "the app is back";
+  EXPECT_TRUE(waitForPixel(200, 575, kGreen)) << "and the banner";
+  EXPECT_EQ(recorder.names(), (std::vector<std::string>{"receive", "present", "dismiss"}));
+}
+
+TEST_F(GtkHostTest, APlainBidsLinkOpensTheBrowserOnALivePageWithADoneButton) {
+  server.respond("/landing", {.body = "<body style='margin:0;background:#ffff00'></body>",
+                              .contentType = "text/html"});
+  AppWindow app(400, 600);
+  host = Host::attach(GTK_CONTAINER(app.overlay));
+  auto banner = loadBanner(Rect(40, 550, 320, 50), /*store=*/false);
+  ASSERT_TRUE(waitForPixel(200, 575, kGreen));
+  click(200, 575);
+  ASSERT_TRUE(waitForPixel(200, 300, kYellow)) << "the browser shows the landing page";
+  GtkWidget* done = findButton(host->widget(), "Done");
+  ASSERT_NE(done, nullptr);
+  clickWidget(done);
+  ASSERT_TRUE(waitUntil([&] { return recorder.count("dismiss") == 1; }));
+  EXPECT_TRUE(waitForPixel(200, 300, kBlue));
+}
+
+TEST_F(GtkHostTest, BrowserAddressesGoToTheAppsHandlerWhenItAsks) {
+  AppWindow app(400, 600);
+  std::vector<std::string> handed;
+  host = Host::attach(GTK_CONTAINER(app.overlay),
+                      HostOptions{[&](const std::string& url) { handed.push_back(url); }});
+  auto banner = loadBanner(Rect(40, 550, 320, 50), /*store=*/false);
+  ASSERT_TRUE(waitForPixel(200, 575, kGreen));
+  click(200, 575);
+  ASSERT_TRUE(waitUntil([&] { return recorder.count("dismiss") == 1; }));
+  EXPECT_EQ(handed, std::vector<std::string>{server.url("/landing")});
+  EXPECT_EQ(recorder.names(), (std::vector<std::string>{"receive", "present", "dismiss"}));
+}
+
+TEST_F(GtkHostTest, AnInterstitialCoversTheWindowFollowsItsSizeAndItsXTakesItDown) {
+  AppWindow app(400, 600);
+  host = Host::attach(GTK_CONTAINER(app.overlay));
+  server.respond(test::kServadPath,
+                 {.body = bid(solidCreative("#ff0000", server.url("/landing")), false)});
+  auto interstitial = ZVInterstitialAd::create(test::requestFor(server));
+  auto listener = std::make_shared<ZVInterstitialAdDelegate>();
+  listener->interstitialDidReceiveAd = [&](ZVInterstitialAd&) { recorder.note("receive"); };
+  listener->interstitialWillPresentAd = [&](ZVInterstitialAd&) { recorder.note("present"); };
+  listener->interstitialDidDismissAd = [&](ZVInterstitialAd&) { recorder.note("dismiss"); };
+  interstitial->setDelegate(listener);
+  interstitial->loadAd();
+  ASSERT_TRUE(waitUntil([&] { return recorder.count("receive") == 1; }));
+  interstitial->showFromViewController(host->rootViewController());
+  ASSERT_TRUE(waitForPixel(200, 300, kRed));
+  ASSERT_TRUE(waitForPixel(400 - 10 - 30, 10 + 16, kDarkGray));
+
+  auto picture = shot();
+  picture.writePng("gtk-interstitial.png");
+  EXPECT_GT(picture.count(kRed, 0, 0, 400, 600), 400 * 600 - 32 * 32) << "the ad covers it all";
+  // The close button: 32 x 32, 10 points from the top and the right edge, above the page.
+  EXPECT_GT(picture.count(kDarkGray, 358, 10, 32, 32), 32 * 32 / 2);
+  EXPECT_GT(picture.count(kWhite, 358, 10, 32, 32), 10) << "its X";
+  EXPECT_TRUE(picture.at(356, 26).near(kRed));
+  EXPECT_TRUE(picture.at(374, 44).near(kRed));
+
+  gtk_window_resize(GTK_WINDOW(app.toplevel), 500, 700);
+  ASSERT_TRUE(waitForPixel(500 - 10 - 30, 10 + 16, kDarkGray)) << "the X follows the corner";
+  ASSERT_TRUE(waitForPixel(480, 680, kRed)) << "the ad the window";
+
+  click(500 - 10 - 16, 10 + 16);
+  ASSERT_TRUE(waitForPixel(250, 350, kBlue)) << "the app is back";
+  EXPECT_EQ(app.clicks, 0);
+  // Closing with the X is not reported to the app, and the interstitial stays shown.
+  EXPECT_EQ(recorder.names(), (std::vector<std::string>{"receive", "present"}));
+  EXPECT_EQ(interstitial->state(), 3);
+  EXPECT_EQ(host->rootViewController()->presentedViewController(), nullptr);
+}
+
+TEST_F(GtkHostTest, ResizingKeepsTheBannerWhereTheAppPlacedIt) {
+  AppWindow app(400, 600);
+  host = Host::attach(GTK_CONTAINER(app.overlay));
+  auto banner = loadBanner(Rect(40, 550, 320, 50), /*store=*/false);
+  ASSERT_TRUE(waitForPixel(200, 575, kGreen));
+  gtk_window_resize(GTK_WINDOW(app.toplevel), 600, 700);
+  ASSERT_TRUE(waitUntil([&] { return host->window()->bounds().size.height == 700; }));
+  ASSERT_TRUE(waitForPixel(590, 690, kBlue));
+  auto picture = shot();
+  EXPECT_EQ(picture.count(kGreen, 40, 550, 320, 50), 320 * 50);
+  EXPECT_EQ(picture.count(kGreen, 0, 0, 600, 700), 320 * 50);
 }
 
 }  // namespace

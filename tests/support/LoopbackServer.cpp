@@ -57,6 +57,9 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
   server_->new_task_queue = [] { return new httplib::ThreadPool(64); };
   // One request per connection: an idle keep-alive connection would hold up stop() for seconds.
   server_->set_keep_alive_max_count(1);
+  // A connection opened ahead of a request that never comes (WebKit pre-connects to a page's
+  // links) holds stop() until it times out: one second, not httplib's five.
+  server_->set_keep_alive_timeout(1);
   server_->set_payload_max_length(std::size_t{256} << 20);
   server_->Get(".*", handler);
   server_->Post(".*", handler);

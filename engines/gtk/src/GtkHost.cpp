@@ -69,6 +69,11 @@ struct Host::State {
   HostOptions options;
   GtkWidget* toplevel = nullptr;  // made by createWindow, destroyed with the host
   GtkWidget* area = nullptr;
+  /// The area is an overlay over the app's content: the window GtkOverlay made for it takes the
+  /// pointer only where the tree shows something.
+  bool overlay = false;
+  /// The area's widget was destroyed by the app (with its window): nothing is left to update.
+  bool gone = false;
   guint tick = 0;
   bool syncing = false;
   std::vector<DrawLayer> layers;
@@ -90,6 +95,7 @@ struct Host::State {
   void handOverBrowser(const NativeItem& item);
   bool press(double x, double y);
   bool releaseAt(double x, double y);
+  void takeDown();
 
   static gboolean onTick(GtkWidget*, GdkFrameClock*, gpointer data) {
     auto* self = static_cast<State*>(data);
@@ -106,6 +112,9 @@ struct Host::State {
     self->scheduleSync();
   }
   static void onMap(GtkWidget*, gpointer data) { static_cast<State*>(data)->scheduleSync(); }
+  // The app destroys its window (or the container) before the host: pages go back to their
+  // engines before GTK destroys the area's children with them.
+  static void onDestroy(GtkWidget*, gpointer data) { static_cast<State*>(data)->takeDown(); }
   static gboolean onDraw(GtkWidget* widget, cairo_t* cr, gpointer data) {
     auto* self = static_cast<State*>(data);
     for (const auto& layer : self->layers) {
@@ -208,6 +217,7 @@ void Host::State::place(std::vector<SceneItem> items) {
   std::size_t layerIndex = 0;
   std::vector<GtkWidget*> order;
   std::set<const platform::View*> shown;
+  cairo_region_t* everything = cairo_region_create();
   std::vector<DrawOp> run;
   auto flush = [&] {
     // A run between two native widgets needs no widget when it is empty; the bottom layer is
@@ -223,6 +233,7 @@ void Host::State::place(std::vector<SceneItem> items) {
       cairo_region_union_rectangle(input, &r);
     }
     gtk_widget_input_shape_combine_region(layer.widget, input);
+    cairo_region_union(everything, input);
     cairo_region_destroy(input);
     placementBoxPlace(area, layer.widget, 0, 0, allocation.width, allocation.height);
     gtk_widget_queue_draw(layer.widget);
@@ -244,6 +255,7 @@ void Host::State::place(std::vector<SceneItem> items) {
     const GdkRectangle clip = pixelRect(nativeItem.clip);
     const GdkRectangle frame = pixelRect(nativeItem.frame);
     placementBoxPlace(area, native.clipBox, clip.x, clip.y, clip.width, clip.height);
+    cairo_region_union_rectangle(everything, &clip);
     const GdkRectangle at{frame.x - clip.x, frame.y - clip.y, frame.width, frame.height};
     if (gtk_widget_get_parent(native.content) != native.clipBox) {
       reparent(native.content, native.clipBox, at);
@@ -268,6 +280,13 @@ void Host::State::place(std::vector<SceneItem> items) {
     release(it->second);
     it = natives.erase(it);
   }
+  // Over the app's content, the overlay's window for the area takes the pointer only where the
+  // tree shows something; the rest falls through to the app. (GtkOverlay's pass-through would
+  // lose clicks meant for widgets nested two windows deep, such as a page in its clip box.)
+  if (overlay && gtk_widget_get_realized(area)) {
+    gdk_window_input_shape_combine_region(gtk_widget_get_window(area), everything, 0, 0);
+  }
+  cairo_region_destroy(everything);
   if (order != stacking || !gtk_widget_get_mapped(area)) {
     stacking = order;
     restack();
@@ -312,6 +331,19 @@ bool Host::State::releaseAt(double x, double y) {
   return true;
 }
 
+void Host::State::takeDown() {
+  if (gone) return;
+  gone = true;
+  window->setNeedsDisplayHandler(nullptr);
+  if (tick) gtk_widget_remove_tick_callback(area, tick);
+  tick = 0;
+  for (auto& [view, native] : natives) release(native);
+  natives.clear();
+  for (auto& layer : layers) g_signal_handlers_disconnect_by_data(layer.widget, this);
+  layers.clear();
+  g_signal_handlers_disconnect_by_data(area, this);
+}
+
 Host::Host(std::unique_ptr<State> state) : state_(std::move(state)) {
   State* s = state_.get();
   s->area = placementBoxNew(false);
@@ -320,18 +352,14 @@ Host::Host(std::unique_ptr<State> state) : state_(std::move(state)) {
   gtk_widget_set_vexpand(s->area, TRUE);
   g_signal_connect(s->area, "size-allocate", G_CALLBACK(State::onAllocate), s);
   g_signal_connect(s->area, "map", G_CALLBACK(State::onMap), s);
+  g_signal_connect(s->area, "destroy", G_CALLBACK(State::onDestroy), s);
   s->window->setNeedsDisplayHandler([s] { s->scheduleSync(); });
   gtk_widget_show(s->area);
 }
 
 Host::~Host() {
   State* s = state_.get();
-  s->window->setNeedsDisplayHandler(nullptr);
-  if (s->tick) gtk_widget_remove_tick_callback(s->area, s->tick);
-  g_signal_handlers_disconnect_by_data(s->area, s);
-  for (auto& [view, native] : s->natives) s->release(native);
-  s->natives.clear();
-  for (auto& layer : s->layers) g_signal_handlers_disconnect_by_data(layer.widget, s);
+  s->takeDown();
   gtk_widget_destroy(s->area);
   g_object_unref(s->area);
   if (s->toplevel) gtk_widget_destroy(s->toplevel);
@@ -362,8 +390,8 @@ std::unique_ptr<Host> Host::attach(std::shared_ptr<platform::Window> window,
   std::unique_ptr<Host> host(new Host(std::move(state)));
   GtkWidget* area = host->state_->area;
   if (GTK_IS_OVERLAY(container)) {
+    host->state_->overlay = true;
     gtk_overlay_add_overlay(GTK_OVERLAY(container), area);
-    gtk_overlay_set_overlay_pass_through(GTK_OVERLAY(container), area, TRUE);
   } else {
     gtk_container_add(container, area);
   }

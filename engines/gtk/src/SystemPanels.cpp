@@ -80,7 +80,7 @@ std::unique_ptr<SystemPanel> SystemPanel::storeSheet(
   panel->details_ = gtk_label_new("");
   gtk_label_set_selectable(GTK_LABEL(panel->details_), TRUE);
   gtk_label_set_line_wrap(GTK_LABEL(panel->details_), TRUE);
-  gtk_widget_set_halign(panel->details_, GTK_ALIGN_START);
+  gtk_label_set_xalign(GTK_LABEL(panel->details_), 0);
   gtk_widget_set_margin_start(panel->details_, 16);
   gtk_widget_set_margin_end(panel->details_, 16);
   gtk_box_pack_start(GTK_BOX(box), panel->details_, FALSE, FALSE, 0);

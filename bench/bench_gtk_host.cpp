@@ -1,0 +1,118 @@
+// The on-screen host's cost. One frame of a banner: the tree flattened and painted with cairo
+// (what the host does when the tree has changed) beside a bare cairo fill of the same area. And
+// what a banner that does not change costs the app's process while it stays on screen: the CPU
+// time over 10 s of a running GTK loop, which should be about nothing (no redraw loop).
+// Needs a display: `xvfb-run -a build/default/bench/bench_gtk_host`.
+#include <benchmark/benchmark.h>
+#include <gtk/gtk.h>
+#include <zorva/platform/Button.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/ProgressView.h>
+#include <zorva/platform/ViewController.h>
+#include <zorva/platform/Window.h>
+
+#include <chrono>
+#include <ctime>
+
+#include "../engines/gtk/src/Scene.h"
+#include "support/Ratio.h"
+#include "zorva/engines/GtkHost.h"
+#include "zorva/engines/WebKitWebEngine.h"
+
+namespace {
+
+using zorva::platform::Color;
+using zorva::platform::Rect;
+
+const bool kRatio = zorva::bench::reportRatio("BM_BannerFrame", "BM_CairoFillBaseline");
+
+// A 375 x 812 screen with a 320 x 50 banner of drawn parts at its foot: a background, a
+// rounded button with its title and a progress bar (what a video banner draws besides its video).
+std::shared_ptr<zorva::platform::Window> bannerWindow() {
+  auto window = zorva::platform::Window::create(Rect(0, 0, 375, 812));
+  auto root = zorva::platform::ViewController::create();
+  window->setRootViewController(root);
+  auto banner = zorva::platform::View::create(Rect(27, 762, 320, 50));
+  banner->setBackgroundColor(Color::colorWithRed(0.1, 0.6, 0.2, 1));
+  auto close = zorva::platform::Button::buttonWithType(zorva::platform::ButtonType::Custom);
+  close->setFrame(Rect(284, 4, 32, 32));
+  close->setTitle("X", zorva::platform::kControlStateNormal);
+  close->setBackgroundColor(Color::darkGrayColor());
+  close->layer()->setCornerRadius(15);
+  auto bar = zorva::platform::ProgressView::create();
+  bar->setFrame(Rect(0, 48, 320, 4));
+  bar->setProgress(0.4f);
+  banner->addSubview(close);
+  banner->addSubview(bar);
+  root->view()->addSubview(banner);
+  return window;
+}
+
+cairo_surface_t* windowSurface() {
+  return cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 375, 812);
+}
+
+void BM_BannerFrame(benchmark::State& state) {
+  auto window = bannerWindow();
+  cairo_surface_t* surface = windowSurface();
+  cairo_t* cr = cairo_create(surface);
+  for (auto _ : state) {
+    auto scene = zorva::gtk::buildScene(*window);
+    std::vector<zorva::gtk::DrawOp> ops;
+    for (auto& item : scene) {
+      if (auto* op = std::get_if<zorva::gtk::DrawOp>(&item)) ops.push_back(std::move(*op));
+    }
+    zorva::gtk::paint(cr, ops);
+    cairo_surface_flush(surface);
+  }
+  cairo_destroy(cr);
+  cairo_surface_destroy(surface);
+}
+BENCHMARK(BM_BannerFrame);
+
+void BM_CairoFillBaseline(benchmark::State& state) {
+  cairo_surface_t* surface = windowSurface();
+  cairo_t* cr = cairo_create(surface);
+  for (auto _ : state) {
+    cairo_rectangle(cr, 27, 762, 320, 50);
+    cairo_set_source_rgb(cr, 0.1, 0.6, 0.2);
+    cairo_fill(cr);
+    cairo_surface_flush(surface);
+  }
+  cairo_destroy(cr);
+  cairo_surface_destroy(surface);
+}
+BENCHMARK(BM_CairoFillBaseline);
+
+double processCpuSeconds() {
+  timespec t{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
+}
+
+// A static banner on screen for 10 s of a running loop: the process's CPU time over that span,
+// as a share of one core.
+void BM_StaticBannerCpuOver10s(benchmark::State& state) {
+  std::string whyNot;
+  if (!zorva::platform::WebKitWebEngine::install(&whyNot)) {
+    state.SkipWithError(whyNot.c_str());
+    return;
+  }
+  auto window = bannerWindow();
+  auto host = zorva::gtk::Host::createWindow(window, "bench");
+  auto& queue = zorva::platform::MainQueue::shared();
+  // Up on the screen and drawn once before the span begins.
+  queue.runUntil([&] { return gtk_widget_get_mapped(host->widget()) != FALSE; },
+                 std::chrono::seconds(5));
+  queue.runUntil([] { return false; }, std::chrono::milliseconds(500));
+  double share = 0;
+  for (auto _ : state) {
+    const double before = processCpuSeconds();
+    queue.runUntil([] { return false; }, std::chrono::seconds(10));
+    share = (processCpuSeconds() - before) / 10.0;
+  }
+  state.counters["cpu_share_of_one_core"] = share;
+}
+BENCHMARK(BM_StaticBannerCpuOver10s)->Iterations(1)->Unit(benchmark::kSecond);
+
+}  // namespace

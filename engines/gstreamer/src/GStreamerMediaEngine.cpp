@@ -1,8 +1,11 @@
 #include "zorva/engines/GStreamerMediaEngine.h"
 
 #include <gst/gst.h>
+#include <gst/video/video.h>
 
 #include <algorithm>
+#include <atomic>
+#include <mutex>
 
 #include "zorva/engines/GLibMainLoopBridge.h"
 #include "zorva/platform/MainQueue.h"
@@ -32,9 +35,117 @@ GstElement* makeSink(const char* name) {
   return sink;
 }
 
+std::atomic<bool> playsSound{false};
+
+// The system's audio output when it has one, else the discarding sink: autoaudiosink settles on
+// a real device when it reaches READY, and on a fake sink of its own when none answers.
+GstElement* makeAudioSink() {
+  if (!playsSound) return makeSink("zorva-audio-sink");
+  GstElement* output = gst_element_factory_make("autoaudiosink", "zorva-audio-sink");
+  if (output && gst_element_set_state(output, GST_STATE_READY) != GST_STATE_CHANGE_FAILURE) {
+    bool device = false;
+    GstIterator* children = gst_bin_iterate_sinks(GST_BIN(output));
+    GValue child = G_VALUE_INIT;
+    while (gst_iterator_next(children, &child) == GST_ITERATOR_OK) {
+      GstElementFactory* factory = gst_element_get_factory(GST_ELEMENT(g_value_get_object(&child)));
+      const char* name = factory ? gst_plugin_feature_get_name(factory) : "";
+      device = device || std::string(name).rfind("fake", 0) != 0;
+      g_value_reset(&child);
+    }
+    g_value_unset(&child);
+    gst_iterator_free(children);
+    if (device) return GST_ELEMENT(gst_object_ref_sink(output));
+    gst_element_set_state(output, GST_STATE_NULL);
+  }
+  if (output) gst_object_unref(gst_object_ref_sink(output));
+  return makeSink("zorva-audio-sink");
+}
+
 bool isNetworkScheme(const std::string& scheme) { return scheme == "http" || scheme == "https"; }
 
 }  // namespace
+
+/// What the streaming thread and the main thread share about the frames on a screen.
+struct VideoFrames::Shared {
+  ~Shared() {
+    if (converter) gst_video_converter_free(converter);
+    if (back) gst_buffer_unref(back);
+    if (front) gst_buffer_unref(front);
+  }
+
+  // Streaming thread only: the incoming format and its converter to 32-bit RGB.
+  GstVideoInfo incoming{};
+  GstVideoConverter* converter = nullptr;
+
+  mutable std::mutex mutex;
+  // Under `mutex`: the frame drawn from (front) and its format; the frame being converted into
+  // (back) is the streaming thread's alone.
+  GstVideoInfo outgoing{};
+  GstBuffer* front = nullptr;
+  GstBuffer* back = nullptr;
+  std::function<void()> frameArrived;
+
+  std::atomic<std::uint64_t> received{0};
+  std::atomic<bool> arrivalPosted{false};
+
+  // The video sink's "handoff": one rendered frame, on the streaming thread.
+  void take(GstBuffer* buffer, GstPad* pad) {
+    GstCaps* caps = gst_pad_get_current_caps(pad);
+    GstVideoInfo info;
+    const bool known = caps && gst_video_info_from_caps(&info, caps);
+    if (caps) gst_caps_unref(caps);
+    if (!known) return;
+    if (!converter || !gst_video_info_is_equal(&info, &incoming)) {
+      if (converter) gst_video_converter_free(converter);
+      incoming = info;
+      GstVideoInfo rgb;
+      gst_video_info_set_format(&rgb, GST_VIDEO_FORMAT_BGRx, GST_VIDEO_INFO_WIDTH(&info),
+                                GST_VIDEO_INFO_HEIGHT(&info));
+      // Only the format changes: the converter wants the rest alike.
+      GST_VIDEO_INFO_FPS_N(&rgb) = GST_VIDEO_INFO_FPS_N(&info);
+      GST_VIDEO_INFO_FPS_D(&rgb) = GST_VIDEO_INFO_FPS_D(&info);
+      GST_VIDEO_INFO_PAR_N(&rgb) = GST_VIDEO_INFO_PAR_N(&info);
+      GST_VIDEO_INFO_PAR_D(&rgb) = GST_VIDEO_INFO_PAR_D(&info);
+      converter = gst_video_converter_new(&incoming, &rgb, nullptr);
+      std::lock_guard lock(mutex);
+      outgoing = rgb;
+      if (back) gst_buffer_unref(back);
+      if (front) gst_buffer_unref(front);
+      back = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(&rgb), nullptr);
+      front = nullptr;
+    }
+    GstVideoFrame in, out;
+    if (!converter || !gst_video_frame_map(&in, &incoming, buffer, GST_MAP_READ)) return;
+    if (!gst_video_frame_map(&out, &outgoing, back, GST_MAP_WRITE)) {
+      gst_video_frame_unmap(&in);
+      return;
+    }
+    gst_video_converter_frame(converter, &in, &out);
+    gst_video_frame_unmap(&out);
+    gst_video_frame_unmap(&in);
+    {
+      std::lock_guard lock(mutex);
+      std::swap(front, back);
+      if (!back) back = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(&outgoing), nullptr);
+    }
+    ++received;
+  }
+};
+
+bool VideoFrames::withLatestFrame(
+    const std::function<void(const unsigned char*, int, int, int)>& draw) const {
+  std::lock_guard lock(shared_->mutex);
+  if (!shared_->front) return false;
+  GstVideoFrame frame;
+  if (!gst_video_frame_map(&frame, &shared_->outgoing, shared_->front, GST_MAP_READ)) return false;
+  draw(static_cast<const unsigned char*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, 0)),
+       GST_VIDEO_FRAME_WIDTH(&frame), GST_VIDEO_FRAME_HEIGHT(&frame),
+       GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0));
+  gst_video_frame_unmap(&frame);
+  return true;
+}
+
+std::uint64_t VideoFrames::framesReceived() const { return shared_->received.load(); }
 
 bool GStreamerMediaEngine::install(std::string* whyNot) {
   GError* error = nullptr;
@@ -58,6 +169,8 @@ bool GStreamerMediaEngine::install(std::string* whyNot) {
       });
   return true;
 }
+
+void GStreamerMediaEngine::setPlaysSound(bool plays) { playsSound = plays; }
 
 std::shared_ptr<GStreamerMediaEngine> GStreamerMediaEngine::create(
     std::weak_ptr<MediaEngineClient> client) {
@@ -88,7 +201,8 @@ void GStreamerMediaEngine::load(const URL& url) {
   if (pipeline_ || failed_) return;
   pipeline_ = gst_element_factory_make("playbin", nullptr);
   videoSink_ = makeSink("zorva-video-sink");
-  audioSink_ = makeSink("zorva-audio-sink");
+  audioSink_ = makeAudioSink();
+  if (videoSink_ && frames_) connectFrames();
   if (!pipeline_ || !videoSink_ || !audioSink_) {
     if (pipeline_) gst_object_unref(gst_object_ref_sink(pipeline_));
     pipeline_ = nullptr;
@@ -127,6 +241,52 @@ void GStreamerMediaEngine::load(const URL& url) {
       }
     });
   }
+}
+
+std::shared_ptr<VideoFrames> GStreamerMediaEngine::showVideo(std::function<void()> frameArrived) {
+  const bool first = !frames_;
+  if (first) frames_ = std::make_shared<VideoFrames::Shared>();
+  {
+    std::lock_guard lock(frames_->mutex);
+    frames_->frameArrived = std::move(frameArrived);
+  }
+  if (videoSink_) connectFrames();
+  return std::shared_ptr<VideoFrames>(new VideoFrames(frames_));
+}
+
+void GStreamerMediaEngine::hideVideo() {
+  if (!frames_) return;
+  if (videoSink_) g_object_set(videoSink_, "signal-handoffs", FALSE, nullptr);
+  std::lock_guard lock(frames_->mutex);
+  frames_->frameArrived = nullptr;
+}
+
+void GStreamerMediaEngine::connectFrames() {
+  using Frames = std::shared_ptr<VideoFrames::Shared>;
+  static const auto handoff = +[](GstElement*, GstBuffer* buffer, GstPad* pad, gpointer data) {
+    const Frames& frames = *static_cast<Frames*>(data);
+    frames->take(buffer, pad);
+    // One arrival at a time waits for the main thread; the frames stay shared with it.
+    if (frames->arrivalPosted.exchange(true)) return;
+    MainQueue::shared().post([weak = std::weak_ptr(frames)] {
+      auto f = weak.lock();
+      if (!f) return;
+      f->arrivalPosted = false;
+      std::function<void()> arrived;
+      {
+        std::lock_guard lock(f->mutex);
+        arrived = f->frameArrived;
+      }
+      if (arrived) arrived();
+    });
+  };
+  if (!connectedFrames_) {
+    connectedFrames_ = true;
+    g_signal_connect_data(
+        videoSink_, "handoff", G_CALLBACK(handoff), new Frames(frames_),
+        [](gpointer data, GClosure*) { delete static_cast<Frames*>(data); }, GConnectFlags(0));
+  }
+  g_object_set(videoSink_, "signal-handoffs", TRUE, nullptr);
 }
 
 void GStreamerMediaEngine::play() {

@@ -13,6 +13,7 @@
 #include "SystemPanels.h"
 #include "zorva/engines/WebKitWebEngine.h"
 #include "zorva/platform/MainQueue.h"
+#include "zorva/platform/PlayerItem.h"
 #include "zorva/platform/SafariViewController.h"
 #include "zorva/platform/StoreProductViewController.h"
 #include "zorva/platform/ViewController.h"
@@ -52,6 +53,14 @@ struct DrawLayer {
   std::vector<DrawOp> ops;
 };
 
+/// A video layer on the screen: its engine's frames, and where a new frame must be redrawn.
+struct VideoFeed {
+  std::weak_ptr<platform::GStreamerMediaEngine> engine;
+  std::shared_ptr<platform::VideoFrames> frames;
+  GtkWidget* layer = nullptr;
+  GdkRectangle area{};
+};
+
 /// A view shown by a widget of its own, inside a windowed box that cuts it at its clip.
 struct NativeWidget {
   NativeItem::Kind kind;
@@ -78,6 +87,8 @@ struct Host::State {
   bool syncing = false;
   std::vector<DrawLayer> layers;
   std::map<const platform::View*, NativeWidget> natives;
+  std::map<const platform::PlayerLayer*, VideoFeed> videos;
+  std::set<const platform::PlayerLayer*> shownVideos;
   /// The stacking order applied last, bottom first.
   std::vector<GtkWidget*> stacking;
   /// Where a press landed; the touch ends there.
@@ -92,6 +103,8 @@ struct Host::State {
   NativeWidget& nativeFor(const NativeItem& item);
   void release(NativeWidget& native);
   void restack();
+  void showVideo(DrawOp& op, GtkWidget* layer);
+  void videoFrameArrived(const platform::PlayerLayer* key);
   void handOverBrowser(const NativeItem& item);
   bool press(double x, double y);
   bool releaseAt(double x, double y);
@@ -217,6 +230,7 @@ void Host::State::place(std::vector<SceneItem> items) {
   std::size_t layerIndex = 0;
   std::vector<GtkWidget*> order;
   std::set<const platform::View*> shown;
+  shownVideos.clear();
   cairo_region_t* everything = cairo_region_create();
   std::vector<DrawOp> run;
   auto flush = [&] {
@@ -226,6 +240,9 @@ void Host::State::place(std::vector<SceneItem> items) {
     DrawLayer& layer = layerAt(layerIndex++);
     layer.ops = std::move(run);
     run.clear();
+    for (auto& op : layer.ops) {
+      if (op.kind == DrawOp::Kind::Video) showVideo(op, layer.widget);
+    }
     cairo_region_t* input = cairo_region_create();
     for (const auto& op : layer.ops) {
       if (!op.takesPointer) continue;
@@ -272,6 +289,14 @@ void Host::State::place(std::vector<SceneItem> items) {
     gtk_widget_destroy(layers.back().widget);
     layers.pop_back();
   }
+  for (auto it = videos.begin(); it != videos.end();) {
+    if (shownVideos.count(it->first)) {
+      ++it;
+      continue;
+    }
+    if (auto engine = it->second.engine.lock()) engine->hideVideo();
+    it = videos.erase(it);
+  }
   for (auto it = natives.begin(); it != natives.end();) {
     if (shown.count(it->first)) {
       ++it;
@@ -291,6 +316,31 @@ void Host::State::place(std::vector<SceneItem> items) {
     stacking = order;
     restack();
   }
+}
+
+void Host::State::showVideo(DrawOp& op, GtkWidget* layer) {
+  auto video = op.video.lock();
+  const auto& item = video && video->player() ? video->player()->currentItem() : nullptr;
+  auto engine =
+      item ? std::dynamic_pointer_cast<platform::GStreamerMediaEngine>(item->engine()) : nullptr;
+  if (!engine) return;  // a headless engine has no frames
+  const platform::PlayerLayer* key = video.get();
+  VideoFeed& feed = videos[key];
+  if (!feed.frames) {
+    feed.engine = engine;
+    feed.frames = engine->showVideo([this, key] { videoFrameArrived(key); });
+  }
+  feed.layer = layer;
+  feed.area = pixelRect(intersect(op.rect, op.clip));
+  op.frames = feed.frames;
+  shownVideos.insert(key);
+}
+
+void Host::State::videoFrameArrived(const platform::PlayerLayer* key) {
+  auto it = videos.find(key);
+  if (it == videos.end()) return;
+  const GdkRectangle& r = it->second.area;
+  gtk_widget_queue_draw_area(it->second.layer, r.x, r.y, r.width, r.height);
 }
 
 void Host::State::restack() {
@@ -339,6 +389,10 @@ void Host::State::takeDown() {
   tick = 0;
   for (auto& [view, native] : natives) release(native);
   natives.clear();
+  for (auto& [key, feed] : videos) {
+    if (auto engine = feed.engine.lock()) engine->hideVideo();
+  }
+  videos.clear();
   for (auto& layer : layers) g_signal_handlers_disconnect_by_data(layer.widget, this);
   layers.clear();
   g_signal_handlers_disconnect_by_data(area, this);
@@ -346,6 +400,8 @@ void Host::State::takeDown() {
 
 Host::Host(std::unique_ptr<State> state) : state_(std::move(state)) {
   State* s = state_.get();
+  // Videos on a screen are heard too, where the system has an audio output.
+  platform::GStreamerMediaEngine::setPlaysSound(true);
   s->area = placementBoxNew(false);
   g_object_ref_sink(s->area);
   gtk_widget_set_hexpand(s->area, TRUE);

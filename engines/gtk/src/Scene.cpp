@@ -69,6 +69,7 @@ class SceneBuilder {
         DrawOp op = base(DrawOp::Kind::Video, offset(video->frame(), frame.origin), inner,
                          opacity * video->opacity());
         op.video = video;
+        op.gravity = video->videoGravity();
         op.takesPointer = true;
         items_.emplace_back(std::move(op));
       }
@@ -181,6 +182,28 @@ void paintTitle(cairo_t* cr, const DrawOp& op) {
   g_object_unref(layout);
 }
 
+// The latest frame in the layer's rectangle, scaled as its gravity says: fitted inside with
+// what is below showing in the bars, filling it with the overflow cut off, or stretched.
+void paintVideo(cairo_t* cr, const DrawOp& op) {
+  op.frames->withLatestFrame([&](const unsigned char* pixels, int width, int height, int stride) {
+    cairo_surface_t* frame = cairo_image_surface_create_for_data(
+        const_cast<unsigned char*>(pixels), CAIRO_FORMAT_RGB24, width, height, stride);
+    const Rect& r = op.rect;
+    double sx = r.size.width / width, sy = r.size.height / height;
+    if (op.gravity == platform::LayerVideoGravity::ResizeAspect) sx = sy = std::min(sx, sy);
+    if (op.gravity == platform::LayerVideoGravity::ResizeAspectFill) sx = sy = std::max(sx, sy);
+    cairo_rectangle(cr, r.origin.x, r.origin.y, r.size.width, r.size.height);
+    cairo_clip(cr);
+    cairo_translate(cr, r.origin.x + (r.size.width - width * sx) / 2,
+                    r.origin.y + (r.size.height - height * sy) / 2);
+    cairo_scale(cr, sx, sy);
+    cairo_set_source_surface(cr, frame, 0, 0);
+    cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_GOOD);
+    cairo_paint_with_alpha(cr, op.alpha);
+    cairo_surface_destroy(frame);
+  });
+}
+
 }  // namespace
 
 Rect intersect(const Rect& a, const Rect& b) {
@@ -235,6 +258,7 @@ void paint(cairo_t* cr, const std::vector<DrawOp>& ops) {
         break;
       }
       case DrawOp::Kind::Video:
+        if (op.frames) paintVideo(cr, op);
         break;
     }
     cairo_restore(cr);

@@ -8,6 +8,7 @@
 #include <variant>
 #include <vector>
 
+#include "zorva/engines/GStreamerMediaEngine.h"
 #include "zorva/platform/Color.h"
 #include "zorva/platform/Geometry.h"
 #include "zorva/platform/PlayerLayer.h"
@@ -36,6 +37,9 @@ struct DrawOp {
   platform::Color track;
   std::string text;
   std::weak_ptr<platform::PlayerLayer> video;
+  platform::LayerVideoGravity gravity = platform::LayerVideoGravity::ResizeAspect;
+  /// The video's frames, once the host has put the layer's engine on the screen.
+  std::shared_ptr<platform::VideoFrames> frames;
   /// The op covers its rectangle with something (a colour, a control, video): the pointer stops
   /// there instead of passing through to what is below the host.
   bool takesPointer = false;

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -28,6 +30,24 @@ namespace zorva::platform {
 /// on the main thread: every report reaches the client there. The engine holds itself weakly in
 /// every callback and tears the pipeline down when it goes, so nothing is reported afterwards.
 /// Main thread only.
+/// The frames of one engine's video, for a screen: written by GStreamer's streaming thread as
+/// each frame is rendered (at its presentation time), read by the main thread that draws them.
+class VideoFrames {
+ public:
+  /// Runs `draw` with the latest frame as 32-bit pixels in native byte order, 0xXXRRGGBB (cairo's
+  /// RGB24), while no newer frame may replace it. False, without calling it, before the first.
+  bool withLatestFrame(const std::function<void(const unsigned char* pixels, int width, int height,
+                                                int stride)>& draw) const;
+  /// How many frames have arrived so far.
+  std::uint64_t framesReceived() const;
+
+ private:
+  friend class GStreamerMediaEngine;
+  struct Shared;
+  explicit VideoFrames(std::shared_ptr<Shared> shared) : shared_(std::move(shared)) {}
+  std::shared_ptr<Shared> shared_;
+};
+
 class GStreamerMediaEngine : public MediaEngine,
                              public std::enable_shared_from_this<GStreamerMediaEngine> {
  public:
@@ -41,6 +61,12 @@ class GStreamerMediaEngine : public MediaEngine,
   /// when GStreamer cannot start or has no `playbin`; nothing is installed then.
   static bool install(std::string* whyNot = nullptr);
   static std::shared_ptr<GStreamerMediaEngine> create(std::weak_ptr<MediaEngineClient> client);
+
+  /// Off (the default): sound goes to a sink that discards it at the pace of the clock. On (an
+  /// on-screen host turns it on): media loaded from then on plays its sound through the
+  /// system's audio output (`autoaudiosink`) when there is one, and discards it as before when
+  /// there is none. Thread-safe.
+  static void setPlaysSound(bool plays);
   ~GStreamerMediaEngine() override;
   GStreamerMediaEngine(const GStreamerMediaEngine&) = delete;
   GStreamerMediaEngine& operator=(const GStreamerMediaEngine&) = delete;
@@ -52,6 +78,16 @@ class GStreamerMediaEngine : public MediaEngine,
   /// The sink's position, never behind the last one read nor past the duration; the duration
   /// after the end. Asks the sink with one query made at load, so a read allocates nothing.
   MediaTime currentTime() const override;
+
+  /// Puts the video on a screen: from now on every frame the video sink renders is converted
+  /// once to 32-bit RGB and kept as the latest frame, and `frameArrived` runs on the main
+  /// thread after each (at most one call waits at a time). Until a host asks, frames are
+  /// discarded without conversion. The same frames for every call; a later call replaces
+  /// `frameArrived`.
+  std::shared_ptr<VideoFrames> showVideo(std::function<void()> frameArrived);
+  /// Takes the video off the screen: frames are discarded unconverted again and `frameArrived`
+  /// is no longer called.
+  void hideVideo();
 
   /// The pipeline (`playbin`), null before `load`. For diagnostics and tests.
   GstElement* pipeline() const { return pipeline_; }
@@ -70,10 +106,13 @@ class GStreamerMediaEngine : public MediaEngine,
   void watchProgress();
   void fail(const Error& error);
   void stopPolling();
+  void connectFrames();
   // Nanoseconds of the sink's position, or -1 when the sink does not answer.
   long long queryPosition() const;
 
   std::weak_ptr<MediaEngineClient> client_;
+  std::shared_ptr<VideoFrames::Shared> frames_;
+  bool connectedFrames_ = false;
   GstElement* pipeline_ = nullptr;
   GstElement* videoSink_ = nullptr;
   GstElement* audioSink_ = nullptr;

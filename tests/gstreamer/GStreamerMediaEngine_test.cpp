@@ -147,5 +147,31 @@ TEST_F(GStreamerMediaEngineTest, NothingIsReportedOnceTheEngineOrItsItemIsGone) 
   EXPECT_FALSE(test::runMainQueueUntil([&] { return !client->events.empty(); }, 1500ms));
 }
 
+// A screen asks for the frames: each rendered frame arrives converted, as the main thread is
+// told; dropped mid-play, the engine stops its pipeline and nothing arrives afterwards.
+TEST_F(GStreamerMediaEngineTest, FramesForAScreenArriveWhilePlayingAndStopWithTheEngine) {
+  server.respond("/zorva.mp4", {.body = media, .contentType = "video/mp4"});
+  auto engine = load("/zorva.mp4");
+  auto told = std::make_shared<int>(0);
+  auto frames = engine->showVideo([told] { ++*told; });
+  ASSERT_TRUE(waitFor("ready"));
+  engine->play();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return frames->framesReceived() >= 10; }, 10s));
+  int width = 0, height = 0;
+  EXPECT_TRUE(frames->withLatestFrame([&](const unsigned char*, int w, int h, int) {
+    width = w;
+    height = h;
+  }));
+  EXPECT_EQ(std::pair(width, height), std::pair(160, 90));
+  EXPECT_GT(*told, 0);
+
+  engine.reset();
+  const auto received = frames->framesReceived();
+  const int toldBefore = *told;
+  test::runMainQueueUntil([] { return false; }, 500ms);
+  EXPECT_EQ(frames->framesReceived(), received);
+  EXPECT_EQ(*told, toldBefore);
+}
+
 }  // namespace
 }  // namespace zorva::platform

@@ -2,6 +2,9 @@
 // (what the host does when the tree has changed) beside a bare cairo fill of the same area. And
 // what a banner that does not change costs the app's process while it stays on screen: the CPU
 // time over 10 s of a running GTK loop, which should be about nothing (no redraw loop).
+// And video: the CPU the process spends playing the ad server's 4 s MP4 on screen (frames
+// converted and drawn) against the same clip headless (discarded unconverted), and the time from
+// `play` to the first frame the X server shows.
 // Needs a display: `xvfb-run -a build/default/bench/bench_gtk_host`.
 #include <benchmark/benchmark.h>
 #include <gtk/gtk.h>
@@ -15,8 +18,15 @@
 #include <chrono>
 #include <ctime>
 
+#include <zorva/platform/Player.h>
+#include <zorva/platform/PlayerItem.h>
+#include <zorva/platform/PlayerLayer.h>
 #include "../engines/gtk/src/Scene.h"
+#include "support/LoopbackServer.h"
 #include "support/Ratio.h"
+#include "support/XScreen.h"
+#include "zorva-adserver/Media.h"
+#include "zorva/engines/GStreamerMediaEngine.h"
 #include "zorva/engines/GtkHost.h"
 #include "zorva/engines/WebKitWebEngine.h"
 
@@ -26,6 +36,8 @@ using zorva::platform::Color;
 using zorva::platform::Rect;
 
 const bool kRatio = zorva::bench::reportRatio("BM_BannerFrame", "BM_CairoFillBaseline");
+const bool kVideoRatio = zorva::bench::reportRatio("BM_ClipOnScreen/iterations:3/manual_time",
+                                                   "BM_ClipHeadless/iterations:3/manual_time");
 
 // A 375 x 812 screen with a 320 x 50 banner of drawn parts at its foot: a background, a
 // rounded button with its title and a progress bar (what a video banner draws besides its video).
@@ -128,5 +140,77 @@ void BM_StaticBannerCpuOver10s(benchmark::State& state) {
   state.counters["cpu_share_of_one_core"] = share;
 }
 BENCHMARK(BM_StaticBannerCpuOver10s)->Iterations(1)->Unit(benchmark::kSecond);
+
+}  // namespace
+
+namespace {
+
+// Plays the ad server's MP4 once, on screen in a 375 x 211 layer (a host window) or headless,
+// and reports the process's CPU time for the whole clip as the iteration's manual time.
+void playClip(benchmark::State& state, bool onScreen) {
+  std::string whyNot;
+  if (!zorva::platform::WebKitWebEngine::install(&whyNot) ||
+      !zorva::platform::GStreamerMediaEngine::install(&whyNot)) {
+    state.SkipWithError(whyNot.c_str());
+    return;
+  }
+  zorva::test::LoopbackServer server;
+  server.respond("/zorva.mp4", {.body = std::string(zorva::tools::media::zorvaMp4()),
+                                .contentType = "video/mp4"});
+  auto& queue = zorva::platform::MainQueue::shared();
+  double firstFrameMs = 0;
+  for (auto _ : state) {
+    auto window = zorva::platform::Window::create(Rect(0, 0, 375, 211));
+    auto root = zorva::platform::ViewController::create();
+    window->setRootViewController(root);
+    root->view()->setBackgroundColor(Color::colorWithRed(1, 0, 1, 1));
+    auto item = zorva::platform::PlayerItem::create(
+        *zorva::platform::URL::URLWithString(server.url("/zorva.mp4")));
+    auto player = zorva::platform::Player::create(item);
+    auto layer = zorva::platform::PlayerLayer::create(player);
+    layer->setFrame(Rect(0, 0, 375, 211));
+    root->view()->layer()->insertSublayer(layer, 0);
+    std::unique_ptr<zorva::gtk::Host> host;
+    if (onScreen) host = zorva::gtk::Host::createWindow(window, "clip");
+    queue.runUntil([&] { return item->status() == zorva::platform::PlayerItemStatus::ReadyToPlay; },
+                   std::chrono::seconds(10));
+    if (host) {
+      queue.runUntil([&] { return gtk_widget_get_mapped(host->widget()) != FALSE; },
+                     std::chrono::seconds(5));
+    }
+    zorva::test::XScreen screen;
+    int x = 0, y = 0;
+    auto magentaAtCentre = [&] {
+      const auto p = screen.grab(x + 187, y + 105, 1, 1).at(x + 187, y + 105);
+      return p.near(zorva::test::Pixel{255, 0, 255}, 30);
+    };
+    if (host) {
+      gdk_window_get_origin(gtk_widget_get_window(host->widget()), &x, &y);
+      if (!queue.runUntil(magentaAtCentre, std::chrono::seconds(5))) {
+        state.SkipWithError("the window never showed its background");
+        return;
+      }
+    }
+    const double before = processCpuSeconds();
+    const auto start = std::chrono::steady_clock::now();
+    player->play();
+    if (host) {
+      // The first frame is up when the layer's centre no longer shows the magenta below it.
+      queue.runUntil([&] { return !magentaAtCentre(); }, std::chrono::seconds(5));
+      firstFrameMs =
+          std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+              .count();
+    }
+    queue.runUntil([&] { return player->rate() == 0; }, std::chrono::seconds(15));
+    state.SetIterationTime(processCpuSeconds() - before);
+  }
+  if (onScreen) state.counters["play_to_first_frame_ms"] = firstFrameMs;
+}
+
+void BM_ClipOnScreen(benchmark::State& state) { playClip(state, true); }
+BENCHMARK(BM_ClipOnScreen)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+void BM_ClipHeadless(benchmark::State& state) { playClip(state, false); }
+BENCHMARK(BM_ClipHeadless)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

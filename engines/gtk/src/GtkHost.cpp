@@ -55,6 +55,7 @@ struct DrawLayer {
 
 /// A video layer on the screen: its engine's frames, and where a new frame must be redrawn.
 struct VideoFeed {
+  std::weak_ptr<platform::PlayerLayer> layerObject;
   std::weak_ptr<platform::GStreamerMediaEngine> engine;
   std::shared_ptr<platform::VideoFrames> frames;
   GtkWidget* layer = nullptr;
@@ -178,7 +179,10 @@ DrawLayer& Host::State::layerAt(std::size_t index) {
 
 NativeWidget& Host::State::nativeFor(const NativeItem& item) {
   auto it = natives.find(item.view.get());
-  if (it != natives.end() && it->second.kind == item.kind) return it->second;
+  // The same view (not a new one at a freed one's address) shown the same way.
+  if (it != natives.end() && it->second.kind == item.kind && it->second.view.lock() == item.view) {
+    return it->second;
+  }
   if (it != natives.end()) {
     release(it->second);
     natives.erase(it);
@@ -326,7 +330,13 @@ void Host::State::showVideo(DrawOp& op, GtkWidget* layer) {
   if (!engine) return;  // a headless engine has no frames
   const platform::PlayerLayer* key = video.get();
   VideoFeed& feed = videos[key];
+  if (feed.frames && feed.layerObject.lock() != video) {
+    // A new layer at a freed one's address.
+    if (auto old = feed.engine.lock()) old->hideVideo();
+    feed = VideoFeed{};
+  }
   if (!feed.frames) {
+    feed.layerObject = video;
     feed.engine = engine;
     feed.frames = engine->showVideo([this, key] { videoFrameArrived(key); });
   }

@@ -80,6 +80,8 @@ std::unique_ptr<SystemPanel> SystemPanel::storeSheet(
   panel->details_ = gtk_label_new("");
   gtk_label_set_selectable(GTK_LABEL(panel->details_), TRUE);
   gtk_label_set_line_wrap(GTK_LABEL(panel->details_), TRUE);
+  // A signature has no break point of its own: it wraps anywhere rather than widen the sheet.
+  gtk_label_set_line_wrap_mode(GTK_LABEL(panel->details_), PANGO_WRAP_WORD_CHAR);
   gtk_label_set_xalign(GTK_LABEL(panel->details_), 0);
   gtk_widget_set_margin_start(panel->details_, 16);
   gtk_widget_set_margin_end(panel->details_, 16);

@@ -11,9 +11,9 @@
 
 #include <chrono>
 #include <cmath>
-#endif
 
 #include "zorva-demo/Timeline.h"
+#endif
 
 namespace zorva::demo {
 
@@ -49,13 +49,28 @@ class XDemoWindow final : public DemoWindow {
  public:
   XDemoWindow(Display* display, std::unique_ptr<gtk::Host> host, Timeline& timeline)
       : display_(display), host_(std::move(host)), timeline_(timeline) {}
-  ~XDemoWindow() override {
-    host_.reset();
-    XCloseDisplay(display_);
-  }
+  ~XDemoWindow() override { XCloseDisplay(display_); }
 
   bool click(platform::Point point, const std::string& target) override {
-    if (!drawn()) return false;
+    return drawn() && clickAt(point, target);
+  }
+
+  bool clickButton(const std::string& label) override {
+    platform::MainQueue::shared().runUntil(
+        [&] { return findButton(host_->widget(), label) != nullptr; }, kShowWait);
+    // Where the button is once the panel it is in has been laid out and drawn.
+    GtkWidget* button = drawn() ? findButton(host_->widget(), label) : nullptr;
+    if (!button) return false;
+    int x = 0, y = 0;
+    gtk_widget_translate_coordinates(button, host_->widget(),
+                                     gtk_widget_get_allocated_width(button) / 2,
+                                     gtk_widget_get_allocated_height(button) / 2, &x, &y);
+    return clickAt({static_cast<double>(x), static_cast<double>(y)}, "the button " + label);
+  }
+
+ private:
+  /// Moves the pointer to `point` of the window and clicks there.
+  bool clickAt(platform::Point point, const std::string& target) {
     GtkWidget* area = host_->widget();
     int x = 0, y = 0;
     gdk_window_get_origin(gtk_widget_get_window(area), &x, &y);
@@ -79,27 +94,13 @@ class XDemoWindow final : public DemoWindow {
         {{"screen", {screenX, screenY}}, {"window", {point.x, point.y}}, {"target", target}});
     XTestFakeMotionEvent(display_, -1, screenX, screenY, CurrentTime);
     XSync(display_, False);
-    auto& queue = platform::MainQueue::shared();
-    queue.runUntil([] { return false; }, kHover);
+    platform::MainQueue::shared().runUntil([] { return false; }, kHover);
     XTestFakeButtonEvent(display_, 1, True, CurrentTime);
     XTestFakeButtonEvent(display_, 1, False, CurrentTime);
     XSync(display_, False);
     return true;
   }
 
-  bool clickButton(const std::string& label) override {
-    GtkWidget* button = nullptr;
-    platform::MainQueue::shared().runUntil(
-        [&] { return (button = findButton(host_->widget(), label)) != nullptr; }, kShowWait);
-    if (!button) return false;
-    int x = 0, y = 0;
-    gtk_widget_translate_coordinates(button, host_->widget(),
-                                     gtk_widget_get_allocated_width(button) / 2,
-                                     gtk_widget_get_allocated_height(button) / 2, &x, &y);
-    return click({static_cast<double>(x), static_cast<double>(y)}, "the button " + label);
-  }
-
- private:
   /// Runs the main loop until the window is on the screen and shows the tree as it is now.
   bool drawn() {
     GtkWidget* area = host_->widget();

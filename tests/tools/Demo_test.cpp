@@ -1,9 +1,11 @@
 // The zorva-demo executable, run as a user runs it: its default tour, its probe of a server given
-// on the command line in JSON lines, and its refusal of bad command lines.
+// on the command line in JSON lines, its tour asked for in a window where there is no display,
+// and its refusal of bad command lines.
 #include <gtest/gtest.h>
 #include <zorva/platform/Value.h>
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "tools/Subprocess.h"
 #include "zorva-adserver/AdServer.h"
@@ -110,6 +112,28 @@ TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLineInJsonLines) {
   }
 }
 
+// Without a display, a window cannot open: the demo says so and runs its tour as it would have.
+TEST(DemoExecutable, WindowWithoutADisplayFallsBackToTheHeadlessTour) {
+  const std::string display = std::getenv("DISPLAY") ? std::getenv("DISPLAY") : "";
+  unsetenv("DISPLAY");
+  test::Subprocess demo(ZORVA_DEMO_EXECUTABLE, {"--window", "--json"});
+  if (!display.empty()) setenv("DISPLAY", display.c_str(), 1);
+  ASSERT_EQ(demo.finish(), 0) << demo.out << demo.err;
+  std::vector<std::string> notes;
+  std::size_t passed = 0, clicks = 0;
+  for (const auto& line : demo.outLines()) {
+    const Value e = Value::parse(line);
+    if (e["kind"] == "note" && e.contains("window")) notes.push_back(e["text"]);
+    passed += e["kind"] == "summary" && e["passed"] == true;
+    clicks += e["kind"] == "pointer";
+  }
+  ASSERT_EQ(notes.size(), 1u);
+  EXPECT_TRUE(notes[0].starts_with("no window: ")) << notes[0];
+  EXPECT_TRUE(notes[0].ends_with("; the tour runs headless")) << notes[0];
+  EXPECT_EQ(passed, Tour::scenarioNames().size());
+  EXPECT_EQ(clicks, 0u);
+}
+
 TEST(DemoExecutable, HelpAndBadCommandLines) {
   const DemoRun help({"--help"});
   EXPECT_EQ(help.status, 0);
@@ -125,7 +149,15 @@ TEST(DemoExecutable, HelpAndBadCommandLines) {
             "zorva-demo: --engines wants real, headless or auto, not 'gpu'\n"},
            {{"--snapshot", "banner.png", "--engines", "headless"},
             "zorva-demo: --snapshot needs the real engines: the headless web engine renders no "
-            "pixels\n"}}) {
+            "pixels\n"},
+           {{"--window", "--engines", "headless"},
+            "zorva-demo: --window needs the real engines: the headless web engine shows no "
+            "pages\n"},
+           {{"--window", "--pause", "-1"},
+            "zorva-demo: --pause wants seconds from 0 to 60, not '-1'\n"},
+           {{"--window", "--pause", "1s"},
+            "zorva-demo: --pause wants seconds from 0 to 60, not '1s'\n"},
+           {{"--pause", "2"}, "zorva-demo: --pause applies only with --window\n"}}) {
     const DemoRun bad(args);
     EXPECT_EQ(bad.status, 2);
     EXPECT_TRUE(bad.err.starts_with(message)) << bad.err;

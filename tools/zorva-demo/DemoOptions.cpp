@@ -2,6 +2,9 @@
 
 #include <zorva/platform/URL.h>
 
+#include <exception>
+#include <string>
+
 namespace zorva::demo {
 
 const char* DemoOptions::usage() {
@@ -26,6 +29,10 @@ Options:
                  or rendered, the platform simulates pages and videos; auto (the default): real
                  when this build has the engines and a display is there, else headless
   --snapshot FILE  write a PNG of the rendered banner to FILE (needs the real engines)
+  --window       show the tour in a window (real engines, real time; needs an X display, e.g.
+                 xvfb-run -a): the user's taps are real pointer clicks; without a display the
+                 tour runs headless
+  --pause SECONDS  with --window, how long each step stays on the screen (default 1)
   --help         show this help and exit
 
 Exit status: 0 when every scenario behaved as expected, 1 when one did not (or the embedded
@@ -36,6 +43,7 @@ server could not start), 2 for a bad command line.
 std::optional<DemoOptions> DemoOptions::parse(const std::vector<std::string>& args,
                                               std::string* error) {
   DemoOptions options;
+  bool pauseGiven = false;
   auto fail = [&](std::string message) {
     *error = std::move(message);
     return std::nullopt;
@@ -50,7 +58,7 @@ std::optional<DemoOptions> DemoOptions::parse(const std::vector<std::string>& ar
       value = arg.substr(equals + 1);
     }
     const bool takesValue = flag == "--server" || flag == "--pid" || flag == "--aid" ||
-                            flag == "--engines" || flag == "--snapshot";
+                            flag == "--engines" || flag == "--snapshot" || flag == "--pause";
     if (!takesValue) {
       if (value) return fail("option '" + flag + "' takes no value");
       if (flag == "--verbose") {
@@ -59,6 +67,8 @@ std::optional<DemoOptions> DemoOptions::parse(const std::vector<std::string>& ar
         options.json = true;
       } else if (flag == "--real-time") {
         options.realTime = true;
+      } else if (flag == "--window") {
+        options.window = true;
       } else if (flag == "--help" || flag == "-h") {
         options.help = true;
       } else {
@@ -91,6 +101,19 @@ std::optional<DemoOptions> DemoOptions::parse(const std::vector<std::string>& ar
       }
     } else if (flag == "--snapshot") {
       options.snapshot = *value;
+    } else if (flag == "--pause") {
+      std::size_t end = 0;
+      double seconds = -1;
+      try {
+        seconds = std::stod(*value, &end);
+      } catch (const std::exception&) {
+        end = 0;
+      }
+      if (end != value->size() || !(seconds >= 0 && seconds <= 60)) {
+        return fail("--pause wants seconds from 0 to 60, not '" + *value + "'");
+      }
+      options.pauseSeconds = seconds;
+      pauseGiven = true;
     } else {
       options.adunitId = *value;
     }
@@ -98,6 +121,10 @@ std::optional<DemoOptions> DemoOptions::parse(const std::vector<std::string>& ar
   if (options.snapshot && options.engines == Engines::Headless) {
     return fail("--snapshot needs the real engines: the headless web engine renders no pixels");
   }
+  if (options.window && options.engines == Engines::Headless) {
+    return fail("--window needs the real engines: the headless web engine shows no pages");
+  }
+  if (pauseGiven && !options.window) return fail("--pause applies only with --window");
   return options;
 }
 

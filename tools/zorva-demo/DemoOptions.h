@@ -22,6 +22,11 @@ struct DemoOptions {
   enum class Engines { Auto, Real, Headless } engines = Engines::Auto;
   /// Where to write a PNG of the rendered banner (real engines only).
   std::optional<std::string> snapshot;
+  /// Show the tour in a window on the display, the user's taps made as real clicks (real engines;
+  /// without a display the tour runs headless as it does without this).
+  bool window = false;
+  /// In a window: how long each visible step stays on the screen before the next.
+  double pauseSeconds = 1.0;
   bool help = false;
 
   /// The tour of built-in campaigns runs only against the embedded server with its own ad units;

@@ -11,6 +11,8 @@
 #include <zorva/platform/ViewController.h>
 #include <zorva/platform/WebView.h>
 
+#include "zorva-demo/Pointer.h"
+
 namespace zorva::demo {
 
 namespace {
@@ -46,6 +48,18 @@ std::optional<std::string> firstLinkIn(const std::string& html) {
   return std::nullopt;
 }
 
+/// What a real page's script ends with, waiting (on the main queue) for the answer a user would
+/// see at once; nothing when it fails or takes too long.
+std::optional<platform::Value> evaluate(platform::WebView& webView, const std::string& script) {
+  auto answer = std::make_shared<std::optional<std::optional<platform::Value>>>();
+  webView.evaluateJavaScript(
+      script, [answer](std::optional<platform::Value> result, std::optional<platform::Error>) {
+        *answer = std::move(result);
+      });
+  platform::MainQueue::shared().runUntil([&] { return answer->has_value(); }, kScriptWait);
+  return answer->has_value() ? answer->value() : std::nullopt;
+}
+
 }  // namespace
 
 std::string ClickDestination::describe() const {
@@ -79,33 +93,44 @@ std::optional<std::string> SimulatedUser::firstLink(const std::shared_ptr<View>&
   if (auto engine = platform::HeadlessWebEngine::of(*webView)) {
     return engine->html() ? firstLinkIn(*engine->html()) : std::nullopt;
   }
-  // A real page: ask it, waiting (on the main queue) for the answer a user would see at once.
-  auto answer = std::make_shared<std::optional<std::optional<platform::Value>>>();
-  webView->evaluateJavaScript(
-      "(function(){var a=document.querySelector('a[href]');return "
-      "a?a.getAttribute('href'):null;})()",
-      [answer](std::optional<platform::Value> result, std::optional<platform::Error>) {
-        *answer = std::move(result);
-      });
-  platform::MainQueue::shared().runUntil([&] { return answer->has_value(); }, kScriptWait);
-  if (!answer->has_value() || !answer->value() || !answer->value()->is_string()) {
-    return std::nullopt;
-  }
-  return answer->value()->get<std::string>();
+  // A real page: ask it.
+  auto href = evaluate(*webView,
+                       "(function(){var a=document.querySelector('a[href]');return "
+                       "a?a.getAttribute('href'):null;})()");
+  if (!href || !href->is_string()) return std::nullopt;
+  return href->get<std::string>();
 }
 
-bool SimulatedUser::tapLink(const std::shared_ptr<View>& view, const std::string& url) {
+bool SimulatedUser::tapLink(const std::shared_ptr<View>& view, const std::string& url,
+                            Pointer* pointer) {
   auto webView = webViewIn(view);
   if (!webView) return false;
   if (auto engine = platform::HeadlessWebEngine::of(*webView)) {
     engine->clickLink(platform::URLRequest(platform::URL::URLWithString(url)));
     return true;
   }
-  // A real page: a click on the anchor, which the page handles as a tapped link.
+  // The anchors of a real page with that address, in the page's script.
+  const std::string anchors =
+      "for(const a of document.querySelectorAll('a[href]'))if(a.getAttribute('href')===" +
+      platform::Value(url).dump() + ")";
+  if (pointer) {
+    // On the screen: a click at the middle of the link where the page lays it out.
+    auto middle = evaluate(*webView, "(function(){" + anchors +
+                                         "{const r=a.getBoundingClientRect();"
+                                         "return [r.left+r.width/2,r.top+r.height/2];}"
+                                         "return null;})()");
+    if (!middle || !middle->is_array() || middle->size() != 2) return false;
+    const platform::Point inPage{(*middle)[0].get<double>(), (*middle)[1].get<double>()};
+    const auto bounds = webView->bounds();
+    if (inPage.x < 0 || inPage.y < 0 || inPage.x >= bounds.size.width ||
+        inPage.y >= bounds.size.height) {
+      return false;
+    }
+    return pointer->click(webView->convertPointToWindow(inPage), "the link " + url);
+  }
+  // A click on the anchor, which the page handles as a tapped link.
   webView->evaluateJavaScript(
-      "(function(){for(const a of document.querySelectorAll('a[href]')){if(a.getAttribute('href')"
-      "===" +
-          platform::Value(url).dump() + "){a.click();return true;}}return false;})()",
+      "(function(){" + anchors + "{a.click();return true;}return false;})()",
       [](std::optional<platform::Value>, std::optional<platform::Error>) {});
   return true;
 }
@@ -131,16 +156,22 @@ bool SimulatedUser::tapContent(const std::shared_ptr<View>& view) {
   return true;
 }
 
-bool SimulatedUser::pressButton(const std::shared_ptr<View>& view, const std::string& title) {
+bool SimulatedUser::pressButton(const std::shared_ptr<View>& view, const std::string& title,
+                                Pointer* pointer) {
   if (!view) return false;
   if (auto button = std::dynamic_pointer_cast<platform::Button>(view)) {
     if (button->titleForState(platform::kControlStateNormal) == title) {
+      if (pointer) {
+        const auto size = button->bounds().size;
+        return pointer->click(button->convertPointToWindow({size.width / 2, size.height / 2}),
+                              "the button " + title);
+      }
       button->sendActionsForControlEvents(platform::kControlEventTouchUpInside);
       return true;
     }
   }
   for (const auto& subview : view->subviews()) {
-    if (pressButton(subview, title)) return true;
+    if (pressButton(subview, title, pointer)) return true;
   }
   return false;
 }
@@ -169,15 +200,18 @@ std::optional<ClickDestination> SimulatedUser::destinationOnTop(
   return std::nullopt;
 }
 
-bool SimulatedUser::closeSheetOnTop(const std::shared_ptr<platform::ViewController>& root) {
+bool SimulatedUser::closeSheetOnTop(const std::shared_ptr<platform::ViewController>& root,
+                                    Pointer* pointer) {
   auto top = topPresented(root);
   if (auto store = std::dynamic_pointer_cast<platform::StoreProductViewController>(top)) {
     // The store answers the product load before anyone can close the page.
     if (store->isLoading()) store->finishLoading(true);
+    if (pointer) return pointer->clickButton("Close");
     store->finish();
     return true;
   }
   if (auto browser = std::dynamic_pointer_cast<platform::SafariViewController>(top)) {
+    if (pointer) return pointer->clickButton("Done");
     browser->finish();
     return true;
   }

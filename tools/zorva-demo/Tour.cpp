@@ -244,6 +244,10 @@ bool Tour::playUntil(const std::function<bool()>& done,
   return finished;
 }
 
+void Tour::hold() {
+  if (config_.stepPause > platform::Duration::zero()) loop_.wait(config_.stepPause);
+}
+
 std::size_t Tour::count(const std::string& kind, const std::string& text) const {
   std::size_t n = 0;
   for (const auto& event : timeline_.eventsOf(timeline_.scenario())) {
@@ -273,6 +277,7 @@ ScenarioResult Tour::banner() {
     return finish(name, false, noAd(heard));
   }
   const auto firstAt = platform::MainQueue::shared().now();
+  hold();
 
   if (config_.snapshotPath) {
     // Shared with the callback: it may come after this wait has given up.
@@ -292,7 +297,7 @@ ScenarioResult Tour::banner() {
   std::optional<ClickDestination> destination;
   if (auto link = SimulatedUser::firstLink(banner)) {
     timeline_.emit("user", "taps the banner's link " + *link);
-    SimulatedUser::tapLink(banner, *link);
+    SimulatedUser::tapLink(banner, *link, config_.pointer);
     runUntil(
         [&] { return SimulatedUser::destinationOnTop(host_.rootViewController()).has_value(); }, 1);
     destination = SimulatedUser::destinationOnTop(host_.rootViewController());
@@ -303,9 +308,11 @@ ScenarioResult Tour::banner() {
             destination->kind == ClickDestination::Kind::StoreSheet ? "store" : "browser"},
            {"parameters", destination->parameters},
            {"url", destination->url}});
+      hold();
       timeline_.emit("user", "closes it");
-      SimulatedUser::closeSheetOnTop(host_.rootViewController());
+      SimulatedUser::closeSheetOnTop(host_.rootViewController(), config_.pointer);
       runUntil([&] { return heard.count("bannerViewDidDismissModal") > 0; }, 1);
+      hold();
     }
   }
 
@@ -313,6 +320,7 @@ ScenarioResult Tour::banner() {
   runUntil([&] { return heard.count("bannerViewDidReceiveAd") >= 2; }, kRefreshSeconds * 3);
   const double apart =
       std::chrono::duration<double>(platform::MainQueue::shared().now() - firstAt).count();
+  hold();
 
   const bool stored = destination && destination->kind == ClickDestination::Kind::StoreSheet &&
                       destination->parameters.contains("id") &&
@@ -347,26 +355,30 @@ ScenarioResult Tour::interstitialDisplay() {
   timeline_.emit("app", "showFromViewController(root)");
   ad->showFromViewController(host_.rootViewController());
   runUntil([&] { return heard.count("interstitialWillPresentAd") > 0; }, 1);
+  hold();
 
   std::optional<ClickDestination> destination;
   auto modal = ad->modalController();
   if (auto link = SimulatedUser::firstLink(modal ? modal->view() : nullptr)) {
     timeline_.emit("user", "taps the ad's link " + *link);
-    SimulatedUser::tapLink(modal->view(), *link);
+    SimulatedUser::tapLink(modal->view(), *link, config_.pointer);
     runUntil(
         [&] { return SimulatedUser::destinationOnTop(host_.rootViewController()).has_value(); }, 1);
     destination = SimulatedUser::destinationOnTop(host_.rootViewController());
     if (destination) {
       timeline_.emit("click", "opened the " + destination->describe(),
                      {{"parameters", destination->parameters}, {"url", destination->url}});
+      hold();
       timeline_.emit("user", "closes it");
-      SimulatedUser::closeSheetOnTop(host_.rootViewController());
+      SimulatedUser::closeSheetOnTop(host_.rootViewController(), config_.pointer);
       runUntil([&] { return SimulatedUser::topPresented(host_.rootViewController()) == modal; }, 1);
+      hold();
     }
   }
   timeline_.emit("user", "presses the ad's X button");
-  const bool pressed = modal && SimulatedUser::pressButton(modal->view(), "X");
+  const bool pressed = modal && SimulatedUser::pressButton(modal->view(), "X", config_.pointer);
   runUntil([&] { return host_.rootViewController()->presentedViewController() == nullptr; }, 1);
+  hold();
   const bool closed = host_.rootViewController()->presentedViewController() == nullptr;
   timeline_.emit("note", std::string("ad closed: ") + (closed ? "yes" : "no") +
                              "; the close is not reported to the app and the ad stays in state " +
@@ -407,8 +419,9 @@ ScenarioResult Tour::interstitialVideo(const std::string& name, const std::strin
   playUntil([&] { return count("vast", "complete at") > 0; },
             [&] { return SimulatedUser::progressShown(modal ? modal->view() : nullptr); });
   timeline_.emit("user", "presses the ad's X button");
-  if (modal) SimulatedUser::pressButton(modal->view(), "X");
+  if (modal) SimulatedUser::pressButton(modal->view(), "X", config_.pointer);
   runUntil([&] { return host_.rootViewController()->presentedViewController() == nullptr; }, 1);
+  hold();
 
   std::vector<std::string> order;
   std::set<std::string> documents;
@@ -473,6 +486,7 @@ ScenarioResult Tour::inBannerVideo() {
   video->playAd();
   playUntil([&] { return heard.count("bannerViewDidFinishPlayingAd") > 0; },
             [&] { return SimulatedUser::progressShown(video); });
+  hold();
 
   const std::size_t requestsBefore = count("request");
   timeline_.emit("app", "loadAd() again");
@@ -514,8 +528,9 @@ ScenarioResult Tour::nonLinear() {
   loop_.wait(platform::seconds(5));
   auto modal = ad->modalController();
   timeline_.emit("user", "presses the ad's X button after 5 s");
-  if (modal) SimulatedUser::pressButton(modal->view(), "X");
+  if (modal) SimulatedUser::pressButton(modal->view(), "X", config_.pointer);
   runUntil([&] { return host_.rootViewController()->presentedViewController() == nullptr; }, 1);
+  hold();
 
   const bool passed = heard.count("interstitialDidReceiveAd") == 1 &&
                       heard.count("interstitialWillPresentAd") == 1 && count("vast") == 0;
@@ -659,8 +674,9 @@ std::vector<ScenarioResult> Tour::probes(const std::string& adunit) {
             [&] { return SimulatedUser::progressShown(modal ? modal->view() : nullptr); });
       }
       timeline_.emit("user", "presses the ad's X button");
-      if (modal) SimulatedUser::pressButton(modal->view(), "X");
+      if (modal) SimulatedUser::pressButton(modal->view(), "X", config_.pointer);
       runUntil([&] { return host_.rootViewController()->presentedViewController() == nullptr; }, 1);
+      hold();
     }
     results.push_back(
         finish(name, heard.count("interstitialDidReceiveAd") > 0 && played && !heard.lastError(),

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <zorva/platform/Clock.h>
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -14,6 +16,7 @@ namespace zorva::demo {
 
 class DemoHost;
 class DemoRunLoop;
+class Pointer;
 class Timeline;
 
 /// How one scenario went.
@@ -40,6 +43,11 @@ class Tour {
     std::optional<std::string> adunitId;
     /// Set: a PNG of the banner's first ad is written there (real engines only).
     std::optional<std::string> snapshotPath;
+    /// Set (the tour in a window): the user's taps and presses are clicks of this pointer.
+    Pointer* pointer = nullptr;
+    /// How long each visible step (an ad shown, a click, a sheet opened or closed) stays before
+    /// the tour goes on, for a person watching.
+    platform::Duration stepPause{};
   };
 
   Tour(Timeline& timeline, DemoRunLoop& loop, DemoHost& host, Config config);
@@ -71,6 +79,8 @@ class Tour {
   bool playUntil(const std::function<bool()>& done,
                  const std::function<std::optional<float>()>& bar);
   std::size_t count(const std::string& kind, const std::string& text = "") const;
+  /// Lets a visible step stay on the screen for the configured pause.
+  void hold();
 
   Timeline& timeline_;
   DemoRunLoop& loop_;

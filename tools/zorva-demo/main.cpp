@@ -2,6 +2,7 @@
 // in-process on a loopback port) and prints what happened as a timeline. Exit status: 0 when
 // every scenario behaved as expected, 1 when one did not or the server could not start, 2 for a
 // bad command line.
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <zorva/ZorvaSDK.h>
@@ -16,6 +17,7 @@
 #include "zorva-demo/DemoHost.h"
 #include "zorva-demo/DemoOptions.h"
 #include "zorva-demo/DemoRunLoop.h"
+#include "zorva-demo/DemoWindow.h"
 #include "zorva-demo/Engines.h"
 #include "zorva-demo/SdkLog.h"
 #include "zorva-demo/Timeline.h"
@@ -34,6 +36,9 @@ int runDemo(const DemoOptions& options) {
   queue.bindToCurrentThread();
   // Real engines play and render in real time; the headless ones follow the queue's clock.
   std::string noRealEngines;
+  // The window's clicks go through the X server, so GTK draws there too (on a Wayland desktop,
+  // through its X server).
+  if (options.window) setenv("GDK_BACKEND", "x11", 0);
   const bool realEngines =
       options.engines != DemoOptions::Engines::Headless && Engines::useRealEngines(&noRealEngines);
   if (!realEngines && (options.engines == DemoOptions::Engines::Real || options.snapshot)) {
@@ -81,6 +86,9 @@ int runDemo(const DemoOptions& options) {
   }
 
   DemoHost host;
+  std::string noWindow = noRealEngines;
+  std::unique_ptr<DemoWindow> window;
+  if (options.window && realEngines) window = DemoWindow::open(host.window(), timeline, &noWindow);
   SdkLog sdkLog(timeline, options.verbose);
   DemoRunLoop loop(queue);
   timeline.emit("note",
@@ -101,12 +109,24 @@ int runDemo(const DemoOptions& options) {
                              std::to_string(static_cast<int>(DemoHost::kMediaSeconds)) + " s" +
                              (noRealEngines.empty() ? "" : "; real ones: " + noRealEngines) + ")"),
       {{"engines", realEngines ? "real" : "headless"}});
+  if (options.window) {
+    char pause[32];
+    std::snprintf(pause, sizeof pause, "%.1f s", options.pauseSeconds);
+    timeline.emit("note",
+                  window
+                      ? "in a window on the display, each step held " + std::string(pause) +
+                            "; the user's taps are real pointer clicks"
+                      : "no window: " + noWindow + (realEngines ? "" : "; the tour runs headless"),
+                  {{"window", window != nullptr}});
+  }
 
   Tour tour(timeline, loop, host,
             {.serverUrl = serverUrl,
              .publisherId = options.publisherId,
              .adunitId = options.adunitId,
-             .snapshotPath = options.snapshot});
+             .snapshotPath = options.snapshot,
+             .pointer = window.get(),
+             .stepPause = window ? platform::seconds(options.pauseSeconds) : platform::Duration{}});
   const auto results = tour.run();
 
   std::size_t failed = 0;

@@ -107,6 +107,7 @@ class App {
     GtkWidget* text = gtk_text_view_new();
     gtk_text_view_set_wrap_mode(GTK_TEXT_VIEW(text), GTK_WRAP_WORD);
     gtk_text_view_set_editable(GTK_TEXT_VIEW(text), FALSE);
+    gtk_text_view_set_cursor_visible(GTK_TEXT_VIEW(text), FALSE);
     gtk_container_set_border_width(GTK_CONTAINER(text), 12);
     gtk_text_buffer_set_text(gtk_text_view_get_buffer(GTK_TEXT_VIEW(text)), kAppText, -1);
     GtkWidget* scroller = gtk_scrolled_window_new(nullptr, nullptr);

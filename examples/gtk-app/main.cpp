@@ -119,20 +119,19 @@ class App {
     gtk_container_add(GTK_CONTAINER(overlay), content);
     gtk_container_add(GTK_CONTAINER(window_), overlay);
 
-    // The SDK's tree over the content: it takes only the clicks that land on its ads.
-    host_ = gtk::Host::attach(GTK_CONTAINER(overlay));
-    auto root = host_->rootViewController();
-
-    banner_ = ZVBannerView::create(request("banner"), ZVAdSize{320, 50});
-    root->view()->addSubview(banner_);
-    dock(banner_, root->view());
     bannerDelegate_->bannerViewDidReceiveAd = [](ZVBannerView&) { say("banner: ad received"); };
     bannerDelegate_->bannerViewDidFailToReceiveAdWithError = [](ZVBannerView&, const Error& e) {
       // Network failures arrive on the SDK's network thread: hop to the main queue.
       platform::MainQueue::shared().post(
           [message = e.localizedDescription()] { say("banner: no ad (" + message + ")"); });
     };
-    banner_->setDelegate(bannerDelegate_);
+
+    // The SDK's tree over the content: it takes only the clicks that land on its ads.
+    host_ = gtk::Host::attach(GTK_CONTAINER(overlay));
+    banner_ = ZVBannerView::create(request("banner"), ZVAdSize{320, 50});
+    banner_->setDelegate(bannerDelegate_);  // the banner holds it weakly
+    host_->rootViewController()->view()->addSubview(banner_);
+    dock(banner_);
     banner_->loadAd();
 
     interstitialDelegate_->interstitialDidReceiveAd = [this](ZVInterstitialAd& ad) {
@@ -186,10 +185,10 @@ class App {
     return request;
   }
 
-  // 320 x 50, centred at the bottom of `parent`, wherever its size goes.
-  static void dock(const std::shared_ptr<platform::View>& view,
-                   const std::shared_ptr<platform::View>& parent) {
+  // 320 x 50, centred at the bottom of its superview, wherever the superview's size goes.
+  static void dock(const std::shared_ptr<platform::View>& view) {
     using platform::LayoutAttribute;
+    const auto parent = view->superview();
     auto pin = [&](LayoutAttribute attribute, const std::shared_ptr<platform::View>& to,
                    double constant) {
       return platform::LayoutConstraint::constraintWithItem(
@@ -223,7 +222,6 @@ class App {
   std::unique_ptr<gtk::Host> host_;
   std::shared_ptr<ZVBannerView> banner_;
   std::shared_ptr<ZVInterstitialAd> interstitial_;
-  // The ads hold their delegates weakly.
   std::shared_ptr<ZVBannerViewDelegate> bannerDelegate_ = std::make_shared<ZVBannerViewDelegate>();
   std::shared_ptr<ZVInterstitialAdDelegate> interstitialDelegate_ =
       std::make_shared<ZVInterstitialAdDelegate>();

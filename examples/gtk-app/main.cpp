@@ -35,7 +35,7 @@ constexpr const char* kAppText =
     "Notes\n\n"
     "This text is the app's own content. The banner below it belongs to the Zorva SDK: it is "
     "pinned to the bottom of the window and stays there when the window is resized.\n\n"
-    "Clicks on the app's content stay the app's; a click on the banner is the banner's.\n\n"
+    "Clicks beside the banner stay the app's: the SDK takes only those that land on its ads.\n\n"
     "\"Show interstitial\" loads a full-screen ad and shows it over the window when it is loaded.";
 
 struct Options {

@@ -19,7 +19,8 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/zorva
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 # The engines a host may pick at start-up, when they were built: zorva::glib, zorva::gstreamer,
-# zorva::webkitgtk and the on-screen host zorva::gtk, headers under zorva/engines/.
+# zorva::webkitgtk and the on-screen host zorva::gtk, headers under zorva/engines/, and a
+# pkg-config file each (zorva-gtk, ...) that requires what the engine's users link too.
 foreach(engine glib gstreamer webkitgtk gtk)
   if(TARGET zorva_${engine})
     set_target_properties(zorva_${engine} PROPERTIES EXPORT_NAME ${engine} INSTALL_RPATH "$ORIGIN")
@@ -29,6 +30,15 @@ foreach(engine glib gstreamer webkitgtk gtk)
             INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/engines/${engine}/include/zorva
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    # zorva::platform is in zorva.pc; zorva::<engine> is zorva-<engine>.pc.
+    get_target_property(requires zorva_${engine} INTERFACE_LINK_LIBRARIES)
+    list(TRANSFORM requires REPLACE "^zorva::platform$" "zorva")
+    list(TRANSFORM requires REPLACE "^zorva::" "zorva-")
+    list(JOIN requires " " requires)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/zorva-engine.pc.in
+                   ${PROJECT_BINARY_DIR}/zorva-${engine}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/zorva-${engine}.pc
+            DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
   endif()
 endforeach()
 

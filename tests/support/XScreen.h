@@ -10,6 +10,7 @@
 #include <cairo.h>
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -61,6 +62,12 @@ struct Screenshot {
   }
 };
 
+/// A top-level window as the X server places it.
+struct TopLevel {
+  ::Window id = 0;
+  int x = 0, y = 0, width = 0, height = 0;
+};
+
 /// A connection of its own to the X server named by DISPLAY.
 class XScreen {
  public:
@@ -88,6 +95,33 @@ class XScreen {
     }
     XDestroyImage(image);
     return shot;
+  }
+
+  /// The shown top-level window titled `title` (another program's too), where it is now.
+  std::optional<TopLevel> findWindow(const std::string& title) const {
+    ::Window root = DefaultRootWindow(display_), parent = 0, *children = nullptr;
+    unsigned count = 0;
+    std::optional<TopLevel> found;
+    if (!XQueryTree(display_, root, &root, &parent, &children, &count)) return found;
+    for (unsigned i = 0; i < count && !found; ++i) {
+      char* name = nullptr;
+      XWindowAttributes attributes;
+      if (XFetchName(display_, children[i], &name) && name == title &&
+          XGetWindowAttributes(display_, children[i], &attributes) &&
+          attributes.map_state == IsViewable) {
+        found =
+            TopLevel{children[i], attributes.x, attributes.y, attributes.width, attributes.height};
+      }
+      if (name) XFree(name);
+    }
+    if (children) XFree(children);
+    return found;
+  }
+
+  /// Resizes a top-level window as a window manager would for a person dragging its corner.
+  void resize(const TopLevel& window, int width, int height) const {
+    XResizeWindow(display_, window.id, static_cast<unsigned>(width), static_cast<unsigned>(height));
+    XSync(display_, False);
   }
 
   /// Moves the pointer to (x, y) and clicks the first button there, as a hand on a mouse would.

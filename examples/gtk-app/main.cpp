@@ -21,12 +21,14 @@ namespace {
 using namespace zorva;
 
 constexpr const char* kUsage = R"(Usage: gtk-app [bid URL] [options]
-A GTK window with its own content, a banner docked at its bottom and a "Show interstitial" button.
+A GTK window with its own content, a banner docked at its bottom, and "Show interstitial" and
+"Video interstitial" buttons.
 The ads come from the bid URL (default: the SDK's endpoint). What the app hears goes to standard
 output, one line each. SIGINT and SIGTERM quit it like closing the window.
 
 Options:
   --interstitial      press "Show interstitial" at start-up
+  --video             press "Video interstitial" at start-up
   --quit-after N      quit after N seconds
   --screenshot FILE   on quitting, save the window's picture as a PNG
 )";
@@ -36,11 +38,13 @@ constexpr const char* kAppText =
     "This text is the app's own content. The banner below it belongs to the Zorva SDK: it is "
     "pinned to the bottom of the window and stays there when the window is resized.\n\n"
     "Clicks beside the banner stay the app's: the SDK takes only those that land on its ads.\n\n"
-    "\"Show interstitial\" loads a full-screen ad and shows it over the window when it is loaded.";
+    "\"Show interstitial\" loads a full-screen ad and shows it over the window when it is loaded; "
+    "\"Video interstitial\" does the same with a video ad, played with its sound.";
 
 struct Options {
   std::optional<std::string> serverUrl;
   bool interstitial = false;
+  bool video = false;
   unsigned quitAfter = 0;
   std::string screenshot;
 };
@@ -51,6 +55,8 @@ std::optional<Options> parse(int argc, char** argv) {
     const std::string_view arg = argv[i];
     if (arg == "--interstitial") {
       options.interstitial = true;
+    } else if (arg == "--video") {
+      options.video = true;
     } else if ((arg == "--quit-after" || arg == "--screenshot") && i + 1 < argc) {
       const std::string_view value = argv[++i];
       if (arg == "--screenshot") {
@@ -86,7 +92,7 @@ class App {
  public:
   explicit App(Options options) : options_(std::move(options)) {
     window_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-    gtk_window_set_default_size(GTK_WINDOW(window_), 480, 360);
+    gtk_window_set_default_size(GTK_WINDOW(window_), 600, 400);
     g_signal_connect_swapped(window_, "destroy", G_CALLBACK(+[](App* app) {
                                app->window_ = nullptr;
                                gtk_main_quit();
@@ -97,9 +103,13 @@ class App {
     gtk_header_bar_set_title(GTK_HEADER_BAR(header), "Zorva GTK example");
     gtk_header_bar_set_show_close_button(GTK_HEADER_BAR(header), TRUE);
     button_ = gtk_button_new_with_label("Show interstitial");
-    g_signal_connect_swapped(button_, "clicked", G_CALLBACK(+[](App* app) { app->interstitial(); }),
-                             this);
+    g_signal_connect_swapped(button_, "clicked",
+                             G_CALLBACK(+[](App* app) { app->interstitial(false); }), this);
     gtk_header_bar_pack_start(GTK_HEADER_BAR(header), button_);
+    videoButton_ = gtk_button_new_with_label("Video interstitial");
+    g_signal_connect_swapped(videoButton_, "clicked",
+                             G_CALLBACK(+[](App* app) { app->interstitial(true); }), this);
+    gtk_header_bar_pack_start(GTK_HEADER_BAR(header), videoButton_);
     gtk_window_set_titlebar(GTK_WINDOW(window_), header);
 
     // The app's content, above a strip kept for the banner. The overlay lays the host over its
@@ -140,18 +150,18 @@ class App {
     };
     interstitialDelegate_->interstitialWillPresentAd = [this](ZVInterstitialAd&) {
       say("interstitial: shown");
-      gtk_widget_set_sensitive(button_, TRUE);
+      enableButtons(true);
     };
     interstitialDelegate_->interstitialDidFailToReceiveAdWithError = [this](ZVInterstitialAd&,
                                                                             const Error& e) {
       platform::MainQueue::shared().post([this, message = e.localizedDescription()] {
         say("interstitial: no ad (" + message + ")");
-        gtk_widget_set_sensitive(button_, TRUE);
+        enableButtons(true);
       });
     };
 
     gtk_widget_show_all(window_);
-    if (options_.interstitial) interstitial();
+    if (options_.interstitial || options_.video) interstitial(options_.video);
     if (options_.quitAfter) {
       g_timeout_add_seconds(options_.quitAfter, G_SOURCE_FUNC(+[](gpointer app) {
                               static_cast<App*>(app)->quit();
@@ -204,21 +214,29 @@ class App {
     });
   }
 
-  // A new interstitial for every press: one that was shown stays shown, even once closed.
-  void interstitial() {
+  // A new interstitial for every press: one that was shown stays shown, even once closed. A video
+  // one plays its VAST video full screen, with its sound.
+  void interstitial(bool video) {
     if (host_->rootViewController()->presentedViewController()) {
       say("interstitial: one is on screen already");
       return;
     }
-    gtk_widget_set_sensitive(button_, FALSE);
-    interstitial_ = ZVInterstitialAd::create(request("interstitial"));
+    enableButtons(false);
+    interstitial_ = ZVInterstitialAd::create(request(video ? "video" : "interstitial"));
+    interstitial_->setSwitchToVideo(video);
     interstitial_->setDelegate(interstitialDelegate_);
     interstitial_->loadAd();
+  }
+
+  void enableButtons(bool enabled) {
+    gtk_widget_set_sensitive(button_, enabled);
+    gtk_widget_set_sensitive(videoButton_, enabled);
   }
 
   Options options_;
   GtkWidget* window_ = nullptr;
   GtkWidget* button_ = nullptr;
+  GtkWidget* videoButton_ = nullptr;
   std::unique_ptr<gtk::Host> host_;
   std::shared_ptr<ZVBannerView> banner_;
   std::shared_ptr<ZVInterstitialAd> interstitial_;

@@ -148,6 +148,17 @@ TEST_F(GtkAppTest, ShowsTheInterstitialOverTheWholeWindowBelowItsHeaderBar) {
   quit();
 }
 
+TEST_F(GtkAppTest, PlaysTheVideoInterstitialOnScreen) {
+  start({"--video"});
+  ASSERT_TRUE(hear("interstitial: shown")) << heard << app->err;
+  // The ad server's clip is a test pattern: its magenta bar shows below the header bar.
+  EXPECT_TRUE(waitFor([](const TopLevel& w, const Screenshot& s) {
+    return s.count(Pixel{255, 0, 255}, w.x, w.y + 60, w.width, w.height - 60 - kFrame, 40) > 2000;
+  })) << heard;
+  shot.writePng("gtk-app-video.png");
+  quit();
+}
+
 }  // namespace
 }  // namespace zorva::test
 

@@ -100,7 +100,7 @@ std::string nonLinearDocument() {
 
 const char* const kBannerHtml =
     "<a href=\"https://example.com/zorva/banner\" style=\"display:block;width:320px;"
-    "height:50px;line-height:50px;background:#1b5e20;color:#fff;font:bold 16px sans-serif;"
+    "height:50px;background:#1b5e20;color:#fff;font:bold 16px/50px sans-serif;"
     "text-align:center;text-decoration:none\">Zorva banner: tap to install</a>";
 
 const char* const kInterstitialHtml =

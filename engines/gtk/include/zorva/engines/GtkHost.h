@@ -57,7 +57,8 @@ class Host {
                                             const std::string& title, HostOptions options = {});
   /// Shows `window` in `container`, a widget of the app's: as an overlay when the container is a
   /// `GtkOverlay` (over the app's content, which keeps every click the tree does not take),
-  /// otherwise as its child.
+  /// otherwise as its child. A `GtkOverlay` lays its overlays over its main child's allocation:
+  /// give the main child no margin if the tree is to cover the whole overlay.
   static std::unique_ptr<Host> attach(std::shared_ptr<platform::Window> window,
                                       GtkContainer* container, HostOptions options = {});
   /// The same in a new key window with a plain root controller (`rootViewController`), for an

@@ -357,18 +357,5 @@ TEST_F(GtkHostTest, AnInterstitialCoversTheWindowFollowsItsSizeAndItsXTakesItDow
   EXPECT_EQ(host->rootViewController()->presentedViewController(), nullptr);
 }
 
-TEST_F(GtkHostTest, ResizingKeepsTheBannerWhereTheAppPlacedIt) {
-  AppWindow app(400, 600);
-  host = Host::attach(GTK_CONTAINER(app.overlay));
-  auto banner = loadBanner(Rect(40, 550, 320, 50), /*store=*/false);
-  ASSERT_TRUE(waitForPixel(200, 575, kGreen));
-  gtk_window_resize(GTK_WINDOW(app.toplevel), 600, 700);
-  ASSERT_TRUE(waitUntil([&] { return host->window()->bounds().size.height == 700; }));
-  ASSERT_TRUE(waitForPixel(590, 690, kBlue));
-  auto picture = shot();
-  EXPECT_EQ(picture.count(kGreen, 40, 550, 320, 50), 320 * 50);
-  EXPECT_EQ(picture.count(kGreen, 0, 0, 600, 700), 320 * 50);
-}
-
 }  // namespace
 }  // namespace zorva::gtk

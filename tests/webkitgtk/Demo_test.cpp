@@ -5,23 +5,13 @@
 #ifdef ZORVA_DEMO_EXECUTABLE
 
 #include <gtest/gtest.h>
-#include <zorva/engines/WebKitWebEngine.h>
-#include <zorva/platform/Button.h>
-#include <zorva/platform/StoreProductViewController.h>
 #include <zorva/platform/Value.h>
-#include <zorva/platform/ViewController.h>
-#include <zorva/platform/Window.h>
 
 #include <filesystem>
 #include <map>
-#include <sstream>
 
 #include "support/PngSize.h"
-#include "support/TestEnvironment.h"
 #include "tools/Subprocess.h"
-#include "zorva-demo/DemoWindow.h"
-#include "zorva-demo/SimulatedUser.h"
-#include "zorva-demo/Timeline.h"
 #include "zorva-demo/Tour.h"
 
 namespace zorva::demo {
@@ -87,51 +77,6 @@ TEST(DemoWithRealEngines, RunsTheTourInAWindowClickedWithTheRealPointer) {
       {"vast-wrapper", {"the button X"}},
       {"vast-nonlinear", {"the button X"}}};
   EXPECT_EQ(clicked, expected);
-}
-
-// The window's pointer on its own: a button deep in the tree and the host's own Close button of
-// a store sheet, each clicked where the screen shows it and taken as the user's tap.
-TEST(DemoWindow, ClicksTheTreesButtonsAndTheHostsPanelsWhereTheyAreShown) {
-  std::string whyNot;
-  ASSERT_TRUE(platform::WebKitWebEngine::install(&whyNot)) << whyNot;
-  auto root = platform::ViewController::create();
-  auto window = platform::Window::create(platform::Rect(0, 0, 375, 600));
-  window->setRootViewController(root);
-  window->makeKeyAndVisible();
-  // Away from every corner, in a view that is moved itself.
-  auto box = platform::View::create(platform::Rect(40, 300, 300, 200));
-  auto button = platform::Button::buttonWithType(platform::ButtonType::System);
-  button->setFrame(platform::Rect(150, 120, 80, 40));
-  button->setTitle("Go", platform::kControlStateNormal);
-  int taps = 0;
-  button->addTarget([&](platform::Button&) { ++taps; }, platform::kControlEventTouchUpInside);
-  box->addSubview(button);
-  root->view()->addSubview(box);
-
-  std::ostringstream out;
-  Timeline timeline(out, Timeline::Format::Text, false);
-  auto pointer = DemoWindow::open(window, timeline, &whyNot);
-  ASSERT_TRUE(pointer) << whyNot;
-  EXPECT_TRUE(SimulatedUser::pressButton(root->view(), "Go", pointer.get()));
-  EXPECT_TRUE(test::runMainQueueUntil([&] { return taps == 1; }));
-  EXPECT_NE(out.str().find("window point (230, 440): the button Go"), std::string::npos)
-      << out.str();
-
-  struct Closing : platform::StoreProductViewControllerDelegate {
-    void productViewControllerDidFinish(
-        const std::shared_ptr<platform::StoreProductViewController>&) override {
-      closed = true;
-    }
-    bool closed = false;
-  };
-  auto closing = std::make_shared<Closing>();
-  auto sheet = platform::StoreProductViewController::create();
-  sheet->setDelegate(closing);
-  sheet->loadProductWithParameters({{"id", 1234567890}}, nullptr);
-  root->presentViewController(sheet, false, nullptr);
-  EXPECT_TRUE(SimulatedUser::closeSheetOnTop(root, pointer.get()));
-  EXPECT_TRUE(test::runMainQueueUntil([&] { return closing->closed; }));
-  EXPECT_NE(out.str().find("the button Close"), std::string::npos) << out.str();
 }
 
 }  // namespace

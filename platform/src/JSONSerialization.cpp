@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <string>
 
 namespace zorva::platform {
 
@@ -37,12 +38,48 @@ void fail(std::optional<Error>* error, int code, const std::string& what) {
     *error = Error::withDescription(JSONSerialization::kErrorDomain, code, what);
 }
 
+// nlohmann's own tree builder, stopped when arrays and objects nest deeper than the limit: its
+// reader keeps its place on the heap, but copying, comparing and writing a tree recurse, and
+// each open level costs about a hundred bytes, so an unclosed "[[[[..." of the transport's 64
+// MiB would cost gigabytes before failing at its end.
+class BoundedTreeBuilder : public nlohmann::detail::json_sax_dom_parser<Value> {
+ public:
+  using json_sax_dom_parser::json_sax_dom_parser;
+
+  bool start_object(std::size_t elements) {
+    return enter() && json_sax_dom_parser::start_object(elements);
+  }
+  bool start_array(std::size_t elements) {
+    return enter() && json_sax_dom_parser::start_array(elements);
+  }
+  bool end_object() {
+    --depth_;
+    return json_sax_dom_parser::end_object();
+  }
+  bool end_array() {
+    --depth_;
+    return json_sax_dom_parser::end_array();
+  }
+
+ private:
+  bool enter() { return ++depth_ <= JSONSerialization::kMaximumDepth; }
+
+  std::size_t depth_ = 0;
+};
+
 }  // namespace
 
 std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, unsigned options,
                                                            std::optional<Error>* error) {
   try {
-    Value value = Value::parse(data.begin(), data.end());
+    Value value;
+    BoundedTreeBuilder builder(value);
+    if (!Value::sax_parse(data.begin(), data.end(), &builder)) {
+      fail(error, kNestingTooDeepCode,
+           "JSON text nests arrays and objects deeper than " + std::to_string(kMaximumDepth) +
+               " levels");
+      return std::nullopt;
+    }
     if (!(options & FragmentsAllowed) && !value.is_object() && !value.is_array()) {
       fail(error, kFragmentNotAllowedCode,
            "JSON text did not start with array or object and option to allow "

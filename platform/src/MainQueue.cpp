@@ -57,8 +57,10 @@ void MainQueue::post(std::function<void()> task) {
 
 std::shared_ptr<Timer> MainQueue::scheduleTimer(Duration delay, std::function<void()> action) {
   if (delay < Duration::zero()) delay = Duration::zero();
-  std::shared_ptr<Timer> timer(
-      new Timer(clock_->now() + delay, Duration::zero(), std::move(action)));
+  const TimePoint now = clock_->now();
+  // A delay past the end of the clock's range means the end of it, not an overflow into the past.
+  const TimePoint fireDate = delay < TimePoint::max() - now ? now + delay : TimePoint::max();
+  std::shared_ptr<Timer> timer(new Timer(fireDate, Duration::zero(), std::move(action)));
   {
     std::lock_guard lock(mutex_);
     timer->queue_ = this;

@@ -1,6 +1,25 @@
 #include "zorva/platform/Text.h"
 
+#include <locale.h>
+#include <stdlib.h>
+
 namespace zorva::platform {
+
+namespace {
+
+// The "C" locale, made once and kept for the process.
+locale_t cLocale() {
+  static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
+  return locale;
+}
+
+}  // namespace
+
+float floatFromText(const std::string& text) { return strtof_l(text.c_str(), nullptr, cLocale()); }
+
+double doubleFromText(const std::string& text) {
+  return strtod_l(text.c_str(), nullptr, cLocale());
+}
 
 bool isValidUTF8(std::string_view bytes) {
   const auto* s = reinterpret_cast<const unsigned char*>(bytes.data());

@@ -2,11 +2,13 @@
 
 #include <curl/curl.h>
 
-#include <cmath>
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <thread>
 #include <vector>
+
+#include "zorva/platform/Clock.h"
 
 namespace zorva::platform {
 
@@ -140,8 +142,11 @@ struct URLSession::Engine {
     curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE,
                      static_cast<curl_off_t>(URLSession::kMaximumBodySize));
     if (request.timeoutInterval > 0) {
+      // Saturated: a huge interval is a time-out millions of years away, not an overflow.
       curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS,
-                       static_cast<long>(std::ceil(request.timeoutInterval * 1000.0)));
+                       static_cast<long>(std::chrono::ceil<std::chrono::milliseconds>(
+                                             seconds(request.timeoutInterval))
+                                             .count()));
     }
     if (request.HTTPMethod == "POST") {
       transfer->requestBody = request.HTTPBody.value_or(Data());

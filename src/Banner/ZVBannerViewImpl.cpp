@@ -91,8 +91,7 @@ void ZVBannerView::Impl::scheduleRefreshIfApplicable() {
     std::lock_guard lock(mutex_);
     replaced = std::exchange(adPlayTracker_, std::move(tracker));
   }
-  // The replaced tracker cancels its timer as it goes, from whichever thread
-  // this is.
+  // Let go of outside the lock. Its timer, if still pending, keeps it and still retries.
 }
 
 void ZVBannerView::Impl::notifyError(const Error& error) {

@@ -34,7 +34,7 @@ std::shared_ptr<ZVLinkResolver> ZVLinkResolver::create() {
   return std::shared_ptr<ZVLinkResolver>(new ZVLinkResolver());
 }
 
-void ZVLinkResolver::resolve(const platform::URL& url, const Value& skadnInfo) {
+void ZVLinkResolver::resolve(const std::optional<platform::URL>& url, const Value& skadnInfo) {
   if (!skadnInfo.is_object() || skadnInfo.empty()) {
     resolve(url);
     return;
@@ -42,8 +42,8 @@ void ZVLinkResolver::resolve(const platform::URL& url, const Value& skadnInfo) {
   tryShowingStoreProductControllerWithParameters(skadnInfo, url);
 }
 
-void ZVLinkResolver::tryShowingStoreProductControllerWithParameters(const Value& skadnInfo,
-                                                                    const platform::URL& url) {
+void ZVLinkResolver::tryShowingStoreProductControllerWithParameters(
+    const Value& skadnInfo, const std::optional<platform::URL>& url) {
   Value parameters = ZVStoreKitParameters(skadnInfo);
   if (parameters.size() < 2) {
     resolve(url);
@@ -69,12 +69,12 @@ void ZVLinkResolver::presentStoreKitWithProductParameters(const Value& parameter
   present(skProductController_);
 }
 
-void ZVLinkResolver::resolve(const platform::URL& url) {
+void ZVLinkResolver::resolve(const std::optional<platform::URL>& url) {
   auto self = shared_from_this();
-  auto browser = platform::SafariViewController::create(url);
+  auto browser = url ? platform::SafariViewController::create(*url) : nullptr;
   if (!browser) {
     ZV_LOG(2, "-[ZVLinkResolver resolve:]", "The in-app browser cannot open %s",
-           url.absoluteString().c_str());
+           url ? url->absoluteString().c_str() : "(null)");
     return;
   }
   browser->setDelegate(std::weak_ptr<platform::SafariViewControllerDelegate>(self));

@@ -38,16 +38,17 @@ class ZVLinkResolver : public std::enable_shared_from_this<ZVLinkResolver>,
 
   /// The players' entry point: a click on `url` with the ad's SKAdNetwork information (null, or
   /// an object with no entries, goes straight to the browser; so does anything not an object).
-  void resolve(const platform::URL& url, const Value& skadnInfo);
+  /// A click without a URL still opens the store sheet when the information allows it.
+  void resolve(const std::optional<platform::URL>& url, const Value& skadnInfo);
   /// The store sheet when the parameters made from `skadnInfo` are enough (two or more) and the
   /// system can show them; else the browser on `url`.
   void tryShowingStoreProductControllerWithParameters(const Value& skadnInfo,
-                                                      const platform::URL& url);
+                                                      const std::optional<platform::URL>& url);
   /// Shows the store sheet for `parameters` without waiting for its load.
   void presentStoreKitWithProductParameters(const Value& parameters);
   /// Opens the in-app browser on `url`. The browser takes only http and https: for any other
-  /// scheme a warning is logged and nothing is shown or reported.
-  void resolve(const platform::URL& url);
+  /// scheme, or no URL, a warning is logged and nothing is shown or reported.
+  void resolve(const std::optional<platform::URL>& url);
 
   void productViewControllerDidFinish(
       const std::shared_ptr<platform::StoreProductViewController>& viewController) override;

@@ -28,10 +28,11 @@ void ZVLocationManager::fetchLocation(LocationCallback callback) {
 
 void ZVLocationManager::locationManagerDidUpdateLocations(
     platform::LocationManager&, const std::vector<platform::Location>& locations) {
-  if (!locationUpdateBlock_ || locations.empty()) return;
+  if (!locationUpdateBlock_) return;
   auto callback = std::move(locationUpdateBlock_);
   locationUpdateBlock_ = nullptr;
-  callback(locations.front());
+  // An update without a fix answers with nothing, so that whoever waits goes on.
+  callback(locations.empty() ? std::nullopt : std::optional(locations.front()));
 }
 
 void ZVLocationManager::locationManagerDidFailWithError(platform::LocationManager&, const Error&) {}

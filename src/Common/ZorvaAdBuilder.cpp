@@ -1,8 +1,9 @@
 #include "Common/ZorvaAdBuilder.h"
 
-#include <cstdlib>
 #include <limits>
 #include <string>
+
+#include <zorva/platform/Text.h>
 
 #include "Common/Exception.h"
 
@@ -50,7 +51,7 @@ const Value& firstObject(const Value& array) {
   return array.front();
 }
 
-// Single-precision conversion of a number or a numeric string; absent gives 0.
+// Single-precision conversion of a number or a numeric string; anything else gives 0.
 float floatValue(const Value* v) {
   if (v == nullptr) return 0.0f;
   if (v->is_number()) {
@@ -63,10 +64,9 @@ float floatValue(const Value* v) {
   if (v->is_boolean()) return v->get<bool>() ? 1.0f : 0.0f;
   if (v->is_string()) {
     // Leading white space skipped, as much of a decimal number read as there is, else 0.
-    const std::string& text = v->get_ref<const std::string&>();
-    return std::strtof(text.c_str(), nullptr);
+    return platform::floatFromText(v->get_ref<const std::string&>());
   }
-  raise("floatValue", *v);
+  return 0.0f;
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ void ZVInterstitialAd::Impl::intarnalLoadAd() { adLoader()->load(); }
 void ZVInterstitialAd::Impl::showFromViewController(
     const std::shared_ptr<platform::ViewController>& presenter) {
   auto ad = owner_.lock();
-  if (!ad || !presenter) return;
+  if (!ad) return;
   auto current = player();
   auto view = current ? current->playerView() : nullptr;
   const auto orientation = ZVUtility::currentOrientaion();
@@ -82,6 +82,8 @@ void ZVInterstitialAd::Impl::showFromViewController(
     std::lock_guard lock(mutex_);
     replaced = std::exchange(modalController_, controller);
   }
+  // Without a presenter the controller is still kept; only the presentation does nothing.
+  if (!presenter) return;
   // The completion keeps the interstitial until the presentation has ended.
   presenter->presentViewController(controller, false, [ad] {
     auto& self = of(*ad);

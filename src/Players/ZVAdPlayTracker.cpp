@@ -14,12 +14,11 @@ ZVAdPlayTracker::~ZVAdPlayTracker() {
 
 void ZVAdPlayTracker::trackCompletion(Completion completion) {
   completionBlock_ = std::move(completion);
-  std::weak_ptr<ZVAdPlayTracker> weakSelf = weak_from_this();
-  // The earlier timer, if any, is deliberately left running.
+  // The earlier timer, if any, is deliberately left running. The queue releases the action,
+  // and with it this tracker, once the timer has fired or been invalidated.
   timer_ = platform::MainQueue::shared().scheduleTimer(
-      platform::seconds(static_cast<double>(sessionTime_)), [weakSelf] {
-        if (auto self = weakSelf.lock()) self->onCompletion();
-      });
+      platform::seconds(static_cast<double>(sessionTime_)),
+      [self = shared_from_this()] { self->onCompletion(); });
 }
 
 void ZVAdPlayTracker::onCompletion() {

@@ -11,10 +11,11 @@ namespace zorva {
 /// Tells the display player when its session is over: a one-shot timer of `sessionTime` seconds
 /// on the main queue.
 ///
-/// A second `trackCompletion` replaces the callback and the stored timer without cancelling the
-/// first timer, which still fires and so runs the newer callback. Destroying the tracker
-/// invalidates its timer; a replaced timer that fires after that finds no tracker and does
-/// nothing. Main thread only.
+/// A scheduled timer holds its tracker until it fires or is invalidated, so a tracker its owner
+/// has let go of (or replaced) still runs its callback when the time comes. A second
+/// `trackCompletion` replaces the callback and the stored timer without cancelling the first
+/// timer, which still fires and so runs the newer callback. An owner that must end the session
+/// with itself invalidates `timer()`. Main thread only.
 class ZVAdPlayTracker : public std::enable_shared_from_this<ZVAdPlayTracker> {
  public:
   using Completion = std::function<void()>;

@@ -37,6 +37,10 @@ std::shared_ptr<ZVDisplayAdPlayer> ZVDisplayAdPlayer::create(const ZVPlayerConfi
   return player;
 }
 
+ZVDisplayAdPlayer::~ZVDisplayAdPlayer() {
+  if (adPlayTracker_ && adPlayTracker_->timer()) adPlayTracker_->timer()->invalidate();
+}
+
 void ZVDisplayAdPlayer::play() {
   if (!creativeError_) {
     htmlPlayer_->play();

@@ -31,6 +31,8 @@ class ZVDisplayAdPlayer : public std::enable_shared_from_this<ZVDisplayAdPlayer>
                           public ZVLinkResolverDelegate {
  public:
   static std::shared_ptr<ZVDisplayAdPlayer> create(const ZVPlayerConfig& config);
+  /// Cancels the session timer: the pending timer would otherwise keep the tracker alive.
+  ~ZVDisplayAdPlayer() override;
 
   void play() override;
   /// The HTML player's web view.

@@ -1,8 +1,9 @@
 #include "Vast/ZVVastNonLinearAdPlayer.h"
 
 #include <cctype>
-#include <cstdlib>
 #include <string>
+
+#include <zorva/platform/Text.h>
 
 #include "Vast/ZVVastNonLinear.h"
 
@@ -59,7 +60,7 @@ double ZVVastNonLinearAdPlayer::leadingDouble(std::string_view text) {
   }
   // Only digits, a point, an exponent and signs are handed on: no hexadecimal, no "inf".
   const std::string number(text.substr(start, end - start));
-  return std::strtod(number.c_str(), nullptr);
+  return platform::doubleFromText(number);
 }
 
 void ZVVastNonLinearAdPlayer::htmlPlayerDidPlayAd() {

@@ -2,6 +2,7 @@
 
 #include "Common/ZVInstanceFactory.h"
 #include "Common/ZVLog.h"
+#include "Common/ZVReleaseOnMainQueue.h"
 #include "Common/ZVViewUtils.h"
 #include "Network/ZVNetworkHandler.h"
 #include "Vast/ZVVastLinear.h"
@@ -48,14 +49,21 @@ void ZVVastPlayer::play() {
   std::weak_ptr<ZVVastPlayer> weakSelf = self();
   ZVVastParser::create()->parse(
       creative, [weakSelf](std::shared_ptr<ZVVast> vast, std::optional<Error> error) {
-        if (auto player = weakSelf.lock()) player->parsed(vast, error);
+        auto player = weakSelf.lock();
+        if (!player) return;
+        player->parsed(vast, error);
+        // A failure of the wrapper chain arrives on the network thread: if the app let go of
+        // the ad meanwhile, this player, a view, must still die on the main thread.
+        releaseOnMainQueue(std::move(player));
       });
 }
 
 void ZVVastPlayer::parsed(const std::shared_ptr<ZVVast>& vast, const std::optional<Error>& error) {
   if (error) {
     if (vast && !vast->ads.empty()) trackErrors(*error, vast->ads.front());
-    if (auto d = delegate()) d->playerDidFailWithError(*error);
+    auto d = delegate();
+    if (d) d->playerDidFailWithError(*error);
+    releaseOnMainQueue(std::move(d));
     return;
   }
   const auto ad = vast ? firstInlineAd(*vast) : nullptr;
@@ -156,10 +164,10 @@ void ZVVastPlayer::playerDidFailedWithError(const Error& error) {
 }
 
 void ZVVastPlayer::playerDidIteractedWithTargetUrl(const std::optional<std::string>& url) {
-  // A creative without (valid) click-through has nowhere to send the viewer.
-  const auto target = url ? platform::URL::URLWithString(*url) : std::nullopt;
-  if (!target) return;
-  linkResolver_->resolve(*target, ad_ ? ad_->skadn : Value());
+  // Asked even without a (valid) click-through, which often sits in CDATA the reader leaves out:
+  // the store sheet needs none, and the browser logs that it has nowhere to go.
+  linkResolver_->resolve(url ? platform::URL::URLWithString(*url) : std::nullopt,
+                         ad_ ? ad_->skadn : Value());
 }
 
 void ZVVastPlayer::resolverWillPresentModal(ZVLinkResolver&) {

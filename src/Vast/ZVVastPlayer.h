@@ -36,7 +36,8 @@ struct ZVTrackingPoint {
 ///
 /// Reports to its delegate on the main thread, except a parse failure, which is passed on from
 /// the thread the parser reported it on (the caller's for malformed XML or an unsupported
-/// version, the network thread for a failed wrapper chain). The creative player's media starts
+/// version, the network thread for a failed wrapper chain); the references it took there to
+/// itself and its delegate are let go of on the main queue. The creative player's media starts
 /// when its view enters a window: this player adds it as a subview on load.
 class ZVVastPlayer : public platform::View,
                      public ZVAdPlaying,

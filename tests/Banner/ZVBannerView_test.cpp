@@ -4,6 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <zorva/ZVBannerView.h>
+#include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/HeadlessWebEngine.h>
+#include <zorva/platform/SafariViewController.h>
+#include <zorva/platform/Window.h>
 
 #include <future>
 
@@ -86,6 +90,25 @@ TEST_F(BannerTest, ALoadedAdsViewIsPinnedInsideTheBannerBeforeTheAppHears) {
   EXPECT_EQ(Value::parse(request.body)["imp"][0]["banner"].dump(), R"({"w":320,"h":50})");
 }
 
+// A click in the ad is told around the browser it opens.
+TEST_F(BannerTest, AClickThroughIsToldBeforeTheBrowserOpensAndAfterItCloses) {
+  auto root = platform::ViewController::create();
+  auto window = platform::DeviceProfile::phone().makeKeyWindow(root);
+  auto banner = makeBanner();
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("receive"));
+  auto page = std::dynamic_pointer_cast<platform::WebView>(
+      ZVBannerView::Impl::of(*banner).player()->playerView());
+  ASSERT_TRUE(page);
+  platform::HeadlessWebEngine::of(*page)->clickLink(
+      platform::URLRequest(platform::URL::URLWithString("https://advertiser.example/")));
+  auto browser =
+      std::dynamic_pointer_cast<platform::SafariViewController>(root->presentedViewController());
+  ASSERT_TRUE(browser);
+  browser->finish();
+  EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"receive", "present", "dismiss"}));
+}
+
 TEST_F(BannerTest, WithRefreshEachSessionEndsAfterTheIntervalAndTheNextLoadStartsAtOnce) {
   auto banner = makeBanner(30);
   banner->loadAd();
@@ -119,6 +142,19 @@ TEST_F(BannerTest, WithRefreshAFailureIsToldAndRetriedAfterTheIntervalWithoutLoa
   MainQueue::shared().advanceBy(seconds(30));
   ASSERT_TRUE(waitFor("fail", 2));
   EXPECT_FALSE(recorder_.heard()[1].onMainThread);
+}
+
+// A second failure replaces the retry tracker, but the first retry still comes.
+TEST_F(BannerTest, WithRefreshEveryFailureIsRetried) {
+  auto banner = makeBanner(30, test::unreachableRequest());
+  banner->loadAd();
+  ASSERT_TRUE(waitFor("fail"));
+  MainQueue::shared().advanceBy(seconds(10));
+  ZVBannerView::Impl::of(*banner).playerDidFailWithError(Error("WebKitErrorDomain", 102));
+  MainQueue::shared().advanceBy(seconds(20));
+  ASSERT_TRUE(waitFor("fail", 3));  // the first retry, due at 30 s
+  MainQueue::shared().advanceBy(seconds(10));
+  ASSERT_TRUE(waitFor("fail", 4));  // the second, due at 40 s
 }
 
 TEST_F(BannerTest, WithoutRefreshAFailureMakesTheBannerLoadableAgain) {

@@ -5,9 +5,12 @@
 
 #include <zorva/ZVInBannerVideo.h>
 #include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/SafariViewController.h>
 #include <zorva/platform/Window.h>
 
 #include "Banner/ZVInBannerVideoImpl.h"
+#include "Vast/ZVVastLinearAdPlayer.h"
+#include "Vast/ZVVastPlayer.h"
 #include "support/AdFormatTesting.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
@@ -84,13 +87,24 @@ TEST_F(InBannerVideoTest, AVideoAdIsAskedForShownOnPlayAdAndReportedAtItsEnd) {
   video->layoutIfNeeded();
   EXPECT_EQ(view->frame(), platform::Rect(0, 0, 320, 180));
 
+  // A tap on the video is told around the browser it opens.
+  auto vast = std::dynamic_pointer_cast<ZVVastPlayer>(view);
+  ASSERT_TRUE(vast);
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return vast->vastAdPlayer() != nullptr; }));
+  std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(vast->vastAdPlayer())->touchesEnded();
+  auto browser =
+      std::dynamic_pointer_cast<platform::SafariViewController>(root_->presentedViewController());
+  ASSERT_TRUE(browser);
+  browser->finish();
+
   // VAST players never report a start, so the video stays "loading" until its end.
   MainQueue::shared().advanceBy(seconds(2));
   EXPECT_EQ(video->state(), 1);
   MainQueue::shared().advanceBy(seconds(20));
   ASSERT_TRUE(waitFor("finish"));
   EXPECT_EQ(video->state(), 3);
-  EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"receive", "finish"}));
+  EXPECT_EQ(recorder_.names(),
+            (std::vector<std::string>{"receive", "present", "dismiss", "finish"}));
 
   video->loadAd();  // refused: a load would make it loading again
   EXPECT_EQ(video->state(), 3);

@@ -140,6 +140,10 @@ TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
       {200, std::string("\x89PNG\r\n\x1a\n\x00\x00\x00\rIHDR\xff\xfe", 18), "nlohmann::json"},
       {200, "", "nlohmann::json"},
       {200, std::string(10u << 20, '{'), "nlohmann::json"},
+      {200,
+       R"({"seatbid":[{"bid":[{"adm":)" + std::string(100000, '[') + std::string(100000, ']') +
+           "}]}]}",
+       "nlohmann::json"},
       {200, "1", "ZorvaSDK"},
   };
   for (const auto& c : cases) {

@@ -55,6 +55,14 @@ TEST(ZVLocationManager, TheFirstDeliveredFixAnswersOnTheMainQueueOnce) {
   LocationManager::deliverLocations({Location(2, 2)});
   platform::MainQueue::shared().runUntilIdle();
   EXPECT_EQ(fixes.got.size(), 1u);
+
+  // An update without a fix still answers, with nothing, so the request build goes on.
+  manager->fetchLocation(fixes.callback());
+  LocationManager::deliverLocations({});
+  platform::MainQueue::shared().runUntilIdle();
+  ASSERT_EQ(fixes.got.size(), 2u);
+  EXPECT_FALSE(fixes.got[1]);
+  EXPECT_FALSE(manager->hasPendingCallback());
 }
 
 TEST(ZVLocationManager, ANewFetchReplacesThePendingCallbackAndAPlatformFailureCallsNothing) {

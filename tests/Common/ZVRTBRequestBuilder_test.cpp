@@ -8,6 +8,7 @@
 #include <zorva/platform/AdvertisingIdentifierManager.h>
 #include <zorva/platform/Bundle.h>
 #include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/HeadlessWebEngine.h>
 #include <zorva/platform/LocationManager.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/UUID.h>
@@ -230,7 +231,49 @@ TEST_F(RequestBuilderTest, TheHttpRequestIsAPostToTheServerWithTheIdsInTheQuery)
   request_->serverUrl.reset();
   built = build(builder(false, false));
   EXPECT_EQ(request_->serverUrl, ZVAdRequest::defaultServerUrl());
+  EXPECT_EQ(built.request->url->scheme(), "http");
   EXPECT_EQ(built.request->url->path(), "/zorva/servad");
+  const ZVAdRequest fresh;
+  EXPECT_EQ(fresh.serverUrl, ZVAdRequest::defaultServerUrl());
+  EXPECT_EQ(fresh.netoworkTimeout, 10u);
+}
+
+// A key whose source has nothing to say is left out, never sent as null or "".
+TEST_F(RequestBuilderTest, KeysWithoutASourceAreLeftOut) {
+  auto profile = platform::DeviceProfile::phone();
+  profile.idiom = platform::UserInterfaceIdiom::TV;
+  profile.carrier.reset();
+  profile.preferredLanguages.clear();
+  profile.apply();
+  platform::HeadlessWebEngine::setAutomaticByDefault(false);
+  bool done = false;
+  Value body;
+  builder(false, false)->build([&](std::optional<URLRequest> request, std::optional<Error>) {
+    done = true;
+    body = Value::parse(*request->HTTPBody);
+  });
+  auto engines = platform::HeadlessWebEngine::liveEngines();
+  ASSERT_EQ(engines.size(), 1u);
+  engines[0]->completeScript(std::nullopt, Error("WKErrorDomain", 4));
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return done; }));
+  for (const char* key : {"devicetype", "mccmnc", "carrier", "language", "ua"}) {
+    EXPECT_FALSE(body["device"].contains(key)) << key;
+  }
+  EXPECT_EQ(body["app"].dump(),
+            R"({"publisher":{"id":"pub-1"},"name":"Zorva Demo","ver":"2.4.1"})");
+}
+
+// A body that cannot be written is logged as an error; the POST still goes, without a body.
+TEST_F(RequestBuilderTest, ABodyThatCannotBeWrittenLeavesThePostEmpty) {
+  test::LogCapture log;
+  ZorvaSDK::shared()->setAppkeywords("\xff");
+  auto built = build(builder(false, false));
+  ASSERT_TRUE(built.request);
+  EXPECT_EQ(built.request->HTTPMethod, "POST");
+  EXPECT_FALSE(built.request->HTTPBody);
+  auto lines = log.entriesContaining("-[ZVRTBRequestBuilder build:]_block_invoke");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("- E -"), std::string::npos);
 }
 
 TEST_F(RequestBuilderTest, AtInfoLevelTheWholeRequestIsLoggedOnOneEntry) {

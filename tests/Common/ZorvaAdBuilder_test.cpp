@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "Common/ZVAdLoader.h"
+#include "support/TestEnvironment.h"
 
 namespace zorva {
 namespace {
@@ -29,6 +30,22 @@ TEST(BidResponse, TheFirstBidOfTheFirstSeatBidIsKeptAsTheResponseHeldIt) {
   ASSERT_TRUE(r.ad);
   EXPECT_EQ(r.ad->size.width, 0);
   EXPECT_TRUE(r.ad->bidId.is_null());
+  // A size that is no number and no string is zero too; the ad is still made.
+  for (const char* body : {R"({"seatbid":[{"bid":[{"adm":"x","w":null,"h":[1]}]}]})",
+                           R"({"seatbid":[{"bid":[{"adm":"x","w":{"v":2},"h":{}}]}]})"}) {
+    r = read(body);
+    ASSERT_TRUE(r.ad) << body;
+    EXPECT_EQ(r.ad->size, (ZVAdSize{0, 0}));
+  }
+}
+
+// A host that sets the locale from the environment must not turn "12.5" into 12.
+TEST(BidResponse, NumericStringsReadAPointAsTheDecimalSeparatorInAnyLocale) {
+  test::CommaDecimalLocale comma;
+  if (!comma.active()) GTEST_SKIP() << "no locale with a decimal comma can be built here";
+  auto r = read(R"({"seatbid":[{"bid":[{"w":"12.5","h":" 0.25px"}]}]})");
+  ASSERT_TRUE(r.ad);
+  EXPECT_EQ(r.ad->size, (ZVAdSize{12.5, 0.25}));
 }
 
 TEST(BidResponse, NoSeatBidOrNoBidMeansNoAd) {
@@ -40,19 +57,29 @@ TEST(BidResponse, NoSeatBidOrNoBidMeansNoAd) {
 }
 
 TEST(BidResponse, ReadingKeysFromWhatIsNoObjectIsReportedAsNoAdsError) {
-  const std::string deep = std::string(100000, '[') + std::string(100000, ']');
   for (const std::string body :
        {"[1,2]", "\"text\"", "null", R"({"seatbid":"x"})", R"({"seatbid":[1]})",
-        R"({"seatbid":null})", R"({"seatbid":[{"bid":7}]})", R"({"seatbid":[{"bid":[{"w":[1]}]}]})",
-        R"({"seatbid":[{"bid":[{"ext":"e"}]}]})", deep.c_str()}) {
+        R"({"seatbid":null})", R"({"seatbid":[{"bid":7}]})",
+        R"({"seatbid":[{"bid":[{"ext":"e"}]}]})"}) {
     auto r = read(body);
     ASSERT_TRUE(r.error) << body.substr(0, 40);
     EXPECT_EQ(r.error->code, 0);
     EXPECT_EQ(r.error->localizedDescription().rfind("NoAdsError(0) : ", 0), 0u);
   }
-  auto invalidUtf8 = read("{\"a\":\"\xff\"}");
-  ASSERT_TRUE(invalidUtf8.error);
-  EXPECT_EQ(invalidUtf8.error->domain, "nlohmann::json");
+}
+
+// Nesting is bounded while parsing, so nothing that copies or walks the tree can run out of
+// stack, and an unclosed body costs no more than the limit.
+TEST(BidResponse, UnreadableBodiesAreJsonErrors) {
+  const std::string deep(100000, '[');
+  for (const std::string& body :
+       {std::string("{\"a\":\"\xff\"}"), deep + std::string(100000, ']'),
+        R"({"seatbid":[{"bid":[{"adm":)" + deep + std::string(100000, ']') + "}]}]}", deep}) {
+    auto r = read(body);
+    ASSERT_TRUE(r.error) << body.substr(0, 40);
+    EXPECT_EQ(r.error->domain, "nlohmann::json");
+    EXPECT_FALSE(r.ad);
+  }
 }
 
 }  // namespace

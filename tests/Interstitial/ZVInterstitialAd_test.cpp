@@ -120,6 +120,10 @@ TEST_F(InterstitialTest, AFailedLoadMakesItLoadableAgain) {
 
 TEST_F(InterstitialTest, ShowingBeforeALoadPresentsAnEmptyModal) {
   auto ad = makeAd();
+  // Without a presenter the modal controller is still made and kept; nothing is presented.
+  ad->showFromViewController(nullptr);
+  ASSERT_TRUE(ad->modalController());
+  EXPECT_EQ(root_->presentedViewController(), nullptr);
   ad->showFromViewController(root_);
   auto modal = std::dynamic_pointer_cast<ZVModalViewController>(ad->modalController());
   ASSERT_NE(modal, nullptr);

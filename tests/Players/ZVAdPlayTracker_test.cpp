@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "Players/ZVAdPlayTracker.h"
 #include "support/TestEnvironment.h"
 
@@ -21,12 +23,24 @@ TEST(ZVAdPlayTracker, AReplacedTimerStillFiresAndRunsTheNewerCallbackUntilTheTra
   MainQueue::shared().advanceBy(seconds(10));  // the second, due at 40 s
   EXPECT_EQ(runs, (std::vector<std::string>{"second", "second"}));
 
-  // Neither the tracker's timer nor one it replaced runs anything once the tracker is gone.
+  // A pending timer keeps its tracker: let go of by its owner, it still runs the last callback.
   tracker->trackCompletion([&] { runs.push_back("third"); });
   tracker->trackCompletion([&] { runs.push_back("fourth"); });
+  std::weak_ptr<ZVAdPlayTracker> watch = tracker;
   tracker.reset();
   MainQueue::shared().advanceBy(seconds(60));
-  EXPECT_EQ(runs.size(), 2u);
+  EXPECT_EQ(runs, (std::vector<std::string>{"second", "second", "fourth", "fourth"}));
+  EXPECT_TRUE(watch.expired());
+}
+
+TEST(ZVAdPlayTracker, TheLongestSessionTimeMeansPracticallyNever) {
+  test::useVirtualClock();
+  MainQueue::shared().advanceBy(seconds(1));
+  auto tracker = ZVAdPlayTracker::create(std::numeric_limits<std::uint64_t>::max());
+  bool ran = false;
+  tracker->trackCompletion([&] { ran = true; });
+  MainQueue::shared().advanceBy(std::chrono::hours(24 * 365 * 100));
+  EXPECT_FALSE(ran);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <zorva/platform/HeadlessWebEngine.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/SafariViewController.h>
+#include <zorva/platform/StoreProductViewController.h>
 
 #include <gtest/gtest.h>
 
@@ -45,10 +46,12 @@ class ZVDisplayAdPlayerTest : public testing::Test {
  protected:
   void SetUp() override { platform::DeviceProfile::phone().makeKeyWindow(root); }
 
-  std::shared_ptr<ZVDisplayAdPlayer> play(Value creative, std::uint64_t sessionTime = 0) {
+  std::shared_ptr<ZVDisplayAdPlayer> play(Value creative, std::uint64_t sessionTime = 0,
+                                          Value skadn = Value()) {
     ZVPlayerConfig config;
     config.ad = std::make_shared<ZorvaAd>();
     config.ad->creative = std::move(creative);
+    config.ad->skadn = std::move(skadn);
     auto player = ZVDisplayAdPlayer::create(config);
     if (sessionTime) player->setAdPlayTracker(ZVAdPlayTracker::create(sessionTime));
     player->setDelegate(delegate);
@@ -87,6 +90,13 @@ TEST_F(ZVDisplayAdPlayerTest, ALinkTappedAfterTheLoadIsOneClickAndTheAdDoesNotNa
   ASSERT_TRUE(browser());
   browser()->finish();
   EXPECT_EQ(delegate->events, (Events{"load", "willPresent", "didDismiss"}));
+
+  // The bid's attribution goes with the click: enough of it opens the store sheet.
+  auto attributed =
+      play("<p>ad</p>", 0, {{"itunesitem", "880047117"}, {"network", "x.skadnetwork"}});
+  engineOf(*attributed).clickLink(requestFor("https://advertiser.example/"));
+  EXPECT_TRUE(std::dynamic_pointer_cast<platform::StoreProductViewController>(
+      root->presentedViewController()));
 }
 
 TEST_F(ZVDisplayAdPlayerTest, NavigationsAreFollowedExceptTapsAndLaterOtherNavigations) {
@@ -133,14 +143,15 @@ TEST_F(ZVDisplayAdPlayerTest, TheSessionEndsNSecondsAfterEachFinishedLoad) {
   EXPECT_EQ(delegate->events, (Events{"load", "end", "load", "end"}));
 }
 
-TEST_F(ZVDisplayAdPlayerTest, AReleasedPlayersPendingSessionTimerDoesNothing) {
+TEST_F(ZVDisplayAdPlayerTest, AReleasedPlayersPendingSessionTimerIsCancelled) {
   test::useVirtualClock();
   auto player = play("<p>ad</p>", 30);
-  // The tracker outlives the player here: only its weak hold on the player protects the timer.
-  auto tracker = player->adPlayTracker();
+  std::weak_ptr<ZVAdPlayTracker> tracker = player->adPlayTracker();
   std::weak_ptr<ZVDisplayAdPlayer> released = player;
   player.reset();
   EXPECT_TRUE(released.expired());
+  EXPECT_TRUE(tracker.expired());
+  EXPECT_FALSE(MainQueue::shared().nextFireDate());
   MainQueue::shared().advanceBy(seconds(60));
   EXPECT_EQ(delegate->events, (Events{"load"}));
 }

@@ -66,6 +66,28 @@ TEST_F(LinearPlayerTest, TheMediaIsLoadedOnceAndASecondLoadOnlyChangesTheAd) {
   EXPECT_EQ(engine()->url()->absoluteString(), "http://media/ad.mp4");
 }
 
+// The video fills the view, fitted inside, below a warm-yellow-on-dark-blue bar 4 points high
+// whose top is 2 points above the bottom edge at any size.
+TEST_F(LinearPlayerTest, TheVideoLiesUnderAThinBarAlongTheBottomEdge) {
+  player->load(test::firstAd(test::linearVast()));
+  ASSERT_TRUE(player->playerLayer());
+  EXPECT_EQ(player->layer()->sublayers().front(), player->playerLayer());
+  EXPECT_EQ(player->playerLayer()->videoGravity(), platform::LayerVideoGravity::ResizeAspect);
+  const auto& bar = *player->progressView();
+  EXPECT_EQ(
+      bar.progressTintColor(),
+      platform::Color::colorWithRed(0.9607843137254902, 0.8392156862745098, 0.4196078431372549, 1));
+  EXPECT_EQ(bar.trackTintColor(),
+            platform::Color::colorWithRed(0.1568627450980392, 0.1803921568627451,
+                                          0.38823529411764707, 1));
+  for (const platform::Size size : {platform::Size{320, 180}, platform::Size{1024, 768}}) {
+    player->setFrame(platform::Rect(0, 0, size.width, size.height));
+    player->layoutIfNeeded();
+    EXPECT_EQ(bar.frame(), platform::Rect(0, size.height - 2, size.width, 4));
+    EXPECT_EQ(player->playerLayer()->frame(), platform::Rect(0, 0, size.width, size.height));
+  }
+}
+
 TEST_F(LinearPlayerTest, LoadsOnceTheFirstBufferedRangeEndsPastHalfInSinglePrecision) {
   player->load(test::firstAd(test::linearVast()));
   engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 25)});

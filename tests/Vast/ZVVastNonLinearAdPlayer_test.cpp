@@ -40,7 +40,9 @@ class NonLinearPlayerTest : public ::testing::Test {
   std::shared_ptr<RecordingVastDelegate> delegate = std::make_shared<RecordingVastDelegate>();
 };
 
+// With a point as the decimal separator even where the locale says comma.
 TEST(ZVVastNonLinearAdPlayerDuration, ReadsOnlyALeadingDecimalNumber) {
+  test::CommaDecimalLocale comma;
   const std::vector<std::pair<std::string, double>> cases = {
       {"15", 15.0}, {"00:00:15", 0.0}, {" 7.5s", 7.5}, {"abc", 0.0},  {"", 0.0},
       {"-3", -3.0}, {"1e2", 100.0},    {"1e", 1.0},    {"0x1A", 0.0}, {"inf", 0.0}};

@@ -143,6 +143,41 @@ TEST(ZVVastParser, InLineBesideAWrapperWinsEvenWhenTheWrapperResolves) {
   EXPECT_EQ(finished[1]->system(), "fetched");
 }
 
+// Two Wrappers of one answer: one completion, once both have resolved. A fetched document's
+// version is not looked at.
+TEST(ZVVastParser, TwoWrappersBothResolveBeforeTheOnlyCompletion) {
+  test::LoopbackServer server;
+  server.respond("/old",
+                 {200, inlineDocument("old", true, "1.0"), "application/xml", milliseconds(100)});
+  server.respond("/new", {200, inlineDocument("new"), "application/xml"});
+  const std::string text = "<VAST version=\"3.0\"><Ad><Wrapper><VASTAdTagURI>" +
+                           server.url("/old") + "</VASTAdTagURI></Wrapper></Ad>" +
+                           "<Ad><Wrapper><VASTAdTagURI>" + server.url("/new") +
+                           "</VASTAdTagURI></Wrapper></Ad></VAST>";
+  auto parser = ZVVastParser::create();
+  std::vector<std::size_t> finishedAtCompletion;
+  parser->parse(text, [&](std::shared_ptr<ZVVast> vast, std::optional<Error> error) {
+    EXPECT_FALSE(error);
+    EXPECT_EQ(vast->ads.at(0)->system(), "new");  // the first to finish
+    finishedAtCompletion.push_back(parser->ads().size());
+  });
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return !finishedAtCompletion.empty(); }));
+  test::runMainQueueUntil([] { return false; }, milliseconds(200));  // room for a second call
+  EXPECT_EQ(finishedAtCompletion, std::vector<std::size_t>{2});
+  EXPECT_EQ(parser->ads().at(1)->system(), "old");
+}
+
+// The result is the first leaf to finish, even when only a later one has a creative.
+TEST(ZVVastParser, AnyLeafWithACreativeMakesASuccessHoldingTheFirstLeaf) {
+  auto outcome = parseToEnd(
+      "<VAST version=\"3.0\"><Ad><InLine><AdSystem>bare</AdSystem></InLine>"
+      "</Ad><Ad><InLine><AdSystem>full</AdSystem><Creatives><Creative>"
+      "<Linear/></Creative></Creatives></InLine></Ad></VAST>");
+  ASSERT_FALSE(outcome->error);
+  ASSERT_EQ(outcome->vast->ads.size(), 1u);
+  EXPECT_EQ(outcome->vast->ads[0]->system(), "bare");
+}
+
 TEST(ZVVastParser, FailedWrapperFetchesEndInNoVastResponseOnTheNetworkThread) {
   test::LoopbackServer server;  // "/missing" answers 404 with a body that is not XML
   const std::string refused =

@@ -3,8 +3,10 @@
 // played through by the player builder's end-to-end test.
 #include <gtest/gtest.h>
 
+#include <zorva/platform/DeviceProfile.h>
 #include <zorva/platform/HeadlessMediaEngine.h>
 #include <zorva/platform/MainQueue.h>
+#include <zorva/platform/StoreProductViewController.h>
 
 #include <algorithm>
 
@@ -12,6 +14,7 @@
 #include "Vast/ZVVastLinearAdPlayer.h"
 #include "Vast/ZVVastNonLinearAdPlayer.h"
 #include "Vast/ZVVastPlayer.h"
+#include "support/AdFormatTesting.h"
 #include "support/LoopbackServer.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/RecordingAdDelegate.h"
@@ -29,6 +32,11 @@ using Lists = std::vector<std::vector<std::string>>;
 using test::RecordingAdDelegate;
 
 std::vector<std::string> track(const std::string& event) { return {"http://track/" + event}; }
+
+std::string wrapperOf(const std::string& url, const std::string& more = "") {
+  return "<VAST version=\"3.0\"><Ad><Wrapper><VASTAdTagURI>" + url + "</VASTAdTagURI>" + more +
+         "</Wrapper></Ad></VAST>";
+}
 
 class VastPlayerTest : public ::testing::Test {
  protected:
@@ -48,9 +56,11 @@ class VastPlayerTest : public ::testing::Test {
   }
   // Plays the standard linear ad over a hand-driven engine: loaded with `duration` seconds of
   // media, playing at `position`, with the first report delivered.
-  std::shared_ptr<HeadlessMediaEngine> startLinear(double duration, double position) {
+  std::shared_ptr<HeadlessMediaEngine> startLinear(double duration, double position,
+                                                   const std::string& markup = test::linearVast(),
+                                                   Value skadn = Value()) {
     HeadlessMediaEngine::setAutomaticByDefault(false);
-    player = makePlayer(test::linearVast());
+    player = makePlayer(markup, std::move(skadn));
     player->play();
     MainQueue::shared().runUntilIdle();
     linear = std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer());
@@ -122,9 +132,8 @@ TEST_F(VastPlayerTest, AFailingMediaPutsItsCodeIntoEveryErrorUrlOfTheChain) {
   test::LoopbackServer server;
   server.respond("/inline", {.body = test::linearVast(), .contentType = "application/xml"});
   HeadlessMediaEngine::setAutomaticByDefault(false);
-  player = makePlayer("<VAST version=\"3.0\"><Ad><Wrapper><VASTAdTagURI>" + server.url("/inline") +
-                      "</VASTAdTagURI><Error>http://err/wrapper?c=[ERRORCODE]</Error></Wrapper>"
-                      "</Ad></VAST>");
+  player = makePlayer(
+      wrapperOf(server.url("/inline"), "<Error>http://err/wrapper?c=[ERRORCODE]</Error>"));
   player->play();
   ASSERT_TRUE(test::runMainQueueUntil([&] { return player->vastAdPlayer() != nullptr; }));
   auto linear = std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer());
@@ -149,6 +158,22 @@ TEST_F(VastPlayerTest, ANonLinearAdIsShownAsHtmlWithTheBidsSkadn) {
   for (const auto& point : player->trackingPoints()) times.push_back(point.time);
   EXPECT_EQ(times, (std::vector<double>{0, 3.75, 7.5, 11.25, 15}));
   EXPECT_EQ(player->subviews().at(0), nonLinear->plaerView());
+  // A second load report rebuilds the points rather than adding five more.
+  player->playerDidLoad();
+  EXPECT_EQ(player->trackingPoints().size(), 5u);
+}
+
+// The parser's result is the first leaf, here one without a creative: the player then has no
+// ad to pick and shows an empty non-linear page.
+TEST_F(VastPlayerTest, AResultWithoutACreativeGetsAnEmptyNonLinearPlayer) {
+  player = makePlayer("<VAST version=\"3.0\"><Ad><InLine/></Ad>" +
+                      test::linearVast().substr(std::string("<VAST version=\"3.0\">").size()));
+  player->play();
+  MainQueue::shared().runUntilIdle();
+  auto nonLinear = std::dynamic_pointer_cast<ZVVastNonLinearAdPlayer>(player->vastAdPlayer());
+  ASSERT_TRUE(nonLinear);
+  EXPECT_FALSE(nonLinear->ad());
+  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
 }
 
 TEST_F(VastPlayerTest, ATapGoesToTheLinkResolverAndModalReportsOnlyToDelegatesThatTakeThem) {
@@ -162,6 +187,54 @@ TEST_F(VastPlayerTest, ATapGoesToTheLinkResolverAndModalReportsOnlyToDelegatesTh
   linear->touchesEnded();
   player->resolverDidDismissModal(*player->linkResolver());
   EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent", "didDismiss"}));
+}
+
+// Click-throughs often come in CDATA, which the reader leaves out: the bid's attribution still
+// opens the store sheet.
+TEST_F(VastPlayerTest, ATapWithoutAClickThroughStillOpensTheStoreSheet) {
+  auto root = platform::ViewController::create();
+  platform::DeviceProfile::phone().makeKeyWindow(root);
+  const Value skadn = {{"itunesitem", "880047117"}, {"network", "example123.skadnetwork"}};
+  ASSERT_TRUE(startLinear(20, 0, test::linearVast("video/mp4", std::nullopt), skadn));
+  linear->touchesEnded();
+  EXPECT_TRUE(std::dynamic_pointer_cast<platform::StoreProductViewController>(
+      root->presentedViewController()));
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent"}));
+}
+
+// Failures of the wrapper chain are found, and told, on the network thread. The app lets go of
+// the player while it hears one there: the player, a view, still dies on the main thread.
+TEST_F(VastPlayerTest, AWrapperChainFailureIsToldOnTheNetworkThreadAndThePlayerDiesOnTheMain) {
+  class ReleasingDelegate : public RecordingAdDelegate {
+   public:
+    void playerDidFailWithError(const Error& error) override {
+      RecordingAdDelegate::playerDidFailWithError(error);
+      onMainThread = MainQueue::shared().isCurrent();
+      owner.reset();
+    }
+    std::shared_ptr<ZVVastPlayer> owner;
+    bool onMainThread = true;
+  };
+  test::LoopbackServer server;
+  server.respond("/no-creative", {.body = "<VAST version=\"3.0\"><Ad><InLine/></Ad></VAST>"});
+  server.respond("/no-ads", {.body = "<VAST version=\"3.0\"/>"});
+  const std::pair<std::string, std::string> cases[] = {{"/no-creative", "fail:302"},
+                                                       {"/no-ads", "fail:303"}};
+  int fetches = 0;
+  for (const auto& [path, event] : cases) {
+    SCOPED_TRACE(path);
+    auto releasing = std::make_shared<ReleasingDelegate>();
+    releasing->owner = makePlayer(wrapperOf(server.url(path)));
+    releasing->owner->setDelegate(releasing);
+    auto probe = std::make_shared<test::DestructionProbe::Record>();
+    releasing->owner->addSubview(test::DestructionProbe::create(probe));
+    releasing->owner->play();
+    ASSERT_TRUE(handler->waitForCompletedFetches(++fetches, std::chrono::seconds(10)));
+    EXPECT_EQ(releasing->events, std::vector<std::string>{event});
+    EXPECT_FALSE(releasing->onMainThread);
+    ASSERT_TRUE(test::runMainQueueUntil([&] { return probe->destroyed.load(); }));
+    EXPECT_TRUE(probe->onMainThread);
+  }
 }
 
 TEST_F(VastPlayerTest, AStartReportFiresTheImpressionOfTheWholeChain) {

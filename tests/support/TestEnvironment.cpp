@@ -17,6 +17,11 @@
 #include <zorva/platform/UUID.h>
 #include <zorva/platform/WebEngine.h>
 
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdlib>
+
 #include "Common/ZVInstanceFactory.h"
 #include "Common/ZVLinkResolver.h"
 #include "Common/ZVLog.h"
@@ -93,6 +98,24 @@ std::vector<std::string> LogCapture::entriesContaining(const std::string& text) 
     if (entry.find(text) != std::string::npos) found.push_back(entry);
   }
   return found;
+}
+
+CommaDecimalLocale::CommaDecimalLocale() {
+  static const std::string directory = [] {
+    const std::string path = ::testing::TempDir() + "zorva-locales";
+    const std::string command = "mkdir -p '" + path + "' && localedef -i de_DE -f UTF-8 '" + path +
+                                "/de_DE.UTF-8' >/dev/null 2>&1";
+    return std::system(command.c_str()) == 0 ? path : std::string();
+  }();
+  if (directory.empty()) return;
+  ::setenv("LOCPATH", directory.c_str(), 1);
+  active_ = std::setlocale(LC_NUMERIC, "de_DE.UTF-8") != nullptr &&
+            std::string(std::localeconv()->decimal_point) == ",";
+}
+
+CommaDecimalLocale::~CommaDecimalLocale() {
+  std::setlocale(LC_NUMERIC, "C");
+  ::unsetenv("LOCPATH");
 }
 
 }  // namespace zorva::test

@@ -42,4 +42,20 @@ class LogCapture {
   std::shared_ptr<State> state_;
 };
 
+/// Switches the C library's number reading and writing to German, whose decimal separator is a
+/// comma, as a GTK host does when the environment names such a locale; "C" comes back when it
+/// goes. The locale is compiled once per process into a temporary directory (hosts rarely have
+/// it installed); `active()` tells whether that worked.
+class CommaDecimalLocale {
+ public:
+  CommaDecimalLocale();
+  ~CommaDecimalLocale();
+  CommaDecimalLocale(const CommaDecimalLocale&) = delete;
+  CommaDecimalLocale& operator=(const CommaDecimalLocale&) = delete;
+  bool active() const { return active_; }
+
+ private:
+  bool active_ = false;
+};
+
 }  // namespace zorva::test

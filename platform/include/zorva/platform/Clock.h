@@ -8,8 +8,12 @@ namespace zorva::platform {
 using Duration = std::chrono::nanoseconds;
 using TimePoint = std::chrono::steady_clock::time_point;
 
-/// Converts seconds, as the SDK counts them, to a duration.
+/// Converts seconds, as the SDK counts them, to a duration. Beyond the duration's range (about
+/// 292 years) it saturates: a publisher's "never" stays never instead of wrapping into the past.
 constexpr Duration seconds(double s) {
+  constexpr double kLongest = std::chrono::duration<double>(Duration::max()).count();
+  if (s >= kLongest) return Duration::max();
+  if (s <= -kLongest) return Duration::min();
   return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(s));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 
 #include "zorva/platform/Error.h"
@@ -24,10 +25,16 @@ class JSONSerialization {
   static constexpr const char* kErrorDomain = "nlohmann::json";
   /// Code of a top-level fragment read without `FragmentsAllowed` (a parse error, like 101).
   static constexpr int kFragmentNotAllowedCode = 101;
+  /// How deep arrays and objects may nest in text being read (the top level is depth 1).
+  static constexpr std::size_t kMaximumDepth = 512;
+  /// Code of a text that nests deeper than `kMaximumDepth` (a parse error, like 101).
+  static constexpr int kNestingTooDeepCode = 101;
   /// Code of a write that met a NaN or infinite number (nlohmann would write it as null).
   static constexpr int kInvalidNumberCode = 0;
 
-  /// The parsed value, or nothing with `*error` set (when `error` is given).
+  /// The parsed value, or nothing with `*error` set (when `error` is given). Text nested deeper
+  /// than `kMaximumDepth` is refused as it is read, so that nothing that walks the tree
+  /// recursively can run out of stack and an unclosed body costs little.
   static std::optional<Value> JSONObjectWithData(const Data& data, unsigned options,
                                                  std::optional<Error>* error);
 

@@ -70,7 +70,7 @@ void BM_BannerFrame(benchmark::State& state) {
   cairo_surface_t* surface = windowSurface();
   cairo_t* cr = cairo_create(surface);
   for (auto _ : state) {
-    auto scene = zorva::gtk::buildScene(*window);
+    auto scene = zorva::gtk::buildScene(window);
     std::vector<zorva::gtk::DrawOp> ops;
     for (auto& item : scene) {
       if (auto* op = std::get_if<zorva::gtk::DrawOp>(&item)) ops.push_back(std::move(*op));

@@ -159,7 +159,7 @@ void Host::State::scheduleSync() {
 void Host::State::sync() {
   syncing = true;
   window->layoutIfNeeded();
-  place(buildScene(*window));
+  place(buildScene(window));
   syncing = false;
 }
 

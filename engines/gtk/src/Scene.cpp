@@ -39,11 +39,9 @@ class SceneBuilder {
     }
   }
 
-  std::vector<SceneItem> build(const platform::Window& window) {
-    auto root = std::const_pointer_cast<platform::Window>(
-        std::static_pointer_cast<const platform::Window>(window.shared_from_this()));
-    const Rect bounds = window.bounds();
-    visit(root, platform::Point{0, 0}, bounds, 1.0);
+  std::vector<SceneItem> build(const std::shared_ptr<platform::Window>& window) {
+    const Rect bounds = window->bounds();
+    visit(window, platform::Point{0, 0}, bounds, 1.0);
     return std::move(items_);
   }
 
@@ -217,8 +215,8 @@ Rect intersect(const Rect& a, const Rect& b) {
 
 bool isEmpty(const Rect& rect) { return rect.size.width <= 0 || rect.size.height <= 0; }
 
-std::vector<SceneItem> buildScene(const platform::Window& window) {
-  return SceneBuilder(window).build(window);
+std::vector<SceneItem> buildScene(const std::shared_ptr<platform::Window>& window) {
+  return SceneBuilder(*window).build(window);
 }
 
 void paint(cairo_t* cr, const std::vector<DrawOp>& ops) {

@@ -63,7 +63,7 @@ using SceneItem = std::variant<DrawOp, NativeItem>;
 
 /// Walks `window`'s tree (views, and the layers put in by hand, such as a video layer) from the
 /// bottom up. Hidden and fully transparent views, with everything under them, are left out.
-std::vector<SceneItem> buildScene(const platform::Window& window);
+std::vector<SceneItem> buildScene(const std::shared_ptr<platform::Window>& window);
 
 /// Draws `ops` on `cr`, whose origin is the window's top-left corner.
 void paint(cairo_t* cr, const std::vector<DrawOp>& ops);

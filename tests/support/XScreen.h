@@ -102,7 +102,14 @@ class XScreen {
     ::Window root = DefaultRootWindow(display_), parent = 0, *children = nullptr;
     unsigned count = 0;
     std::optional<TopLevel> found;
-    if (!XQueryTree(display_, root, &root, &parent, &children, &count)) return found;
+    // A window may go between the listing and the look at it (a program's short-lived windows):
+    // Xlib's default handler would end the test on that BadWindow, so the scan ignores errors.
+    XSync(display_, False);
+    const XErrorHandler previous = XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
+    if (!XQueryTree(display_, root, &root, &parent, &children, &count)) {
+      XSetErrorHandler(previous);
+      return found;
+    }
     for (unsigned i = 0; i < count && !found; ++i) {
       char* name = nullptr;
       XWindowAttributes attributes;
@@ -115,6 +122,8 @@ class XScreen {
       if (name) XFree(name);
     }
     if (children) XFree(children);
+    XSync(display_, False);
+    XSetErrorHandler(previous);
     return found;
   }
 

@@ -63,8 +63,17 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
   server_->set_payload_max_length(std::size_t{256} << 20);
   server_->Get(".*", handler);
   server_->Post(".*", handler);
+  int listening = -1;
+  server_->set_socket_options([&listening](int sock) {
+    httplib::default_socket_options(sock);
+    listening = sock;
+  });
   port_ = server_->bind_to_any_port("127.0.0.1");
   if (port_ <= 0) throw std::runtime_error("LoopbackServer: cannot bind a loopback port");
+  server_->set_socket_options(httplib::default_socket_options);
+  // httplib listens with a backlog of 5: a burst of clients beyond it has connections dropped
+  // and retried for seconds.
+  ::listen(listening, SOMAXCONN);
   thread_ = std::thread([this] { server_->listen_after_bind(); });
   // stop() only reaches a server that is already listening.
   while (!server_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -108,6 +108,9 @@ std::unique_ptr<AdServer> AdServer::start(Options options, std::optional<Error>*
         Campaign::kCannotListen,
         "cannot listen on " + where + (cause ? ": " + std::string(std::strerror(cause)) : ""));
   }
+  // httplib listens with a backlog of 5: a burst of clients beyond it (many ads loading at once)
+  // has connections dropped and retried for seconds.
+  ::listen(server->listeningSocket_, SOMAXCONN);
   server->port_ = port;
   bool v6 = bindHost.find(':') != std::string::npos;
   server->baseUrl_ =
@@ -135,9 +138,10 @@ AdServer::AdServer(Options options)
 
   // SO_REUSEADDR only: httplib's default SO_REUSEPORT would let a second server share a port
   // that is already taken instead of failing.
-  server_->set_socket_options([](socket_t sock) {
+  server_->set_socket_options([this](socket_t sock) {
     int yes = 1;
     setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    listeningSocket_ = sock;
   });
   // Each connection holds a worker while it waits, and the slow campaign holds one for seconds.
   server_->new_task_queue = [] { return new httplib::ThreadPool(16); };

@@ -121,6 +121,7 @@ class AdServer {
   std::map<std::string, std::string> documents_;
   std::unique_ptr<httplib::Server> server_;
   std::thread thread_;
+  int listeningSocket_ = -1;
   int port_ = 0;
   std::string baseUrl_;
 

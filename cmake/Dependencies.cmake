@@ -6,7 +6,22 @@ pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 # The loopback ad server (tools/) is always built; the tests and benchmarks serve with it too.
-pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
+# Debian's cpp-httplib is a compiled library; with ZORVA_HTTPLIB_SOURCE (a folder holding the
+# package's single-header httplib.h, which scripts/setup fetches) it is compiled into its users
+# instead, as the ThreadSanitizer build needs: the sanitizer cannot see the compiled library's
+# own synchronisation and reports races between its worker threads.
+set(ZORVA_HTTPLIB_SOURCE "" CACHE PATH "Compile cpp-httplib from this folder's httplib.h")
+add_library(zorva_httplib INTERFACE)
+if(ZORVA_HTTPLIB_SOURCE)
+  if(NOT EXISTS ${ZORVA_HTTPLIB_SOURCE}/httplib.h)
+    message(FATAL_ERROR "${ZORVA_HTTPLIB_SOURCE}/httplib.h is missing: run scripts/setup")
+  endif()
+  target_include_directories(zorva_httplib SYSTEM BEFORE INTERFACE ${ZORVA_HTTPLIB_SOURCE})
+  target_link_libraries(zorva_httplib INTERFACE Threads::Threads)
+else()
+  pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
+  target_link_libraries(zorva_httplib INTERFACE PkgConfig::HTTPLIB)
+endif()
 
 # The real engines (engines/) and the GLib loop they signal through.
 if(ZORVA_BUILD_ENGINES)

@@ -46,6 +46,13 @@ class ZorvaSDK {
   std::optional<std::string> gdprConsent() const;
   void setGdprConsent(std::optional<std::string> value);
 
+  /// Off by default. On: the VAST parser reads CDATA sections as text, like plain character
+  /// data, in every document of a wrapper chain — ad servers put most URLs (media files,
+  /// trackers, wrapper tag URIs) in CDATA. Off, CDATA content is dropped, so such a document
+  /// keeps no media URL and no tracker. Taken by each VAST parse when it starts.
+  bool vastCdataText() const;
+  void setVastCdataText(bool value);
+
  private:
   ZorvaSDK() = default;
 
@@ -59,6 +66,7 @@ class ZorvaSDK {
   bool coppa_ = false;
   bool gdpr_ = false;
   std::optional<std::string> gdprConsent_;
+  bool vastCdataText_ = false;
 };
 
 }  // namespace zorva

@@ -36,6 +36,7 @@ ZORVA_PROPERTY(std::optional<platform::Location>, location, setLocation, locatio
 ZORVA_PROPERTY(bool, coppa, setCoppa, coppa_)
 ZORVA_PROPERTY(bool, gdpr, setGdpr, gdpr_)
 ZORVA_PROPERTY(std::optional<std::string>, gdprConsent, setGdprConsent, gdprConsent_)
+ZORVA_PROPERTY(bool, vastCdataText, setVastCdataText, vastCdataText_)
 
 #undef ZORVA_PROPERTY
 

@@ -158,6 +158,7 @@ std::optional<Value> XMLReader::objectWithData(const Data& data, unsigned long o
   inCdata_ = false;
   tooDeep_ = false;
   namespaces_ = (options & kProcessNamespaces) != 0;
+  gatherCdata_ = (options & kGatherCdata) != 0;
 
   // Prefix reports and external entities need no set-up: the reader ignores prefix mappings and
   // installs no external-entity handler, so expat skips such references and never reads a DTD
@@ -266,7 +267,7 @@ void XMLReader::endElement() {
 }
 
 void XMLReader::characters(std::string_view text) {
-  if (inCdata_) return;
+  if (inCdata_ && !gatherCdata_) return;
   textInProgress_.append(text);
 }
 

@@ -33,7 +33,7 @@ inline constexpr const char* kXMLReaderAttributePrefix = "@";
 /// overwritten by the element's text. The text (key "text", trimmed of white space and newlines)
 /// is the character data read since the previous element ended, given to the next element that
 /// ends — so indentation before a child lands, trimmed to "", in that child. CDATA content never
-/// reaches any text.
+/// reaches any text, unless `kGatherCdata` asks for it.
 ///
 /// Hostile input: external entities and external DTD subsets are never loaded, whatever the
 /// options (no file is read, nothing is fetched); references to them are skipped. Entity
@@ -56,6 +56,9 @@ class XMLReader {
     /// Asks for external entities to be resolved. Accepted and not honoured: the reader never
     /// loads anything from outside the document, so the tree is the same with or without it.
     kResolveExternalEntities = 1 << 2,
+    /// CDATA content is gathered exactly like plain character data: into the same text, with the
+    /// same trimming. Without it, CDATA sections contribute nothing.
+    kGatherCdata = 1 << 3,
   };
 
   /// How deep elements may nest (the document element is at depth 1).
@@ -124,6 +127,7 @@ class XMLReader {
   std::string textInProgress_;
   bool namespaces_ = false;
   bool inCdata_ = false;
+  bool gatherCdata_ = false;
   bool tooDeep_ = false;
 };
 

@@ -1,5 +1,6 @@
 #include "Vast/ZVVastParser.h"
 
+#include <zorva/ZorvaSDK.h>
 #include <zorva/platform/MainQueue.h>
 
 #include <algorithm>
@@ -17,8 +18,9 @@ constexpr const char* kMinimumVersion = "2.0";
 
 // The document of a VAST answer: its "VAST" element, or an empty document when the text is not
 // well-formed or its document element is something else.
-std::shared_ptr<ZVVast> documentFromData(const Data& data, std::optional<Error>* error) {
-  const auto root = XMLReader::dictionaryForXMLData(data, XMLReader::kProcessNamespaces, error);
+std::shared_ptr<ZVVast> documentFromData(const Data& data, unsigned long options,
+                                         std::optional<Error>* error) {
+  const auto root = XMLReader::dictionaryForXMLData(data, options, error);
   if (root) {
     const auto entry = root->find("VAST");
     if (entry != root->end()) return ZVVast::create(*entry);
@@ -29,12 +31,15 @@ std::shared_ptr<ZVVast> documentFromData(const Data& data, std::optional<Error>*
 }  // namespace
 
 std::shared_ptr<ZVVastParser> ZVVastParser::create() {
-  return std::shared_ptr<ZVVastParser>(new ZVVastParser());
+  auto parser = std::shared_ptr<ZVVastParser>(new ZVVastParser());
+  // Read once, so that every document of a wrapper chain is read the same way.
+  if (ZorvaSDK::shared()->vastCdataText()) parser->xmlOptions_ |= XMLReader::kGatherCdata;
+  return parser;
 }
 
 void ZVVastParser::parse(const std::string& text, Completion completion) {
   std::optional<Error> error;
-  auto document = documentFromData(text, &error);
+  auto document = documentFromData(text, xmlOptions_, &error);
   if (error) {
     completion(nullptr, ZVVastError::vastErrorForErrorCode(100));
     return;
@@ -102,7 +107,7 @@ void ZVVastParser::fetchWrapper(std::shared_ptr<ZVVastAd> wrapper, int depth) {
                std::optional<Data> data, std::optional<Error>) {
         // Only the body counts: no body, or one that is not VAST, is a document without ads.
         std::optional<Error> ignored;
-        auto document = documentFromData(data.value_or(Data()), &ignored);
+        auto document = documentFromData(data.value_or(Data()), self->xmlOptions_, &ignored);
         for (const auto& ad : document->ads) ad->setParent(wrapper);
         self->procesWrapperAd(document, depth + 1);
         self->markRequestComplete();

@@ -9,6 +9,7 @@
 
 #include <zorva/ZVTypes.h>
 
+#include "Vast/XMLReader.h"
 #include "Vast/ZVVast.h"
 
 namespace zorva {
@@ -72,6 +73,7 @@ class ZVVastParser : public std::enable_shared_from_this<ZVVastParser> {
   long outstandingRequests_ = 0;
   std::vector<std::shared_ptr<ZVVastAd>> ads_;
   Block block_;
+  unsigned long xmlOptions_ = XMLReader::kProcessNamespaces;
 };
 
 }  // namespace zorva

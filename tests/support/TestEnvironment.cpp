@@ -66,6 +66,7 @@ void resetProcessState() {
   sdk->setCoppa(false);
   sdk->setGdpr(false);
   sdk->setGdprConsent(std::nullopt);
+  sdk->setVastCdataText(false);
 }
 
 std::shared_ptr<platform::VirtualClock> useVirtualClock() {

@@ -7,6 +7,8 @@ pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 # The loopback ad server (tools/) is always built; the tests and benchmarks serve with it too.
 pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
+# Its hostile modes compress, and break, gzip bodies.
+pkg_check_modules(ZLIB REQUIRED IMPORTED_TARGET zlib)
 
 # The real engines (engines/) and the GLib loop they signal through.
 if(ZORVA_BUILD_ENGINES)

@@ -369,12 +369,11 @@ void HostileServer::serve() {
           closed = true;  // the client went
         } else if (got > 0 && !connection.answered) {
           connection.request.append(buffer, static_cast<std::size_t>(got));
-          const auto end = connection.request.find("\r\n\r\n");
-          if (end != std::string::npos &&
-              (connection.request.size() >= end + 4 + contentLength(connection.request) ||
-               connection.request.size() > kMaximumRequest)) {
-            answer(connection, requestPath(connection.request));
-          }
+          const std::string_view request = connection.request;
+          const auto end = request.find("\r\n\r\n");
+          const bool whole = end != std::string::npos &&
+                             request.size() >= end + 4 + contentLength(request.substr(0, end + 2));
+          if (whole || request.size() > kMaximumRequest) answer(connection, requestPath(request));
         }
       }
       if (closed) {

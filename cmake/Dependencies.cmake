@@ -22,6 +22,8 @@ else()
   pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
   target_link_libraries(zorva_httplib INTERFACE PkgConfig::HTTPLIB)
 endif()
+# Its hostile modes compress, and break, gzip bodies.
+pkg_check_modules(ZLIB REQUIRED IMPORTED_TARGET zlib)
 
 # The real engines (engines/) and the GLib loop they signal through.
 if(ZORVA_BUILD_ENGINES)

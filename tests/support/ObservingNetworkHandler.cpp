@@ -15,14 +15,17 @@ std::shared_ptr<ObservingNetworkHandler> ObservingNetworkHandler::install() {
 
 void ObservingNetworkHandler::fetchRequest(const platform::URLRequest& request,
                                            Completion completion) {
-  ZVNetworkHandler::fetchRequest(
-      request, [state = state_, completion = std::move(completion)](std::optional<Data> data,
-                                                                    std::optional<Error> error) {
-        if (completion) completion(std::move(data), std::move(error));
-        std::lock_guard lock(state->mutex);
-        ++state->completed;
-        state->changed.notify_all();
-      });
+  platform::URLRequest sent = request;
+  if (defaultTimeout_ && sent.timeoutInterval == platform::URLRequest::kDefaultTimeoutInterval) {
+    sent.timeoutInterval = *defaultTimeout_;
+  }
+  ZVNetworkHandler::fetchRequest(sent, [state = state_, completion = std::move(completion)](
+                                           std::optional<Data> data, std::optional<Error> error) {
+    if (completion) completion(std::move(data), std::move(error));
+    std::lock_guard lock(state->mutex);
+    ++state->completed;
+    state->changed.notify_all();
+  });
 }
 
 void ObservingNetworkHandler::fetchUrls(const std::vector<std::string>& urls,

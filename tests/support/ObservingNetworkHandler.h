@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,9 @@ class ObservingNetworkHandler : public ZVNetworkHandler {
   /// (and everything it called) has returned.
   bool waitForCompletedFetches(int count, std::chrono::milliseconds timeout) const;
   std::vector<std::vector<std::string>> handedOverUrls() const;
+  /// Requests that keep the platform's default time-out (the VAST wrapper fetches) get this one
+  /// instead, so a server that never answers fails in test time.
+  void setDefaultTimeout(double seconds) { defaultTimeout_ = seconds; }
 
  private:
   ObservingNetworkHandler();
@@ -38,6 +42,7 @@ class ObservingNetworkHandler : public ZVNetworkHandler {
     std::vector<std::vector<std::string>> handedOver;
   };
   std::shared_ptr<State> state_ = std::make_shared<State>();
+  std::optional<double> defaultTimeout_;
 };
 
 }  // namespace zorva::test

@@ -111,6 +111,8 @@ TEST_F(CampaignsFile, ExecutableRefusesBadCommandLinesAndCampaignFilesWithAClear
   expectRefused({"--verbose"}, 2, "unknown option '--verbose'");
   expectRefused({"--port", "eighty"}, 2, "--port wants a number from 0 to 65535, not 'eighty'");
   expectRefused({"--host", "192.168.1.2"}, 2, "\"192.168.1.2\" is not a loopback address");
+  expectRefused({"--hostile", "flaky"}, 2, "unknown hostile mode 'flaky'");
+  expectRefused({"--hostile", "500", "--host", "::1"}, 2, "\"::1\" is not an IPv4 loopback");
   expectRefused({"--campaigns", "/nonexistent/x.json"}, 1, "/nonexistent/x.json: cannot read");
   for (const auto& [text, fault] : std::vector<std::pair<const char*, std::string>>{
            {"[{\"aid\": \"x\",]", "not valid JSON"},
@@ -151,6 +153,18 @@ TEST_F(CampaignsFile, ExecutableServesFileCampaignsInPlaceOfBuiltInsLogsAndStops
   tool.signal(SIGTERM);
   EXPECT_EQ(tool.finish(), 0);
   EXPECT_NE(tool.out.find("stopping"), std::string::npos);
+}
+
+TEST(AdServer, ExecutableMisbehavesAsItsHostileModeSays) {
+  auto tool = adserver({"--hostile", "500-body"});
+  std::string first = tool.readLine();
+  ASSERT_TRUE(first.starts_with("zorva-adserver (hostile: 500-body) listening on ")) << first;
+  auto answer = post(first.substr(first.rfind(' ') + 1), "pid=p&aid=banner", "{}");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 500);
+  EXPECT_EQ(Value::parse(answer->body)["seatbid"][0]["bid"][0]["w"], 320);
+  tool.signal(SIGINT);
+  EXPECT_EQ(tool.finish(), 0);
 }
 
 }  // namespace

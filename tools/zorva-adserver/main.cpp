@@ -1,21 +1,24 @@
 // zorva-adserver: the loopback OpenRTB + VAST ad server, standalone. Serves until SIGINT or
-// SIGTERM. Exit status: 0 after a signal, 1 when the server cannot start (port taken, campaigns
-// file unreadable or malformed), 2 for a bad command line.
+// SIGTERM, or with --hostile misbehaves as told. Exit status: 0 after a signal, 1 when the server
+// cannot start (port taken, campaigns file unreadable or malformed), 2 for a bad command line.
 #include <signal.h>
 
 #include <charconv>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "zorva-adserver/AdServer.h"
+#include "zorva-adserver/HostileServer.h"
 
 namespace {
 
 using zorva::tools::AdServer;
 using zorva::tools::Campaign;
+using zorva::tools::HostileServer;
 
 constexpr const char* kUsage = R"(Usage: zorva-adserver [options]
 Serves OpenRTB bid responses, VAST documents and a test video on a loopback address until
@@ -26,6 +29,7 @@ Options:
   --host ADDR       loopback address to bind (default 127.0.0.1; any 127.x.x.x, ::1, localhost)
   --campaigns FILE  load campaigns from a JSON file; they replace built-ins with the same aid
   --slow-ms N       how long the "slow" campaign waits before answering (default 5000)
+  --hostile MODE    misbehave instead: answer every request the way MODE says (IPv4 only)
   --help            show this help and exit
 
 Bid endpoint: POST http://ADDR:PORT/zorva/servad?pid=<publisher id>&aid=<campaign>
@@ -35,6 +39,18 @@ slow. Other endpoints: GET /vast/<name>.xml, /media/zorva.mp4, /media/zorva.png,
 Campaigns file: a JSON array of objects with the keys "aid" (required), "adm" or "vast" (markup),
 "w", "h", "price", "skadn", "delay_ms", "status", "raw_body"; {{BASE_URL}}, {{NONCE}},
 {{TIMESTAMP}} and {{SOURCEAPP}} in their text are filled in at every answer.
+
+Hostile modes (the body is a bid for a 320x50 HTML banner):
+  reset           headers and half the body, then a TCP reset
+  trickle         the body one byte every 100 ms
+  short-body      a Content-Length twice the body, then the connection closes
+  truncated-gzip  half of a gzip body
+  corrupt-gzip    a gzip body whose first block is invalid
+  gzip-bomb       1 MiB of gzip that inflates to 1 GiB
+  redirect-loop   302 to the same path, forever
+  huge-header     a 200 with a 1 MiB header field
+  silent          reads the request and never answers
+  204, 304, 500   that status without a body; 204-body, 304-body, 500-body with the body
 
 Exit status: 0 after SIGINT or SIGTERM, 1 when the server cannot start, 2 for a bad command line.
 )";
@@ -58,6 +74,7 @@ std::optional<long> parseNumber(std::string_view text, long low, long high) {
 int main(int argc, char** argv) {
   AdServer::Options options;
   std::optional<std::string> campaignsFile;
+  std::optional<HostileServer::Mode> hostile;
 
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
@@ -72,7 +89,8 @@ int main(int argc, char** argv) {
       flag = arg.substr(0, equals);
       value = arg.substr(equals + 1);
     }
-    if (flag != "--port" && flag != "--host" && flag != "--campaigns" && flag != "--slow-ms") {
+    if (flag != "--port" && flag != "--host" && flag != "--campaigns" && flag != "--slow-ms" &&
+        flag != "--hostile") {
       return usageError("unknown option '" + arg + "'");
     }
     if (!value) {
@@ -90,6 +108,9 @@ int main(int argc, char** argv) {
       options.slowDelay = std::chrono::milliseconds(*delay);
     } else if (flag == "--host") {
       options.host = *value;
+    } else if (flag == "--hostile") {
+      hostile = HostileServer::modeNamed(*value);
+      if (!hostile) return usageError("unknown hostile mode '" + *value + "'");
     } else {
       campaignsFile = *value;
     }
@@ -113,20 +134,31 @@ int main(int argc, char** argv) {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   signal(SIGPIPE, SIG_IGN);
 
-  auto server = AdServer::start(std::move(options), &error);
-  if (!server) {
+  std::unique_ptr<AdServer> server;
+  std::unique_ptr<HostileServer> hostileServer;
+  if (hostile) {
+    hostileServer = HostileServer::start(
+        {.mode = *hostile, .host = options.host, .port = options.port}, &error);
+  } else {
+    server = AdServer::start(std::move(options), &error);
+  }
+  if (!server && !hostileServer) {
     std::cerr << "zorva-adserver: " << error->localizedDescription() << "\n";
     return error->code == Campaign::kBadHost ? 2 : 1;
   }
-  std::cout << "zorva-adserver listening on " << server->baseUrl() << "\n"
-            << "bid endpoint: " << server->servadUrl() << "?pid=<publisher id>&aid=<campaign>\n"
-            << "campaigns:";
-  for (const auto& aid : server->campaignIds()) std::cout << " " << aid;
-  std::cout << std::endl;
+  if (hostileServer) {
+    std::cout << "zorva-adserver (hostile: " << HostileServer::nameOf(*hostile) << ") listening on "
+              << hostileServer->baseUrl() << std::endl;
+  } else {
+    std::cout << "zorva-adserver listening on " << server->baseUrl() << "\n"
+              << "bid endpoint: " << server->servadUrl() << "?pid=<publisher id>&aid=<campaign>\n"
+              << "campaigns:";
+    for (const auto& aid : server->campaignIds()) std::cout << " " << aid;
+    std::cout << std::endl;
+  }
 
   int received = 0;
   sigwait(&signals, &received);
   std::cout << "zorva-adserver: " << strsignal(received) << ", stopping" << std::endl;
-  server->stop();
   return 0;
 }

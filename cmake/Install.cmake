@@ -16,6 +16,7 @@ install(TARGETS zorva zorva_platform
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/zorva
                   ${PROJECT_SOURCE_DIR}/platform/include/zorva
+                  ${PROJECT_BINARY_DIR}/include/zorva
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 # The engines a host may pick at start-up, when they were built: zorva::glib, zorva::gstreamer,

@@ -6,3 +6,4 @@
 #include <zorva/ZVInBannerVideo.h>
 #include <zorva/ZVInterstitialAd.h>
 #include <zorva/ZorvaSDK.h>
+#include <zorva/ZorvaVersion.h>

@@ -16,7 +16,7 @@ class ZorvaSDK {
  public:
   /// The one settings object of the process; safe to call from any thread.
   static std::shared_ptr<ZorvaSDK> shared();
-  /// The SDK version, "1.3.0".
+  /// The SDK version, "1.3.0" (`ZORVA_VERSION_STRING`).
   static std::string version();
   /// Sets the log level: 1 errors (initial), 2 warnings, 3 information, 4 debug, 5 verbose;
   /// 0 silences the SDK.

@@ -1,5 +1,6 @@
 #include "Common/ZVUtility.h"
 
+#include <zorva/ZorvaVersion.h>
 #include <zorva/platform/AdvertisingIdentifierManager.h>
 #include <zorva/platform/Application.h>
 #include <zorva/platform/Bundle.h>
@@ -47,7 +48,7 @@ std::string describe(const Value& value) {
 
 }  // namespace
 
-std::string ZVUtility::sdkVersion() { return "1.3.0"; }
+std::string ZVUtility::sdkVersion() { return ZORVA_VERSION_STRING; }
 
 std::string ZVUtility::sdkName() { return "ZorvaSDK"; }
 

@@ -15,12 +15,11 @@
 #include "TestClip.h"
 #include "support/AdFormatTesting.h"
 #include "support/ObservingNetworkHandler.h"
-#include "support/TestEnvironment.h"
 #include "support/VastDocuments.h"
-#include "support/XScreen.h"
 #include "zorva/engines/GStreamerMediaEngine.h"
-#include "zorva/engines/GtkHost.h"
-#include "zorva/engines/WebKitWebEngine.h"
+
+// Last: it brings in Xlib, whose macros clash with the SDK's names.
+#include "OnScreen.h"
 
 namespace zorva::gtk {
 namespace {
@@ -42,11 +41,11 @@ std::optional<std::pair<char, bool>> frameLook(const Pixel& p) {
   return std::pair{red ? 'r' : 'b', (red ? p.red : p.blue) > 230};
 }
 
-class GtkVideoTest : public testing::Test {
+class GtkVideoTest : public OnScreenTest {
  protected:
   void SetUp() override {
+    OnScreenTest::SetUp();
     std::string whyNot;
-    ASSERT_TRUE(platform::WebKitWebEngine::install(&whyNot)) << whyNot;
     ASSERT_TRUE(platform::GStreamerMediaEngine::install(&whyNot)) << whyNot;
     const std::string path = testing::TempDir() + "zorva-clip.avi";
     ASSERT_TRUE(test::TestClip::write(path));
@@ -58,30 +57,8 @@ class GtkVideoTest : public testing::Test {
                                               server.url("/clip.avi"));
     server.respond(test::kServadPath, {.body = test::bidWithMarkup(vast)});
     handler = test::ObservingNetworkHandler::install();
-
-    toplevel = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-    gtk_window_set_default_size(GTK_WINDOW(toplevel), 400, 600);
-    overlay = gtk_overlay_new();
-    gtk_container_add(GTK_CONTAINER(toplevel), overlay);
-    gtk_widget_show_all(toplevel);
-    host = Host::attach(GTK_CONTAINER(overlay));
-  }
-  void TearDown() override {
-    host.reset();
-    gtk_widget_destroy(toplevel);
-  }
-
-  Pixel pixelAt(int x, int y) const {
-    int ox = 0, oy = 0;
-    gdk_window_get_origin(gtk_widget_get_window(host->widget()), &ox, &oy);
-    return screen.grab(ox + x, oy + y, 1, 1).at(ox + x, oy + y);
-  }
-  test::Screenshot shot() const {
-    int ox = 0, oy = 0;
-    gdk_window_get_origin(gtk_widget_get_window(host->widget()), &ox, &oy);
-    auto picture = screen.grab(ox, oy, 400, 600);
-    picture.x = picture.y = 0;
-    return picture;
+    // No content of the app's own: where no video is, no frame of the clip can show.
+    attach(400, 600, false);
   }
 
   // What the screen shows while the clip plays, watched at (x, y): one screenshot once a red
@@ -128,12 +105,7 @@ class GtkVideoTest : public testing::Test {
     return watch;
   }
 
-  test::XScreen screen;
-  test::LoopbackServer server;
   std::shared_ptr<test::ObservingNetworkHandler> handler;
-  GtkWidget* toplevel = nullptr;
-  GtkWidget* overlay = nullptr;
-  std::unique_ptr<Host> host;
 };
 
 TEST_F(GtkVideoTest, AnInterstitialVideoPlaysOnScreenFittedUnderItsBarAndTheX) {
@@ -144,7 +116,7 @@ TEST_F(GtkVideoTest, AnInterstitialVideoPlaysOnScreenFittedUnderItsBarAndTheX) {
   listener->interstitialDidReceiveAd = [&](ZVInterstitialAd&) { received = true; };
   interstitial->setDelegate(listener);
   interstitial->loadAd();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return received; }, std::chrono::seconds(15)));
+  ASSERT_TRUE(waitUntil([&] { return received; }));
   interstitial->showFromViewController(host->rootViewController());
   const Watch watch = watchPlayback(200, 300);
 
@@ -193,28 +165,24 @@ TEST_F(GtkVideoTest, AnInBannerVideoPlaysInItsFrameAndReleasingItMidPlayStopsThe
   video->setDelegate(listener);
   host->rootViewController()->view()->addSubview(video);
   video->loadAd();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return received; }, std::chrono::seconds(15)));
+  ASSERT_TRUE(waitUntil([&] { return received; }));
   video->playAd();
   // 16:9 in 320 x 180 fills the frame exactly; outside it the app's window shows.
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return pixelAt(200, 190).near(kRed, 60); },
-                                      std::chrono::seconds(10)));
+  ASSERT_TRUE(waitForPixel(200, 190, kRed, 60, std::chrono::seconds(10)));
   // The bar over the video's foot, filling from the left.
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return pixelAt(41, 279).near(kBarFill, 12); },
-                                      std::chrono::seconds(2)));
+  ASSERT_TRUE(waitForPixel(41, 279, kBarFill, 12, std::chrono::seconds(2)));
   auto early = shot();
   EXPECT_GT(early.count(kRed, 40, 100, 320, 176, 60), 320 * 176 * 9 / 10);
   EXPECT_EQ(early.count(kRed, 0, 0, 400, 98, 60), 0);
   EXPECT_TRUE(early.at(358, 279).near(kBarTrack, 12));
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return pixelAt(200, 190).near(kBlue, 60); },
-                                      std::chrono::seconds(10)));
+  ASSERT_TRUE(waitForPixel(200, 190, kBlue, 60, std::chrono::seconds(10)));
   EXPECT_GT(shot().count(kBlue, 40, 100, 320, 176, 60), 320 * 176 * 9 / 10);
 
   // Gone mid-play: the pipeline stops, the frame on screen goes with the view, nothing more.
   video->removeFromSuperview();
   video.reset();
   const auto handedBefore = handler->handedOverUrls().size();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return !frameLook(pixelAt(200, 190)); },
-                                      std::chrono::seconds(5)));
+  ASSERT_TRUE(waitUntil([&] { return !frameLook(pixelAt(200, 190)); }, std::chrono::seconds(5)));
   test::runMainQueueUntil([] { return false; }, std::chrono::milliseconds(1500));
   EXPECT_EQ(handler->handedOverUrls().size(), handedBefore);
   EXPECT_FALSE(frameLook(pixelAt(200, 190)));

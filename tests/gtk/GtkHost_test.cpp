@@ -221,6 +221,7 @@ TEST_F(GtkHostTest, APlainBidsLinkOpensTheBrowserOnALivePageWithADoneButton) {
   clickWidget(done);
   ASSERT_TRUE(waitUntil([&] { return recorder.count("dismiss") == 1; }));
   EXPECT_TRUE(waitForPixel(200, 300, kBlue));
+  EXPECT_TRUE(waitForPixel(200, 575, kGreen)) << "the ad did not follow its link";
 }
 
 TEST_F(GtkHostTest, BrowserAddressesGoToTheAppsHandlerWhenItAsks) {

@@ -34,20 +34,13 @@ std::string solidCreative(const std::string& colour, const std::string& href) {
          "'></a><style>html,body{margin:0;height:100%;overflow:hidden}</style>";
 }
 
-// A bid response around `adm`, with the store parameters of an App Store product when `store`.
-std::string bid(const std::string& adm, bool store) {
-  Value one = {{"id", "bid-1"}, {"adm", adm}, {"w", 320}, {"h", 50}, {"price", 1.5}};
-  if (store) {
-    one["ext"] = {{"skadn",
-                   {{"itunesitem", "123456789"},
-                    {"network", "zorva.skadnetwork"},
-                    {"campaign", "7"},
-                    {"nonce", "473B1D16-A3EB-4E81-9EEB-A1D2C8C57E1D"},
-                    {"timestamp", "1700000000"}}}};
-  }
-  Value body = {{"id", "resp-1"}, {"seatbid", Value::array({{{"bid", Value::array({one})}}})}};
-  return body.dump();
-}
+// A bid's store parameters of an App Store product.
+const Value kStoreExt = {{"skadn",
+                          {{"itunesitem", "123456789"},
+                           {"network", "zorva.skadnetwork"},
+                           {"campaign", "7"},
+                           {"nonce", "473B1D16-A3EB-4E81-9EEB-A1D2C8C57E1D"},
+                           {"timestamp", "1700000000"}}}};
 
 // Finds the GTK button labelled `label` under `widget` (the host's panels are GTK widgets).
 GtkWidget* findButton(GtkWidget* widget, const char* label) {
@@ -95,7 +88,8 @@ class GtkHostTest : public OnScreenTest {
 
   std::shared_ptr<ZVBannerView> loadBanner(const Rect& frame, bool store) {
     server.respond(test::kServadPath,
-                   {.body = bid(solidCreative("#00ff00", server.url("/landing")), store)});
+                   {.body = test::bidWithMarkup(solidCreative("#00ff00", server.url("/landing")),
+                                                320, 50, store ? kStoreExt : Value())});
     auto banner = ZVBannerView::create(test::requestFor(server), ZVAdSize{320, 50});
     banner->setFrame(frame);
     delegate->bannerViewDidReceiveAd = [this](ZVBannerView&) { recorder.note("receive"); };
@@ -238,7 +232,7 @@ TEST_F(GtkHostTest, BrowserAddressesGoToTheAppsHandlerWhenItAsks) {
 TEST_F(GtkHostTest, AnInterstitialCoversTheWindowFollowsItsSizeAndItsXTakesItDown) {
   attach(400, 600);
   server.respond(test::kServadPath,
-                 {.body = bid(solidCreative("#ff0000", server.url("/landing")), false)});
+                 {.body = test::bidWithMarkup(solidCreative("#ff0000", server.url("/landing")))});
   auto interstitial = ZVInterstitialAd::create(test::requestFor(server));
   auto listener = std::make_shared<ZVInterstitialAdDelegate>();
   listener->interstitialDidReceiveAd = [&](ZVInterstitialAd&) { recorder.note("receive"); };

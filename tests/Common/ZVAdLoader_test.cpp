@@ -121,7 +121,7 @@ TEST(ZVAdLoader, ABidArrivesOnTheMainQueueAsAnAd) {
 }
 
 // Whatever the server answers, the status is not looked at and the delegate hears once, on the
-// main queue.
+// main queue. The odd bodies themselves are read by the bid response tests.
 TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
   LoopbackServer server;
   const std::string bigCreative(10u << 20, 'a');
@@ -136,14 +136,7 @@ TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
       {200, "{}", "no ad"},
       {200, R"({"seatbid":[]})", "no ad"},
       {200, R"(<VAST version="3.0"><Ad/></VAST>)", "nlohmann::json"},
-      {200, R"({"seatbid":[{"bid":[{"adm":"trunc)", "nlohmann::json"},
-      {200, std::string("\x89PNG\r\n\x1a\n\x00\x00\x00\rIHDR\xff\xfe", 18), "nlohmann::json"},
       {200, "", "nlohmann::json"},
-      {200, std::string(10u << 20, '{'), "nlohmann::json"},
-      {200,
-       R"({"seatbid":[{"bid":[{"adm":)" + std::string(100000, '[') + std::string(100000, ']') +
-           "}]}]}",
-       "nlohmann::json"},
       {200, "1", "ZorvaSDK"},
   };
   for (const auto& c : cases) {

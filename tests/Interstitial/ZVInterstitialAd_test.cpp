@@ -10,7 +10,6 @@
 
 #include "Interstitial/ZVInterstitialAdImpl.h"
 #include "support/AdFormatTesting.h"
-#include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
 #include "support/VastDocuments.h"
 
@@ -34,7 +33,6 @@ std::shared_ptr<ZVInterstitialAdDelegate> recordingDelegate(Recorder& recorder) 
 class InterstitialTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    handler_ = test::ObservingNetworkHandler::install();
     server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup)});
     window_ = platform::DeviceProfile::phone().makeKeyWindow(root_);
   }
@@ -48,7 +46,6 @@ class InterstitialTest : public ::testing::Test {
     return test::runMainQueueUntil([&] { return recorder_.count(name) >= count; });
   }
 
-  std::shared_ptr<test::ObservingNetworkHandler> handler_;
   test::LoopbackServer server_;
   Recorder recorder_;
   std::shared_ptr<ZVInterstitialAdDelegate> delegate_ = recordingDelegate(recorder_);
@@ -165,18 +162,6 @@ TEST_F(InterstitialTest, ShowingIsToldOnlyToAnAppThatListensAndClosingNotAtAll) 
   ZVInterstitialAd::Impl::of(*ad).modalDidDissmiss();
   EXPECT_EQ(recorder_.count("dismiss"), 1u);
   EXPECT_EQ(ad->state(), 0);
-}
-
-TEST_F(InterstitialTest, AReleasedInterstitialHearsNothingFromItsLoad) {
-  server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup),
-                                      .delay = std::chrono::milliseconds(100)});
-  auto ad = makeAd();
-  ad->loadAd();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return !server_.requests().empty(); }));
-  ad.reset();
-  ASSERT_TRUE(handler_->waitForCompletedFetches(1, std::chrono::seconds(10)));
-  MainQueue::shared().runUntilIdle();
-  EXPECT_TRUE(recorder_.heard().empty());
 }
 
 TEST_F(InterstitialTest, AnInterstitialReleasedWhileShownHearsNothingMore) {

@@ -28,7 +28,7 @@ class NonLinearPlayerTest : public ::testing::Test {
   }
   // Loads `content` and lets the initial load through the navigation policy.
   std::shared_ptr<HeadlessWebEngine> loadContent(const std::string& content) {
-    player->load(test::firstAd(test::nonLinearVast(content, "15")));
+    player->load(test::firstAd(test::nonLinearVast(content)));
     platform::MainQueue::shared().runUntilIdle();
     return engine();
   }

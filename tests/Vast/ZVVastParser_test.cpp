@@ -113,15 +113,6 @@ TEST(ZVVastParser, FourthWrapperOfAChainIsKeptUnresolved) {
   EXPECT_EQ(server.requests().size(), 3u);
 }
 
-TEST(ZVVastParser, WrapperPointingToItselfStopsAfterThreeFetches) {
-  test::LoopbackServer server;
-  server.respond("/self", {200, wrapperDocument("self", server.url("/self")), "text/xml"});
-  auto outcome = parseToEnd(wrapperDocument("self", server.url("/self")));
-  ASSERT_FALSE(outcome->error.has_value());
-  EXPECT_EQ(systemsUpTheChain(outcome->vast->ads[0]).size(), 4u);
-  EXPECT_EQ(server.requests().size(), 3u);
-}
-
 TEST(ZVVastParser, InLineBesideAWrapperWinsEvenWhenTheWrapperResolves) {
   test::LoopbackServer server;
   server.respond("/inline", {200, inlineDocument("fetched"), "application/xml"});

@@ -147,7 +147,7 @@ TEST_F(VastPlayerTest, AFailingMediaPutsItsCodeIntoEveryErrorUrlOfTheChain) {
 
 TEST_F(VastPlayerTest, ANonLinearAdIsShownAsHtmlWithTheBidsSkadn) {
   const Value skadn = {{"itunesitem", "123"}};
-  player = makePlayer(test::nonLinearVast("<b>overlay</b>", "15"), skadn);
+  player = makePlayer(test::nonLinearVast("<b>overlay</b>"), skadn);
   player->play();
   MainQueue::shared().runUntilIdle();
   auto nonLinear = std::dynamic_pointer_cast<ZVVastNonLinearAdPlayer>(player->vastAdPlayer());

@@ -1,5 +1,4 @@
-// The on-screen host as a person meets it: a real window in a virtual X server, its pixels read
-// back from the server (not WebKit's own snapshot), clicks made with the XTest pointer.
+// The on-screen host as a person meets it: a real window in a virtual X server.
 #include "zorva/engines/GtkHost.h"
 
 #include <gtest/gtest.h>
@@ -14,9 +13,9 @@
 #include <cstring>
 
 #include "support/AdFormatTesting.h"
-#include "support/TestEnvironment.h"
-#include "support/XScreen.h"
-#include "zorva/engines/WebKitWebEngine.h"
+
+// Last: it brings in Xlib, whose macros clash with the SDK's names.
+#include "OnScreen.h"
 
 namespace zorva::gtk {
 namespace {
@@ -35,20 +34,13 @@ std::string solidCreative(const std::string& colour, const std::string& href) {
          "'></a><style>html,body{margin:0;height:100%;overflow:hidden}</style>";
 }
 
-// A bid response around `adm`, with the store parameters of an App Store product when `store`.
-std::string bid(const std::string& adm, bool store) {
-  Value one = {{"id", "bid-1"}, {"adm", adm}, {"w", 320}, {"h", 50}, {"price", 1.5}};
-  if (store) {
-    one["ext"] = {{"skadn",
-                   {{"itunesitem", "123456789"},
-                    {"network", "zorva.skadnetwork"},
-                    {"campaign", "7"},
-                    {"nonce", "473B1D16-A3EB-4E81-9EEB-A1D2C8C57E1D"},
-                    {"timestamp", "1700000000"}}}};
-  }
-  Value body = {{"id", "resp-1"}, {"seatbid", Value::array({{{"bid", Value::array({one})}}})}};
-  return body.dump();
-}
+// A bid's store parameters of an App Store product.
+const Value kStoreExt = {{"skadn",
+                          {{"itunesitem", "123456789"},
+                           {"network", "zorva.skadnetwork"},
+                           {"campaign", "7"},
+                           {"nonce", "473B1D16-A3EB-4E81-9EEB-A1D2C8C57E1D"},
+                           {"timestamp", "1700000000"}}}};
 
 // Finds the GTK button labelled `label` under `widget` (the host's panels are GTK widgets).
 GtkWidget* findButton(GtkWidget* widget, const char* label) {
@@ -84,84 +76,8 @@ class TouchCounter : public platform::View {
   explicit TouchCounter(const Rect& frame) : View(frame) {}
 };
 
-// An app's window: its own content (a blue area that counts the clicks it gets) under an
-// overlay, where the host puts the SDK's tree.
-class AppWindow {
- public:
-  AppWindow(int width, int height) {
-    toplevel = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-    gtk_window_set_default_size(GTK_WINDOW(toplevel), width, height);
-    gtk_window_move(GTK_WINDOW(toplevel), 0, 0);
-    overlay = gtk_overlay_new();
-    GtkWidget* content = gtk_drawing_area_new();
-    gtk_widget_add_events(content, GDK_BUTTON_PRESS_MASK);
-    g_signal_connect(content, "draw", G_CALLBACK(+[](GtkWidget*, cairo_t* cr, gpointer) {
-                       cairo_set_source_rgb(cr, 0, 0, 1);
-                       cairo_paint(cr);
-                       return FALSE;
-                     }),
-                     nullptr);
-    g_signal_connect(content, "button-press-event",
-                     G_CALLBACK(+[](GtkWidget*, GdkEvent*, gpointer clicks) {
-                       ++*static_cast<int*>(clicks);
-                       return TRUE;
-                     }),
-                     &clicks);
-    gtk_container_add(GTK_CONTAINER(overlay), content);
-    gtk_container_add(GTK_CONTAINER(toplevel), overlay);
-    gtk_widget_show_all(toplevel);
-  }
-  ~AppWindow() { gtk_widget_destroy(toplevel); }
-
-  GtkWidget* toplevel;
-  GtkWidget* overlay;
-  int clicks = 0;
-};
-
-class GtkHostTest : public testing::Test {
+class GtkHostTest : public OnScreenTest {
  protected:
-  void SetUp() override {
-    std::string whyNot;
-    ASSERT_TRUE(platform::WebKitWebEngine::install(&whyNot)) << whyNot;
-  }
-
-  // The host's top-left corner in screen coordinates.
-  std::pair<int, int> origin() const {
-    GtkWidget* area = host->widget();
-    int x = 0, y = 0;
-    gdk_window_get_origin(gtk_widget_get_window(area), &x, &y);
-    GtkAllocation allocation;
-    gtk_widget_get_allocation(area, &allocation);
-    return {x + allocation.x, y + allocation.y};
-  }
-
-  // What the screen shows of the host's window, in window points from (0, 0).
-  test::Screenshot shot() const {
-    auto [x, y] = origin();
-    const auto size = host->window()->bounds().size;
-    auto picture = screen.grab(x, y, static_cast<int>(size.width), static_cast<int>(size.height));
-    picture.x = picture.y = 0;
-    return picture;
-  }
-
-  bool waitUntil(const std::function<bool()>& condition) {
-    return test::runMainQueueUntil(condition, std::chrono::seconds(20));
-  }
-
-  // Runs the loop until the host shows `colour` at (x, y) in window points.
-  bool waitForPixel(int x, int y, const Pixel& colour) {
-    return waitUntil([&] {
-      if (!gtk_widget_get_mapped(host->widget())) return false;
-      auto [ox, oy] = origin();
-      return screen.grab(ox + x, oy + y, 1, 1).at(ox + x, oy + y).near(colour);
-    });
-  }
-
-  void click(int x, int y) {
-    auto [ox, oy] = origin();
-    screen.click(ox + x, oy + y);
-  }
-
   void clickWidget(GtkWidget* widget) {
     int x = 0, y = 0;
     gdk_window_get_origin(gtk_widget_get_window(widget), &x, &y);
@@ -172,7 +88,8 @@ class GtkHostTest : public testing::Test {
 
   std::shared_ptr<ZVBannerView> loadBanner(const Rect& frame, bool store) {
     server.respond(test::kServadPath,
-                   {.body = bid(solidCreative("#00ff00", server.url("/landing")), store)});
+                   {.body = test::bidWithMarkup(solidCreative("#00ff00", server.url("/landing")),
+                                                320, 50, store ? kStoreExt : Value())});
     auto banner = ZVBannerView::create(test::requestFor(server), ZVAdSize{320, 50});
     banner->setFrame(frame);
     delegate->bannerViewDidReceiveAd = [this](ZVBannerView&) { recorder.note("receive"); };
@@ -184,11 +101,8 @@ class GtkHostTest : public testing::Test {
     return banner;
   }
 
-  test::XScreen screen;
-  test::LoopbackServer server;
   test::Recorder recorder;
   std::shared_ptr<ZVBannerViewDelegate> delegate = std::make_shared<ZVBannerViewDelegate>();
-  std::unique_ptr<Host> host;
 };
 
 TEST_F(GtkHostTest, DrawsTheTreeAndDeliversClicksToTheViewUnderThePointer) {
@@ -254,8 +168,7 @@ TEST_F(GtkHostTest, DrawsTheTreeAndDeliversClicksToTheViewUnderThePointer) {
 }
 
 TEST_F(GtkHostTest, ABannerShowsItsCreativeInItsFrameAndOnlyThereAndClicksElsewhereReachTheApp) {
-  AppWindow app(400, 600);
-  host = Host::attach(GTK_CONTAINER(app.overlay));
+  attach(400, 600);
   ASSERT_TRUE(waitUntil([&] { return host->window()->bounds().size.width == 400; }));
   auto banner = loadBanner(Rect(40, 550, 320, 50), /*store=*/true);
   ASSERT_TRUE(waitUntil([&] { return recorder.count("receive") == 1; }));
@@ -269,7 +182,7 @@ TEST_F(GtkHostTest, ABannerShowsItsCreativeInItsFrameAndOnlyThereAndClicksElsewh
 
   // Outside the ad the pointer reaches the app's own widget; the SDK hears nothing.
   click(200, 300);
-  ASSERT_TRUE(waitUntil([&] { return app.clicks == 1; }));
+  ASSERT_TRUE(waitUntil([&] { return app->clicks == 1; }));
 
   // A click on the page's link opens the store sheet (the bid names an App Store product).
   click(200, 575);
@@ -281,7 +194,7 @@ TEST_F(GtkHostTest, ABannerShowsItsCreativeInItsFrameAndOnlyThereAndClicksElsewh
   }));
   ASSERT_TRUE(waitForPixel(200, 300, kWhite)) << "the sheet covers the window";
   shot().writePng("gtk-store-sheet.png");
-  EXPECT_EQ(app.clicks, 1);
+  EXPECT_EQ(app->clicks, 1);
   clickWidget(close);
   ASSERT_TRUE(waitUntil([&] { return recorder.count("dismiss") == 1; }));
   ASSERT_TRUE(waitForPixel(200, 300, kBlue)) << "the app is back";
@@ -292,8 +205,7 @@ TEST_F(GtkHostTest, ABannerShowsItsCreativeInItsFrameAndOnlyThereAndClicksElsewh
 TEST_F(GtkHostTest, APlainBidsLinkOpensTheBrowserOnALivePageWithADoneButton) {
   server.respond("/landing", {.body = "<body style='margin:0;background:#ffff00'></body>",
                               .contentType = "text/html"});
-  AppWindow app(400, 600);
-  host = Host::attach(GTK_CONTAINER(app.overlay));
+  attach(400, 600);
   auto banner = loadBanner(Rect(40, 550, 320, 50), /*store=*/false);
   ASSERT_TRUE(waitForPixel(200, 575, kGreen));
   click(200, 575);
@@ -303,13 +215,12 @@ TEST_F(GtkHostTest, APlainBidsLinkOpensTheBrowserOnALivePageWithADoneButton) {
   clickWidget(done);
   ASSERT_TRUE(waitUntil([&] { return recorder.count("dismiss") == 1; }));
   EXPECT_TRUE(waitForPixel(200, 300, kBlue));
+  EXPECT_TRUE(waitForPixel(200, 575, kGreen)) << "the ad did not follow its link";
 }
 
 TEST_F(GtkHostTest, BrowserAddressesGoToTheAppsHandlerWhenItAsks) {
-  AppWindow app(400, 600);
   std::vector<std::string> handed;
-  host = Host::attach(GTK_CONTAINER(app.overlay),
-                      HostOptions{[&](const std::string& url) { handed.push_back(url); }});
+  attach(400, 600, true, HostOptions{[&](const std::string& url) { handed.push_back(url); }});
   auto banner = loadBanner(Rect(40, 550, 320, 50), /*store=*/false);
   ASSERT_TRUE(waitForPixel(200, 575, kGreen));
   click(200, 575);
@@ -319,10 +230,9 @@ TEST_F(GtkHostTest, BrowserAddressesGoToTheAppsHandlerWhenItAsks) {
 }
 
 TEST_F(GtkHostTest, AnInterstitialCoversTheWindowFollowsItsSizeAndItsXTakesItDown) {
-  AppWindow app(400, 600);
-  host = Host::attach(GTK_CONTAINER(app.overlay));
+  attach(400, 600);
   server.respond(test::kServadPath,
-                 {.body = bid(solidCreative("#ff0000", server.url("/landing")), false)});
+                 {.body = test::bidWithMarkup(solidCreative("#ff0000", server.url("/landing")))});
   auto interstitial = ZVInterstitialAd::create(test::requestFor(server));
   auto listener = std::make_shared<ZVInterstitialAdDelegate>();
   listener->interstitialDidReceiveAd = [&](ZVInterstitialAd&) { recorder.note("receive"); };
@@ -344,13 +254,13 @@ TEST_F(GtkHostTest, AnInterstitialCoversTheWindowFollowsItsSizeAndItsXTakesItDow
   EXPECT_TRUE(picture.at(356, 26).near(kRed));
   EXPECT_TRUE(picture.at(374, 44).near(kRed));
 
-  gtk_window_resize(GTK_WINDOW(app.toplevel), 500, 700);
+  gtk_window_resize(GTK_WINDOW(app->toplevel), 500, 700);
   ASSERT_TRUE(waitForPixel(500 - 10 - 30, 10 + 16, kDarkGray)) << "the X follows the corner";
   ASSERT_TRUE(waitForPixel(480, 680, kRed)) << "the ad the window";
 
   click(500 - 10 - 16, 10 + 16);
   ASSERT_TRUE(waitForPixel(250, 350, kBlue)) << "the app is back";
-  EXPECT_EQ(app.clicks, 0);
+  EXPECT_EQ(app->clicks, 0);
   // Closing with the X is not reported to the app, and the interstitial stays shown.
   EXPECT_EQ(recorder.names(), (std::vector<std::string>{"receive", "present"}));
   EXPECT_EQ(interstitial->state(), 3);

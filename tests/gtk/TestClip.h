@@ -17,14 +17,6 @@ namespace zorva::test {
 struct TestClip {
   static constexpr int kWidth = 160, kHeight = 90, kFps = 25, kFrames = 100;
 
-  /// The red, green and blue of frame `index`.
-  static void colourOf(int index, int& red, int& green, int& blue) {
-    const int shade = index % 2 == 0 ? 255 : 205;
-    red = index < kFps ? shade : 0;
-    green = 0;
-    blue = index < kFps ? 0 : shade;
-  }
-
   /// Writes the clip to `path`; false when GStreamer lacks an element it needs.
   static bool write(const std::string& path) {
     GError* error = nullptr;
@@ -41,15 +33,14 @@ struct TestClip {
     GstElement* src = gst_bin_get_by_name(GST_BIN(pipeline), "src");
     gst_element_set_state(pipeline, GST_STATE_PLAYING);
     for (int i = 0; i < kFrames; ++i) {
-      int r, g, b;
-      colourOf(i, r, g, b);
+      const std::uint8_t shade = i % 2 == 0 ? 255 : 205;
       GstBuffer* frame = gst_buffer_new_allocate(nullptr, kWidth * kHeight * 4, nullptr);
       GstMapInfo map;
       gst_buffer_map(frame, &map, GST_MAP_WRITE);
       for (int p = 0; p < kWidth * kHeight; ++p) {
-        map.data[p * 4] = static_cast<std::uint8_t>(r);
-        map.data[p * 4 + 1] = static_cast<std::uint8_t>(g);
-        map.data[p * 4 + 2] = static_cast<std::uint8_t>(b);
+        map.data[p * 4] = i < kFps ? shade : 0;
+        map.data[p * 4 + 1] = 0;
+        map.data[p * 4 + 2] = i < kFps ? 0 : shade;
         map.data[p * 4 + 3] = 255;
       }
       gst_buffer_unmap(frame, &map);

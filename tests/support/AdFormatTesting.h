@@ -43,9 +43,11 @@ inline std::shared_ptr<ZVAdRequest> unreachableRequest() {
                    kServadPath);
 }
 
-/// A bid response whose one bid carries `adm`.
-inline std::string bidWithMarkup(const std::string& adm, int width = 320, int height = 50) {
+/// A bid response whose one bid carries `adm`, and `ext` when there is one.
+inline std::string bidWithMarkup(const std::string& adm, int width = 320, int height = 50,
+                                 const Value& ext = Value()) {
   Value bid = {{"id", "bid-1"}, {"adm", adm}, {"w", width}, {"h", height}, {"price", 1.5}};
+  if (!ext.is_null()) bid["ext"] = ext;
   Value body = {{"id", "resp-1"}, {"seatbid", Value::array({{{"bid", Value::array({bid})}}})}};
   return body.dump();
 }

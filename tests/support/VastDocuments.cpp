@@ -1,7 +1,5 @@
 #include "support/VastDocuments.h"
 
-#include <map>
-
 #include "Vast/XMLReader.h"
 
 namespace zorva::test {
@@ -25,29 +23,16 @@ std::string linearVast(const std::string& mime, const std::optional<std::string>
          "</InLine></Ad></VAST>";
 }
 
-namespace {
-std::string escaped(const std::string& text) {
-  static const std::map<char, const char*> kEntities = {
-      {'<', "&lt;"}, {'>', "&gt;"}, {'&', "&amp;"}, {'"', "&quot;"}};
-  std::string out;
-  for (char c : text) {
-    const auto entity = kEntities.find(c);
-    out += entity == kEntities.end() ? std::string(1, c) : entity->second;
+std::string nonLinearVast(const std::string& content) {
+  std::string escaped;
+  for (char c : content) {
+    escaped += c == '<' ? "&lt;" : c == '>' ? "&gt;" : c == '&' ? "&amp;" : std::string(1, c);
   }
-  return out;
-}
-}  // namespace
-
-std::string nonLinearVast(const std::string& content,
-                          const std::optional<std::string>& minSuggestedDuration) {
-  const std::string duration =
-      minSuggestedDuration ? " minSuggestedDuration=\"" + escaped(*minSuggestedDuration) + "\""
-                           : "";
   return R"(<VAST version="3.0"><Ad id="overlay"><InLine><AdSystem>S</AdSystem>)"
-         R"(<AdTitle>Overlay</AdTitle><Creatives><Creative><NonLinearAds><NonLinear)" +
-         duration + "><StaticResource>" + escaped(content) +
-         "</StaticResource></NonLinear></NonLinearAds></Creative></Creatives></InLine></Ad>"
-         "</VAST>";
+         R"(<AdTitle>Overlay</AdTitle><Creatives><Creative><NonLinearAds>)"
+         R"(<NonLinear minSuggestedDuration="15"><StaticResource>)" +
+         escaped + "</StaticResource></NonLinear></NonLinearAds></Creative></Creatives></InLine>" +
+         "</Ad></VAST>";
 }
 
 std::shared_ptr<ZVVast> vastDocument(const std::string& xml) {

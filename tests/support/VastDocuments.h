@@ -22,9 +22,8 @@ std::string linearVast(const std::string& mime = "video/mp4",
                        const std::string& mediaUrl = "http://media/ad.mp4");
 
 /// A VAST 3.0 InLine ad (id "overlay") with one NonLinear creative whose static resource is
-/// `content` (escaped), with the given minSuggestedDuration attribute.
-std::string nonLinearVast(const std::string& content,
-                          const std::optional<std::string>& minSuggestedDuration);
+/// `content` (escaped), suggested to last 15 s.
+std::string nonLinearVast(const std::string& content);
 
 /// The document model of `xml` (a document without ads when it does not parse).
 std::shared_ptr<ZVVast> vastDocument(const std::string& xml);

@@ -112,7 +112,8 @@ void readSettings(ByteReader& in, WritableSoFar& seen) {
   sdk->setCoppa(in.flag());
   sdk->setGdpr(in.flag());
   if (in.flag()) {
-    sdk->setLocation(platform::Location(seen.number(in.number()), seen.number(in.number())));
+    // Braces: the two reads happen in order (as call arguments their order is unspecified).
+    sdk->setLocation(platform::Location{seen.number(in.number()), seen.number(in.number())});
   } else {
     sdk->setLocation(std::nullopt);
   }
@@ -121,7 +122,7 @@ void readSettings(ByteReader& in, WritableSoFar& seen) {
   platform::LocationManager::setAuthorizationStatus(status);
   // An authorized fetch needs a fix to answer with, as a device eventually has.
   platform::LocationManager::setSimulatedLocation(
-      platform::Location(seen.number(in.number()), seen.number(in.number())));
+      platform::Location{seen.number(in.number()), seen.number(in.number())});
   platform::AdvertisingIdentifierManager::sharedManager().setAdvertisingTrackingEnabled(in.flag());
 }
 

@@ -22,7 +22,10 @@ class ByteReader {
 
   /// A length byte, then that many bytes (fewer at the end of the input).
   std::string text() {
-    const std::size_t length = std::min<std::size_t>(byte(), size_ - offset_);
+    // The length byte is read first: as two arguments of one call, the order is unspecified
+    // (GCC took the remaining size before the byte, and read one past the input).
+    const std::size_t wanted = byte();
+    const std::size_t length = std::min(wanted, size_ - offset_);
     std::string result(reinterpret_cast<const char*>(data_ + offset_), length);
     offset_ += length;
     return result;

@@ -5,6 +5,7 @@
 #include <zorva/ZorvaSDK.h>
 #include <zorva/platform/URL.h>
 
+#include <atomic>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -101,14 +102,15 @@ std::pair<std::shared_ptr<ZVVast>, std::optional<Error>> parseChain(test::Loopba
   for (const char* name : {"wrapper-2.xml", "inline-linear.xml"}) {
     server.respond(prefix + name, {.body = served(name), .contentType = "application/xml"});
   }
+  // A failed chain is told on the network thread: the outcome is published through `done`.
   std::pair<std::shared_ptr<ZVVast>, std::optional<Error>> outcome;
-  bool done = false;
+  std::atomic<bool> done = false;
   auto parser = ZVVastParser::create();
   parser->parse(served("wrapper-1.xml"), [&](std::shared_ptr<ZVVast> vast, std::optional<Error> e) {
     outcome = {std::move(vast), std::move(e)};
     done = true;
   });
-  EXPECT_TRUE(test::runMainQueueUntil([&] { return done; }));
+  EXPECT_TRUE(test::runMainQueueUntil([&] { return done.load(); }));
   return outcome;
 }
 

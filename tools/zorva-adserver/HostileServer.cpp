@@ -233,8 +233,13 @@ HostileServer::HostileServer(Options options, int listener)
   baseUrl_ = "http://" + options_.host + ":" + std::to_string(port_);
   switch (options_.mode) {
     case Mode::TruncatedGzip:
+      compressed_ = gzip(options_.body);
+      compressed_.resize(compressed_.size() / 2);
+      break;
     case Mode::CorruptGzip:
       compressed_ = gzip(options_.body);
+      // The first deflate byte after the 10-byte header: final block of the reserved type 3.
+      compressed_[10] = '\x07';
       break;
     case Mode::GzipBomb:
       compressed_ = gzipBomb();
@@ -256,11 +261,10 @@ HostileServer::~HostileServer() {
 void HostileServer::answer(Connection& connection, std::string_view path) const {
   const std::string& body = options_.body;
   const std::string& type = options_.contentType;
-  const std::string half = body.substr(0, body.size() / 2);
   std::string& out = connection.out;
   switch (options_.mode) {
     case Mode::ResetMidBody:
-      out = head("200 OK", lengthAndType(body.size(), type)) + half;
+      out = head("200 OK", lengthAndType(body.size(), type)) + body.substr(0, body.size() / 2);
       connection.after = Connection::After::Reset;
       break;
     case Mode::Trickle:
@@ -270,20 +274,8 @@ void HostileServer::answer(Connection& connection, std::string_view path) const 
     case Mode::ShortBody:
       out = head("200 OK", lengthAndType(body.size() * 2, type)) + body;
       break;
-    case Mode::TruncatedGzip: {
-      const std::string truncated = compressed_.substr(0, compressed_.size() / 2);
-      out = head("200 OK", lengthAndType(truncated.size(), type) + "Content-Encoding: gzip\r\n") +
-            truncated;
-      break;
-    }
-    case Mode::CorruptGzip: {
-      std::string corrupt = compressed_;
-      // The first deflate byte after the 10-byte header: final block of the reserved type 3.
-      corrupt[10] = '\x07';
-      out = head("200 OK", lengthAndType(corrupt.size(), type) + "Content-Encoding: gzip\r\n") +
-            corrupt;
-      break;
-    }
+    case Mode::TruncatedGzip:
+    case Mode::CorruptGzip:
     case Mode::GzipBomb:
       out = head("200 OK", lengthAndType(compressed_.size(), type) + "Content-Encoding: gzip\r\n") +
             compressed_;

@@ -105,7 +105,7 @@ class HostileServer {
   int wake_ = -1;
   int port_ = 0;
   std::string baseUrl_;
-  /// Made once, when the mode needs it.
+  /// The gzip modes' body as sent (truncated, corrupt or the bomb), made once.
   std::string compressed_;
   std::atomic<std::size_t> connections_{0};
   std::thread thread_;

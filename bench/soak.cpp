@@ -139,11 +139,7 @@ class Soak {
       return waitForAnswer(tally_, expected) && tally_.failed == 0;
     }
     if (!banner_ || refreshes_ == 9) {
-      banner_ =
-          zorva::ZVBannerView::create(requestFor(servadUrl_, "banner"), zorva::ZVAdSize{320, 50});
-      banner_->setRefreshInterval(30);
-      banner_->setDelegate(bannerDelegate_);
-      banner_->loadAd();
+      loadNewBanner();
       refreshes_ = 0;
     } else {
       MainQueue::shared().advanceBy(zorva::platform::seconds(30));
@@ -154,12 +150,7 @@ class Soak {
 
   // Refreshes one banner `count` times and answers the memory it kept, in bytes per refresh.
   double stackingCost(long count) {
-    banner_.reset();
-    banner_ =
-        zorva::ZVBannerView::create(requestFor(servadUrl_, "banner"), zorva::ZVAdSize{320, 50});
-    banner_->setRefreshInterval(30);
-    banner_->setDelegate(bannerDelegate_);
-    banner_->loadAd();
+    loadNewBanner();
     if (!waitForAnswer(tally_, tally_.received + 1)) return -1;
     const Figures before = measure();
     for (long i = 0; i < count; ++i) {
@@ -175,6 +166,15 @@ class Soak {
   const Tally& tally() const { return tally_; }
 
  private:
+  // Replaces the banner with a new one refreshing every 30 s, and loads it.
+  void loadNewBanner() {
+    banner_ =
+        zorva::ZVBannerView::create(requestFor(servadUrl_, "banner"), zorva::ZVAdSize{320, 50});
+    banner_->setRefreshInterval(30);
+    banner_->setDelegate(bannerDelegate_);
+    banner_->loadAd();
+  }
+
   std::string servadUrl_;
   Tally tally_;
   std::shared_ptr<zorva::ZVBannerViewDelegate> bannerDelegate_ =

@@ -7,12 +7,11 @@
 #include <zorva/ZVBannerView.h>
 #include <zorva/ZVInterstitialAd.h>
 #include <zorva/platform/DeviceProfile.h>
-#include <zorva/platform/URLSession.h>
 #include <zorva/platform/Window.h>
 
 #include <algorithm>
 #include <functional>
-#include <mutex>
+#include <ostream>
 
 #include "support/AdFormatTesting.h"
 #include "support/ObservingNetworkHandler.h"
@@ -73,12 +72,8 @@ const Case kCases[] = {
     {Mode::ServerErrorWithBody, kAd, kAd},
 };
 
-struct Event {
-  std::string name;
-  bool onMain = false;
-  bool onNetwork = false;
-  std::optional<Error> error;
-};
+// Read in the logs as the mode's name.
+void PrintTo(const Case& c, std::ostream* os) { *os << tools::HostileServer::nameOf(c.mode); }
 
 class FaultInjection : public ::testing::TestWithParam<Case> {
  protected:
@@ -97,21 +92,13 @@ class FaultInjection : public ::testing::TestWithParam<Case> {
     ASSERT_TRUE(hostile_) << error->localizedDescription();
   }
 
-  void note(std::string name, std::optional<Error> error = std::nullopt) {
-    std::lock_guard lock(mutex_);
-    events_.push_back({std::move(name), platform::MainQueue::shared().isCurrent(),
-                       platform::URLSession::sharedSession()->isDelegateQueue(), std::move(error)});
-  }
-  std::vector<Event> events() const {
-    std::lock_guard lock(mutex_);
-    return events_;
-  }
-
   std::shared_ptr<ZVInterstitialAd> makeInterstitial(std::shared_ptr<ZVAdRequest> request) {
     auto ad = ZVInterstitialAd::create(std::move(request));
-    interstitialDelegate_->interstitialDidReceiveAd = [this](ZVInterstitialAd&) { note("ad"); };
+    interstitialDelegate_->interstitialDidReceiveAd = [this](ZVInterstitialAd&) {
+      recorder_.note("ad");
+    };
     interstitialDelegate_->interstitialDidFailToReceiveAdWithError =
-        [this](ZVInterstitialAd&, const Error& error) { note("fail", error); };
+        [this](ZVInterstitialAd&, const Error& error) { recorder_.note("fail", error); };
     ad->setDelegate(interstitialDelegate_);
     return ad;
   }
@@ -121,16 +108,16 @@ class FaultInjection : public ::testing::TestWithParam<Case> {
   bool firstCallbackIs(const Expected& expected, const std::function<void()>& load) {
     const auto began = std::chrono::steady_clock::now();
     load();
-    EXPECT_TRUE(test::runMainQueueUntil([&] { return !events().empty(); }, kDeadline));
+    EXPECT_TRUE(test::runMainQueueUntil([&] { return !recorder_.heard().empty(); }, kDeadline));
     const auto took = std::chrono::steady_clock::now() - began;
     RecordProperty("callback_ms",
                    static_cast<int>(std::chrono::duration_cast<milliseconds>(took).count()));
     EXPECT_GE(hostile_->connections(), 1u);
-    if (events().empty()) return false;
-    const Event first = events()[0];
+    if (recorder_.heard().empty()) return false;
+    const test::Heard first = recorder_.heard()[0];
     EXPECT_EQ(first.name, expected.heard == Heard::Ad ? "ad" : "fail");
-    EXPECT_EQ(first.onMain, expected.heard != Heard::FailOnNetwork);
-    EXPECT_EQ(first.onNetwork, expected.heard == Heard::FailOnNetwork);
+    EXPECT_EQ(first.onMainThread, expected.heard != Heard::FailOnNetwork);
+    EXPECT_EQ(first.onNetworkThread, expected.heard == Heard::FailOnNetwork);
     if (expected.code != 0 && first.error) {
       EXPECT_EQ(first.error->code, expected.code) << first.error->localizedDescription();
     }
@@ -140,9 +127,9 @@ class FaultInjection : public ::testing::TestWithParam<Case> {
   // Runs `load` against a good server: the ad arrives and nothing else was heard.
   void loadsAgain(const std::function<void()>& load) {
     load();
-    ASSERT_TRUE(test::runMainQueueUntil([&] { return events().size() >= 2; }, kDeadline));
+    ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.heard().size() >= 2; }, kDeadline));
     platform::MainQueue::shared().runUntilIdle();
-    const auto heard = events();
+    const auto heard = recorder_.heard();
     ASSERT_EQ(heard.size(), 2u);
     EXPECT_EQ(heard[1].name, "ad");
   }
@@ -154,8 +141,7 @@ class FaultInjection : public ::testing::TestWithParam<Case> {
   std::shared_ptr<platform::Window> window_;
   std::shared_ptr<ZVInterstitialAdDelegate> interstitialDelegate_ =
       std::make_shared<ZVInterstitialAdDelegate>();
-  mutable std::mutex mutex_;
-  std::vector<Event> events_;
+  test::Recorder recorder_;
 };
 
 TEST_P(FaultInjection, BannerBidRequest) {
@@ -163,9 +149,9 @@ TEST_P(FaultInjection, BannerBidRequest) {
   auto request = test::requestTo(hostile_->baseUrl() + test::kServadPath, kTimeout);
   auto banner = ZVBannerView::create(request, ZVAdSize{320, 50});
   auto delegate = std::make_shared<ZVBannerViewDelegate>();
-  delegate->bannerViewDidReceiveAd = [this](ZVBannerView&) { note("ad"); };
+  delegate->bannerViewDidReceiveAd = [this](ZVBannerView&) { recorder_.note("ad"); };
   delegate->bannerViewDidFailToReceiveAdWithError = [this](ZVBannerView&, const Error& error) {
-    note("fail", error);
+    recorder_.note("fail", error);
   };
   banner->setDelegate(delegate);
   if (!firstCallbackIs(GetParam().bid, [&] { banner->loadAd(); })) return;

@@ -6,6 +6,7 @@
 #include <zorva/ZVAdRequest.h>
 #include <zorva/ZVTypes.h>
 #include <zorva/platform/MainQueue.h>
+#include <zorva/platform/URLSession.h>
 #include <zorva/platform/View.h>
 #include <zorva/platform/WebView.h>
 
@@ -13,6 +14,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -58,14 +60,18 @@ inline const std::string kDisplayMarkup = R"(<a href="https://example.com/landin
 struct Heard {
   std::string name;
   bool onMainThread = false;
+  /// The URL session's thread, where transport failures are told.
+  bool onNetworkThread = false;
+  std::optional<Error> error;
 };
 
 /// What an app's delegate heard, from any thread.
 class Recorder {
  public:
-  void note(std::string name) {
+  void note(std::string name, std::optional<Error> error = std::nullopt) {
     std::lock_guard lock(mutex_);
-    heard_.push_back({std::move(name), platform::MainQueue::shared().isCurrent()});
+    heard_.push_back({std::move(name), platform::MainQueue::shared().isCurrent(),
+                      platform::URLSession::sharedSession()->isDelegateQueue(), std::move(error)});
   }
   std::vector<Heard> heard() const {
     std::lock_guard lock(mutex_);

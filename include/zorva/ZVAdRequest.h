@@ -3,12 +3,14 @@
 #include <optional>
 #include <string>
 
+#include <zorva/ZorvaExport.h>
+
 namespace zorva {
 
 /// What one ad object asks the ad server for. The publisher fills it and hands it (shared) to a
 /// banner view, interstitial or in-banner video, which reads it afresh at every load.
 /// `publisherId` and `adunitId` must both be set before a load.
-struct ZVAdRequest {
+struct ZORVA_EXPORT ZVAdRequest {
   /// The default ad server endpoint: "http://<ad host>/zorva/servad".
   static std::string defaultServerUrl();
 

@@ -5,6 +5,7 @@
 
 #include <zorva/ZVAdRequest.h>
 #include <zorva/ZVTypes.h>
+#include <zorva/ZorvaExport.h>
 #include <zorva/platform/View.h>
 #include <zorva/platform/ViewController.h>
 
@@ -28,7 +29,7 @@ class ZVBannerView;
 ///
 /// Nothing is delivered after the banner has been released, including a failure that was on
 /// its way on the network thread.
-struct ZVBannerViewDelegate {
+struct ZORVA_EXPORT ZVBannerViewDelegate {
   std::function<void(ZVBannerView& banner)> bannerViewDidReceiveAd;
   std::function<void(ZVBannerView& banner, const Error& error)>
       bannerViewDidFailToReceiveAdWithError;
@@ -38,7 +39,7 @@ struct ZVBannerViewDelegate {
 
 /// A banner ad: a view the app places in its layout, then asks to `loadAd`. Each new ad's view
 /// is stacked on top of the previous ones. Create, use and release it on the main thread.
-class ZVBannerView : public platform::View {
+class ZORVA_EXPORT ZVBannerView : public platform::View {
  public:
   /// `request` must carry `publisherId` and `adunitId`; `adSize` is the slot size asked for.
   /// The banner starts with a zero frame: give it a frame or constraints.

@@ -5,6 +5,7 @@
 
 #include <zorva/ZVAdRequest.h>
 #include <zorva/ZVTypes.h>
+#include <zorva/ZorvaExport.h>
 #include <zorva/platform/View.h>
 #include <zorva/platform/ViewController.h>
 
@@ -27,7 +28,7 @@ class ZVInBannerVideo;
 /// deliberately: hop to your main thread before touching UI there.
 ///
 /// Nothing is delivered after the object has been released.
-struct ZVInBannerVideoDelegate {
+struct ZORVA_EXPORT ZVInBannerVideoDelegate {
   std::function<void(ZVInBannerVideo& video)> bannerViewDidReceiveAd;
   std::function<void(ZVInBannerVideo& video, const Error& error)>
       bannerViewDidFailToReceiveAdWithError;
@@ -37,7 +38,7 @@ struct ZVInBannerVideoDelegate {
 };
 
 /// A video ad in a banner-sized slot. Create, use and release it on the main thread.
-class ZVInBannerVideo : public platform::View {
+class ZORVA_EXPORT ZVInBannerVideo : public platform::View {
  public:
   /// `request` must carry `publisherId` and `adunitId`; `adSize` is the slot size asked for.
   static std::shared_ptr<ZVInBannerVideo> create(std::shared_ptr<ZVAdRequest> request,

@@ -5,6 +5,7 @@
 
 #include <zorva/ZVAdRequest.h>
 #include <zorva/ZVTypes.h>
+#include <zorva/ZorvaExport.h>
 #include <zorva/platform/ViewController.h>
 
 namespace zorva {
@@ -27,7 +28,7 @@ class ZVInterstitialAd;
 /// Closing the ad with its "X" button is not reported, and the interstitial stays shown (it
 /// refuses further loads): make a new interstitial for the next ad.
 /// Nothing is delivered after the interstitial has been released.
-struct ZVInterstitialAdDelegate {
+struct ZORVA_EXPORT ZVInterstitialAdDelegate {
   std::function<void(ZVInterstitialAd& ad)> interstitialDidReceiveAd;
   std::function<void(ZVInterstitialAd& ad, const Error& error)>
       interstitialDidFailToReceiveAdWithError;
@@ -42,7 +43,7 @@ struct ZVInterstitialAdDelegate {
 
 /// A full-screen ad: load it, wait for `interstitialDidReceiveAd`, then show it. Create, use and
 /// release it on the main thread.
-class ZVInterstitialAd : public std::enable_shared_from_this<ZVInterstitialAd> {
+class ZORVA_EXPORT ZVInterstitialAd : public std::enable_shared_from_this<ZVInterstitialAd> {
  public:
   /// `request` must carry `publisherId` and `adunitId`.
   static std::shared_ptr<ZVInterstitialAd> create(std::shared_ptr<ZVAdRequest> request);

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include <zorva/ZorvaExport.h>
 #include <zorva/platform/Location.h>
 #include <zorva/platform/URL.h>
 
@@ -12,7 +13,7 @@ namespace zorva {
 
 /// SDK-wide settings, filled by the app once (normally before the first ad load). Every load reads
 /// them afresh, so a change applies from the next load on. Nothing is persisted.
-class ZorvaSDK {
+class ZORVA_EXPORT ZorvaSDK {
  public:
   /// The one settings object of the process; safe to call from any thread.
   static std::shared_ptr<ZorvaSDK> shared();

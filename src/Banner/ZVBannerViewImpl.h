@@ -26,9 +26,9 @@ namespace zorva {
 /// delegate and the retry tracker under `mutex_`, and schedules the retry on
 /// the main queue, whose timers may be scheduled from any thread; it keeps the
 /// banner alive while it runs and lets it go on the main thread.
-class ZVBannerView::Impl : public ZVAdLoaderDelegate,
-                           public ZVAdPlayerDelegate,
-                           public std::enable_shared_from_this<ZVBannerView::Impl> {
+class ZORVA_HIDDEN ZVBannerView::Impl : public ZVAdLoaderDelegate,
+                                        public ZVAdPlayerDelegate,
+                                        public std::enable_shared_from_this<ZVBannerView::Impl> {
  public:
   Impl(std::shared_ptr<ZVAdRequest> request, ZVAdSize adSize)
       : request_(std::move(request)), adSize_(adSize) {}

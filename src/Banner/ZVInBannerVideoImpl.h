@@ -19,9 +19,10 @@ namespace zorva {
 /// failure path that may run on a network thread touches only the atomic state
 /// and the delegate, keeping the view alive while it runs and letting it go on
 /// the main thread.
-class ZVInBannerVideo::Impl : public ZVAdLoaderDelegate,
-                              public ZVAdPlayerDelegate,
-                              public std::enable_shared_from_this<ZVInBannerVideo::Impl> {
+class ZORVA_HIDDEN ZVInBannerVideo::Impl
+    : public ZVAdLoaderDelegate,
+      public ZVAdPlayerDelegate,
+      public std::enable_shared_from_this<ZVInBannerVideo::Impl> {
  public:
   Impl(std::shared_ptr<ZVAdRequest> request, ZVAdSize adSize)
       : request_(std::move(request)), adSize_(adSize) {}

@@ -21,10 +21,11 @@ namespace zorva {
 /// Threads: main, except `didFailToReceivedAd` with a transport or request-building error, which
 /// the loader delivers on its network or builder thread; that path touches only the atomic state
 /// and the delegate, keeps the interstitial alive while it runs and lets it go on the main thread.
-class ZVInterstitialAd::Impl : public ZVAdLoaderDelegate,
-                               public ZVAdPlayerDelegate,
-                               public ZVModalViewControllerDelegate,
-                               public std::enable_shared_from_this<ZVInterstitialAd::Impl> {
+class ZORVA_HIDDEN ZVInterstitialAd::Impl
+    : public ZVAdLoaderDelegate,
+      public ZVAdPlayerDelegate,
+      public ZVModalViewControllerDelegate,
+      public std::enable_shared_from_this<ZVInterstitialAd::Impl> {
  public:
   explicit Impl(std::shared_ptr<ZVAdRequest> request) : request_(std::move(request)) {}
 

@@ -1,5 +1,7 @@
-# Installs the build tree into a fresh prefix, then builds an example out of tree against it
-# twice (find_package(zorva), and the compiler fed by pkg-config) and runs both programs.
+# Installs the build tree into a fresh prefix, checks what it holds (the SDK exports its public API
+# only; every library has a pkg-config file that links; an engine nobody built is not found), then
+# builds an example out of tree against it twice (find_package, and the compiler fed by
+# pkg-config) and runs both programs.
 # Run by ctest: cmake -DBUILD_DIR=... -DEXAMPLE_DIR=... -DWORK_DIR=... -P InstallTest.cmake
 # Optional, space-separated: -DPKG_MODULES=... (default "zorva"), -DLAUNCHER=... (a program the
 # example runs under, as "xvfb-run -a"), -DARGS=... (after the bid URL); -DSTATUS=... the exit
@@ -59,6 +61,31 @@ foreach(file include/zorva/Zorva.h include/zorva/ZorvaVersion.h include/zorva/pl
   endif()
 endforeach()
 
+# libzorva exports the public API and nothing else: any symbol of the SDK's namespace names one of
+# the public classes (or the platform's types in their signatures).
+file(GLOB_RECURSE sdk_library ${prefix}/*/libzorva.so)
+execute_process(COMMAND nm -DC --defined-only ${sdk_library} RESULT_VARIABLE status
+                OUTPUT_VARIABLE symbols ERROR_VARIABLE err)
+string(REGEX MATCHALL "zorva::[A-Za-z_]+" names "${symbols}")
+list(REMOVE_DUPLICATES names)
+list(REMOVE_ITEM names zorva::ZorvaSDK zorva::ZVAdRequest zorva::ZVBannerView
+     zorva::ZVBannerViewDelegate zorva::ZVInterstitialAd zorva::ZVInterstitialAdDelegate
+     zorva::ZVInBannerVideo zorva::ZVInBannerVideoDelegate zorva::platform)
+if(NOT status EQUAL 0 OR NOT symbols MATCHES "zorva::ZVBannerView::loadAd\\(\\)" OR names)
+  message(FATAL_ERROR "libzorva.so exports what is not its public API (${status}): ${names}\n${err}")
+endif()
+
+# An engine the tree did not build is a component the package does not find.
+file(WRITE ${WORK_DIR}/no-such-engine/CMakeLists.txt
+     "cmake_minimum_required(VERSION 3.25)\nproject(probe LANGUAGES CXX)\n"
+     "find_package(zorva REQUIRED COMPONENTS no-such-engine)\n")
+execute_process(COMMAND ${CMAKE_COMMAND} -S ${WORK_DIR}/no-such-engine -B ${WORK_DIR}/no-such-engine/build
+                        -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${prefix}
+                RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(status EQUAL 0 OR NOT err MATCHES "no-such-engine")
+  message(FATAL_ERROR "find_package(zorva COMPONENTS no-such-engine) did not fail:\n${out}\n${err}")
+endif()
+
 # 1. CMake: find_package(zorva) → zorva::zorva (and the engines the example links).
 run(${CMAKE_COMMAND} -S ${EXAMPLE_DIR} -B ${WORK_DIR}/build -G ${GENERATOR}
     -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DCMAKE_BUILD_TYPE=${BUILD_TYPE}
@@ -73,6 +100,23 @@ file(GLOB_RECURSE pc_files ${prefix}/*/zorva.pc)
 list(GET pc_files 0 pc_file)
 get_filename_component(pc_dir ${pc_file} DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} ${pc_dir})
+# Every installed library has its own .pc, and a program linked with nothing else loads it.
+get_filename_component(libdir ${pc_dir} DIRECTORY)
+file(GLOB libraries RELATIVE ${libdir} ${libdir}/libzorva*.so)
+foreach(library ${libraries})
+  string(REGEX REPLACE "^lib(.*)\\.so$" "\\1" name ${library})
+  string(REPLACE "_" "-" module ${name})
+  execute_process(COMMAND ${PKG_CONFIG} --cflags --libs ${module} RESULT_VARIABLE status
+                  OUTPUT_VARIABLE flags ERROR_VARIABLE err OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(NOT status EQUAL 0 OR NOT flags MATCHES "-l${name}( |$)")
+    message(FATAL_ERROR "pkg-config --cflags --libs ${module}: ${status} '${flags}' ${err}")
+  endif()
+  separate_arguments(flags UNIX_COMMAND "${flags}")
+  file(WRITE ${WORK_DIR}/empty.cpp "int main() { return 0; }\n")
+  run(${CXX_COMPILER} ${WORK_DIR}/empty.cpp -Wl,--no-as-needed ${flags} -Wl,-rpath,${libdir}
+      -o ${WORK_DIR}/loads-${name})
+  run(${WORK_DIR}/loads-${name})
+endforeach()
 execute_process(COMMAND ${PKG_CONFIG} --cflags --libs ${PKG_MODULES} RESULT_VARIABLE status
                 OUTPUT_VARIABLE flags ERROR_VARIABLE err OUTPUT_STRIP_TRAILING_WHITESPACE)
 if(NOT status EQUAL 0 OR NOT flags MATCHES "-lzorva")
@@ -80,7 +124,6 @@ if(NOT status EQUAL 0 OR NOT flags MATCHES "-lzorva")
 endif()
 separate_arguments(flags UNIX_COMMAND "${flags}")
 separate_arguments(extra UNIX_COMMAND "${CXX_FLAGS} ${LINKER_FLAGS}")
-get_filename_component(libdir ${pc_dir} DIRECTORY)
 run(${CXX_COMPILER} ${extra} ${EXAMPLE_DIR}/main.cpp ${flags} -Wl,-rpath,${libdir}
     -o ${WORK_DIR}/${example}-pkg-config)
 expect_refused(${WORK_DIR}/${example}-pkg-config)

@@ -79,8 +79,8 @@ class ZorvaSDK {
 
   /// Off by default. On: an answer without a bid (`{}`, no or an empty "seatbid", an empty
   /// "bid", or no body at all, as with HTTP 204) is a failed load with the "no fill" error (see
-  /// `isNoFill`). Off, such an answer is a received ad with nothing to show: the player fails on
-  /// it later, and an empty body fails as unreadable JSON.
+  /// `isNoFill`). Off, such an answer is an ad without a creative, which a banner or interstitial
+  /// reports received (an empty page), and an empty body fails as unreadable JSON.
   bool noFillAsFailure() const;
   void setNoFillAsFailure(bool value);
   /// True for the error of an answer without a bid: domain "ZorvaSDK", code 0, described

@@ -171,6 +171,8 @@ INSTANTIATE_TEST_SUITE_P(HostSettings, MainQueueCallbacksTest, testing::Bool(),
 struct NoBid {
   const char* name;
   test::LoopbackServer::Response response;
+  // An empty page received, or, with no body, unreadable JSON.
+  const char* heardWhenOff;
 };
 
 class NoFillTest : public HostSettingsTest, public testing::WithParamInterface<NoBid> {};
@@ -178,7 +180,8 @@ class NoFillTest : public HostSettingsTest, public testing::WithParamInterface<N
 TEST_P(NoFillTest, AnAnswerWithoutABidIsANoFillFailureOnlyWhenAsked) {
   server_.respond(test::kServadPath, GetParam().response);
   const test::Heard off = load();
-  EXPECT_FALSE(off.error && ZorvaSDK::isNoFill(*off.error)) << off.name;
+  EXPECT_EQ(off.name, GetParam().heardWhenOff);
+  EXPECT_FALSE(off.error && ZorvaSDK::isNoFill(*off.error));
 
   ZorvaSDK::shared()->setNoFillAsFailure(true);
   const test::Heard on = load();
@@ -191,10 +194,10 @@ TEST_P(NoFillTest, AnAnswerWithoutABidIsANoFillFailureOnlyWhenAsked) {
 
 INSTANTIATE_TEST_SUITE_P(
     HostSettings, NoFillTest,
-    testing::Values(NoBid{"EmptyObject", {.body = "{}"}},
-                    NoBid{"EmptySeatbid", {.body = R"({"id":"r","seatbid":[]})"}},
-                    NoBid{"EmptyBid", {.body = R"({"id":"r","seatbid":[{"bid":[]}]})"}},
-                    NoBid{"NoContent", {.status = 204, .body = ""}}),
+    testing::Values(NoBid{"EmptyObject", {.body = "{}"}, "receive"},
+                    NoBid{"EmptySeatbid", {.body = R"({"id":"r","seatbid":[]})"}, "receive"},
+                    NoBid{"EmptyBid", {.body = R"({"id":"r","seatbid":[{"bid":[]}]})"}, "receive"},
+                    NoBid{"NoContent", {.status = 204, .body = ""}, "fail"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // A real bid and an unreadable answer stay what they were.

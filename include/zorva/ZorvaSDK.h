@@ -4,8 +4,10 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <zorva/ZorvaExport.h>
+#include <zorva/platform/Error.h>
 #include <zorva/platform/Location.h>
 #include <zorva/platform/URL.h>
 
@@ -47,6 +49,45 @@ class ZORVA_EXPORT ZorvaSDK {
   std::optional<std::string> gdprConsent() const;
   void setGdprConsent(std::optional<std::string> value);
 
+  // Host settings for Linux apps. Each is off by default; off, the SDK behaves as documented
+  // above and in the ad formats' headers.
+
+  /// Off by default. On: every bid request carries the OpenRTB 2.6 "regs" object, with "coppa"
+  /// and "gdpr" (1 or 0, from `coppa` and `gdpr`), "us_privacy" (`usPrivacy`), "gpp" (`gpp`)
+  /// and "gpp_sid" (`gppSid`, when not empty); the user object also carries the consent string
+  /// as "consent", where 2.6 puts it, beside "ext"."consent". Off, no "regs" is sent at all.
+  bool sendRegulations() const;
+  void setSendRegulations(bool value);
+  /// The CCPA (US privacy) string, such as "1YNN"; sent only with `sendRegulations`.
+  std::optional<std::string> usPrivacy() const;
+  void setUsPrivacy(std::optional<std::string> value);
+  /// The IAB Global Privacy Platform string; sent only with `sendRegulations`.
+  std::optional<std::string> gpp() const;
+  void setGpp(std::optional<std::string> value);
+  /// The GPP section ids that apply; sent only with `sendRegulations`.
+  std::vector<int> gppSid() const;
+  void setGppSid(std::vector<int> value);
+
+  /// Off by default. On: bid requests say "test": 1, so the ad server answers without billing.
+  bool testMode() const;
+  void setTestMode(bool value);
+
+  /// Off by default. On: every failure of an ad load reaches the ad format, and so the app's
+  /// delegate, on the main queue, like received ads. Off, transport failures are told on the
+  /// network thread and request-building failures on the thread the request was built on.
+  bool callbacksOnMainQueue() const;
+  void setCallbacksOnMainQueue(bool value);
+
+  /// Off by default. On: an answer without a bid (`{}`, no or an empty "seatbid", an empty
+  /// "bid", or no body at all, as with HTTP 204) is a failed load with the "no fill" error (see
+  /// `isNoFill`). Off, such an answer is an ad without a creative, which a banner or interstitial
+  /// reports received (an empty page), and an empty body fails as unreadable JSON.
+  bool noFillAsFailure() const;
+  void setNoFillAsFailure(bool value);
+  /// True for the error of an answer without a bid: domain "ZorvaSDK", code 0, described
+  /// "NoAdsError(0) : no fill".
+  static bool isNoFill(const platform::Error& error);
+
   /// Off by default. On: the VAST parser reads CDATA sections as text, like plain character
   /// data, in every document of a wrapper chain — ad servers put most URLs (media files,
   /// trackers, wrapper tag URIs) in CDATA. Off, CDATA content is dropped, so such a document
@@ -67,6 +108,13 @@ class ZORVA_EXPORT ZorvaSDK {
   bool coppa_ = false;
   bool gdpr_ = false;
   std::optional<std::string> gdprConsent_;
+  bool sendRegulations_ = false;
+  std::optional<std::string> usPrivacy_;
+  std::optional<std::string> gpp_;
+  std::vector<int> gppSid_;
+  bool testMode_ = false;
+  bool callbacksOnMainQueue_ = false;
+  bool noFillAsFailure_ = false;
   bool vastCdataText_ = false;
 };
 

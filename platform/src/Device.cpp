@@ -66,6 +66,36 @@ void Device::setIdentifierForVendor(std::optional<UUID> identifier) {
   identifierForVendor_ = identifier;
 }
 
+std::optional<std::string> Device::make() const {
+  std::lock_guard lock(mutex_);
+  return make_;
+}
+
+void Device::setMake(std::optional<std::string> make) {
+  std::lock_guard lock(mutex_);
+  make_ = std::move(make);
+}
+
+std::optional<std::string> Device::systemName() const {
+  std::lock_guard lock(mutex_);
+  return systemName_;
+}
+
+void Device::setSystemName(std::optional<std::string> name) {
+  std::lock_guard lock(mutex_);
+  systemName_ = std::move(name);
+}
+
+std::optional<int> Device::openRTBDeviceType() const {
+  std::lock_guard lock(mutex_);
+  return openRTBDeviceType_;
+}
+
+void Device::setOpenRTBDeviceType(std::optional<int> type) {
+  std::lock_guard lock(mutex_);
+  openRTBDeviceType_ = type;
+}
+
 bool Device::systemVersionAtLeast(std::string_view version) const {
   return compareVersions(systemVersion(), version) >= 0;
 }

@@ -1,5 +1,10 @@
 #include "zorva/platform/DeviceProfile.h"
 
+#include <sys/utsname.h>
+
+#include <cctype>
+#include <fstream>
+
 #include "zorva/platform/Application.h"
 #include "zorva/platform/Locale.h"
 #include "zorva/platform/Screen.h"
@@ -8,6 +13,43 @@
 #include "zorva/platform/Window.h"
 
 namespace zorva::platform {
+
+namespace {
+
+// The first line of a firmware file, without trailing blanks or NULs (the device tree ends its
+// strings with one); empty when the file is missing or unreadable.
+std::string firmwareText(const char* path) {
+  std::ifstream in(path, std::ios::binary);
+  std::string text;
+  std::getline(in, text);
+  while (!text.empty() &&
+         (text.back() == '\0' || std::isspace(static_cast<unsigned char>(text.back())))) {
+    text.pop_back();
+  }
+  return text;
+}
+
+DeviceProfile linuxMachine(int openRTBDeviceType, UserInterfaceIdiom idiom) {
+  DeviceProfile profile;
+  // PCs describe themselves through DMI; boards without it (most set-top boxes) through the
+  // device tree, whose model names maker and board together.
+  std::string make = firmwareText("/sys/class/dmi/id/sys_vendor");
+  std::string model = firmwareText("/sys/class/dmi/id/product_name");
+  if (model.empty()) model = firmwareText("/proc/device-tree/model");
+  profile.make = make.empty() ? "unknown" : make;
+  profile.model = model.empty() ? "unknown" : model;
+  profile.systemName = "Linux";
+  utsname system{};
+  profile.systemVersion = uname(&system) == 0 ? system.release : "";
+  profile.idiom = idiom;
+  profile.openRTBDeviceType = openRTBDeviceType;
+  profile.portraitScreenSize = Size{1080, 1920};
+  profile.orientation = InterfaceOrientation::LandscapeLeft;
+  profile.supportedOrientations = kInterfaceOrientationMaskLandscape;
+  return profile;
+}
+
+}  // namespace
 
 DeviceProfile DeviceProfile::phone() {
   DeviceProfile profile;
@@ -31,6 +73,12 @@ DeviceProfile DeviceProfile::tablet() {
   return profile;
 }
 
+DeviceProfile DeviceProfile::desktop() { return linuxMachine(2, UserInterfaceIdiom::Unspecified); }
+
+DeviceProfile DeviceProfile::tv() { return linuxMachine(3, UserInterfaceIdiom::TV); }
+
+DeviceProfile DeviceProfile::setTopBox() { return linuxMachine(7, UserInterfaceIdiom::TV); }
+
 Rect DeviceProfile::screenBounds() const {
   const Size& s = portraitScreenSize;
   return isLandscape(orientation) ? Rect(0, 0, s.height, s.width) : Rect(0, 0, s.width, s.height);
@@ -41,6 +89,9 @@ void DeviceProfile::apply() const {
   device.setModel(model);
   device.setSystemVersion(systemVersion);
   device.setUserInterfaceIdiom(idiom);
+  device.setMake(make);
+  device.setSystemName(systemName);
+  device.setOpenRTBDeviceType(openRTBDeviceType);
   Screen::mainScreen().setBounds(screenBounds());
   Screen::mainScreen().setScale(scale);
   auto& application = Application::shared();

@@ -1,5 +1,6 @@
 #include "Common/ZVAdLoader.h"
 
+#include <zorva/ZorvaSDK.h>
 #include <zorva/platform/JSONSerialization.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/Text.h>
@@ -47,7 +48,7 @@ void ZVAdLoader::load() {
         if (!self) return;
         if (error) {
           // Building failures go to the delegate on the builder's thread.
-          if (auto delegate = self->delegate()) delegate->didFailToReceivedAd(*error);
+          self->tellFailure(*error);
           return;
         }
         // A builder that answers with neither sends a request without a URL, which the transport
@@ -66,7 +67,7 @@ void ZVAdLoader::makeRequest(const platform::URLRequest& request) {
           ZV_LOG(1, "-[ZVAdLoader makeRequest:]_block_invoke", "\nError - %s\n",
                  error->localizedDescription().c_str());
           // Transport failures are reported right here, on the session's thread.
-          if (auto delegate = self->delegate()) delegate->didFailToReceivedAd(*error);
+          self->tellFailure(*error);
           return;
         }
         const Data body = data.value_or(Data());
@@ -75,6 +76,8 @@ void ZVAdLoader::makeRequest(const platform::URLRequest& request) {
                  platform::describe(platform::stringFromUTF8Data(body)).c_str());
         }
         ResponseReading reading = readResponse(body);
+        if (ZorvaSDK::shared()->noFillAsFailure())
+          reading = noFillAsFailure(body, std::move(reading));
         // The queued work holds the loader; the delegate is read when it runs.
         platform::MainQueue::shared().post([self, reading = std::move(reading)] {
           auto delegate = self->delegate();
@@ -86,6 +89,23 @@ void ZVAdLoader::makeRequest(const platform::URLRequest& request) {
           }
         });
       });
+}
+
+void ZVAdLoader::tellFailure(const Error& error) {
+  if (!ZorvaSDK::shared()->callbacksOnMainQueue()) {
+    if (auto delegate = this->delegate()) delegate->didFailToReceivedAd(error);
+    return;
+  }
+  // Like the response's outcomes: the queued work holds the loader, the delegate is read then.
+  platform::MainQueue::shared().post([self = shared_from_this(), error] {
+    if (auto delegate = self->delegate()) delegate->didFailToReceivedAd(error);
+  });
+}
+
+ZVAdLoader::ResponseReading ZVAdLoader::noFillAsFailure(const Data& body, ResponseReading reading) {
+  // No body (HTTP 204) is no bid too, not JSON the parser could not read.
+  if (body.empty() || (!reading.ad && !reading.error)) return {nullptr, ZVUtility::noFillError()};
+  return reading;
 }
 
 ZVAdLoader::ResponseReading ZVAdLoader::readResponse(const Data& data) {

@@ -21,6 +21,10 @@ namespace zorva {
 ///  - `didFailToReceivedAd` with the builder's error: the thread the builder answered on.
 /// The HTTP status is not looked at. Callbacks hold the loader weakly: a loader released during a
 /// load reports nothing.
+///
+/// With `ZorvaSDK::callbacksOnMainQueue` on, the last two failures are told on the main queue
+/// too. With `ZorvaSDK::noFillAsFailure` on, an answer without a bid (no ad and no error, or an
+/// empty body) is told as `didFailToReceivedAd` with `ZVUtility::noFillError()`.
 class ZVAdLoader : public std::enable_shared_from_this<ZVAdLoader> {
  public:
   static std::shared_ptr<ZVAdLoader> create(std::shared_ptr<ZVAdLoaderConfig> config);
@@ -48,6 +52,10 @@ class ZVAdLoader : public std::enable_shared_from_this<ZVAdLoader> {
 
  private:
   explicit ZVAdLoader(std::shared_ptr<ZVAdLoaderConfig> config) : config_(std::move(config)) {}
+
+  /// Tells a transport or building failure: here, or on the main queue when the settings ask.
+  void tellFailure(const Error& error);
+  static ResponseReading noFillAsFailure(const Data& body, ResponseReading reading);
 
   // The delegate and builder are set on the main thread and read on network threads too.
   mutable std::mutex mutex_;

@@ -121,6 +121,7 @@ void ZVRTBRequestBuilder::rtbDictionary(DictionaryCallback callback) {
   dictionary["imp"] = Value::array({impressionJson()});
   dictionary["app"] = appJson();
   dictionary["user"] = userJson();
+  addHostSettings(dictionary);
   deviceJson([dictionary, callback = std::move(callback)](Value device) mutable {
     dictionary["device"] = std::move(device);
     callback(std::move(dictionary));
@@ -242,6 +243,21 @@ Value ZVRTBRequestBuilder::regulationsJson() const {
   ext["gdpr"] = settings->gdpr();
   regulations["ext"] = std::move(ext);
   return regulations;
+}
+
+void ZVRTBRequestBuilder::addHostSettings(Value& dictionary) const {
+  auto settings = ZorvaSDK::shared();
+  if (settings->testMode()) dictionary["test"] = 1;
+  if (!settings->sendRegulations()) return;
+  Value regs = Value::object();
+  regs["coppa"] = settings->coppa() ? 1 : 0;
+  regs["gdpr"] = settings->gdpr() ? 1 : 0;
+  setIfPresent(regs, "us_privacy", settings->usPrivacy());
+  setIfPresent(regs, "gpp", settings->gpp());
+  if (auto sections = settings->gppSid(); !sections.empty()) regs["gpp_sid"] = sections;
+  dictionary["regs"] = std::move(regs);
+  // OpenRTB 2.6 reads the consent string here; "ext"."consent" stays for older servers.
+  setIfPresent(dictionary["user"], "consent", settings->gdprConsent());
 }
 
 void ZVRTBRequestBuilder::deviceJson(DictionaryCallback callback) {

@@ -73,6 +73,9 @@ class ZVRTBRequestBuilder : public ZVRequestBuilding,
       : request_(std::move(request)) {}
 
   ZVAdSize slotSize() const;
+  /// What the app's host settings add: "test" with `ZorvaSDK::testMode`, the OpenRTB 2.6 "regs"
+  /// and "user"."consent" with `ZorvaSDK::sendRegulations`. Nothing when both are off.
+  void addHostSettings(Value& dictionary) const;
   void deliver(platform::URLRequest request, const Value& dictionary);
 
   std::shared_ptr<ZVAdRequest> request_;

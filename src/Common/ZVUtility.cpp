@@ -56,6 +56,8 @@ Error ZVUtility::errorWithCode(std::int64_t code, const std::string& description
   return errorWithDomain(sdkName(), code, description);
 }
 
+Error ZVUtility::noFillError() { return errorWithCode(0, "no fill"); }
+
 Error ZVUtility::errorWithDomain(const std::string& domain, std::int64_t code,
                                  const std::string& description) {
   // Compared unsigned, so negative codes fall through to "InternalError" with the large ones.
@@ -124,15 +126,18 @@ int ZVUtility::limitAdTracking() {
                                                                                                 : 0;
 }
 
-std::string ZVUtility::make() { return "Apple"; }
+std::string ZVUtility::make() { return platform::Device::currentDevice().make().value_or("Apple"); }
 
 std::string ZVUtility::model() { return platform::Device::currentDevice().model(); }
 
-std::string ZVUtility::osName() { return "iOS"; }
+std::string ZVUtility::osName() {
+  return platform::Device::currentDevice().systemName().value_or("iOS");
+}
 
 std::string ZVUtility::osVersion() { return platform::Device::currentDevice().systemVersion(); }
 
 std::optional<int> ZVUtility::deviceType() {
+  if (auto type = platform::Device::currentDevice().openRTBDeviceType()) return type;
   if (isCurrentDeviceiPhone()) return 4;
   if (isCurrentDeviceiPad()) return 5;
   return std::nullopt;

@@ -30,6 +30,9 @@ class ZVUtility {
   static Error errorWithCode(std::int64_t code, const std::string& description);
   static Error errorWithDomain(const std::string& domain, std::int64_t code,
                                const std::string& description);
+  /// The failure of a load whose answer held no bid, with `ZorvaSDK::noFillAsFailure` on: code 0
+  /// described "no fill".
+  static Error noFillError();
 
   // App. Strings are absent when the platform gives nothing.
 
@@ -48,13 +51,14 @@ class ZVUtility {
   /// 1 when advertising tracking is ENABLED, 0 when not: the value is passed through, not
   /// inverted, whatever the name says. Bid requests depend on this reading.
   static int limitAdTracking();
-  /// "Apple".
+  /// "Apple", unless the device profile names another maker (a Linux machine's profile does).
   static std::string make();
   static std::string model();
-  /// "iOS".
+  /// "iOS", unless the device profile names another system ("Linux").
   static std::string osName();
   static std::string osVersion();
-  /// OpenRTB device type: 4 on a phone, 5 on a pad, absent otherwise.
+  /// OpenRTB device type: the device profile's when it names one (2 PC, 3 connected TV,
+  /// 7 set-top box); else 4 on a phone, 5 on a pad, absent otherwise.
   static std::optional<int> deviceType();
   static bool isCurrentDeviceiPhone();
   static bool isCurrentDeviceiPad();

@@ -36,8 +36,17 @@ ZORVA_PROPERTY(std::optional<platform::Location>, location, setLocation, locatio
 ZORVA_PROPERTY(bool, coppa, setCoppa, coppa_)
 ZORVA_PROPERTY(bool, gdpr, setGdpr, gdpr_)
 ZORVA_PROPERTY(std::optional<std::string>, gdprConsent, setGdprConsent, gdprConsent_)
+ZORVA_PROPERTY(bool, sendRegulations, setSendRegulations, sendRegulations_)
+ZORVA_PROPERTY(std::optional<std::string>, usPrivacy, setUsPrivacy, usPrivacy_)
+ZORVA_PROPERTY(std::optional<std::string>, gpp, setGpp, gpp_)
+ZORVA_PROPERTY(std::vector<int>, gppSid, setGppSid, gppSid_)
+ZORVA_PROPERTY(bool, testMode, setTestMode, testMode_)
+ZORVA_PROPERTY(bool, callbacksOnMainQueue, setCallbacksOnMainQueue, callbacksOnMainQueue_)
+ZORVA_PROPERTY(bool, noFillAsFailure, setNoFillAsFailure, noFillAsFailure_)
 ZORVA_PROPERTY(bool, vastCdataText, setVastCdataText, vastCdataText_)
 
 #undef ZORVA_PROPERTY
+
+bool ZorvaSDK::isNoFill(const platform::Error& error) { return error == ZVUtility::noFillError(); }
 
 }  // namespace zorva

@@ -6,7 +6,9 @@
 #include <zorva/ZVBannerView.h>
 #include <zorva/ZVInterstitialAd.h>
 #include <zorva/platform/Button.h>
+#include <zorva/platform/DeviceProfile.h>
 #include <zorva/platform/ProgressView.h>
+#include <zorva/platform/Screen.h>
 #include <zorva/platform/ViewController.h>
 #include <zorva/platform/Window.h>
 
@@ -227,6 +229,30 @@ TEST_F(GtkHostTest, BrowserAddressesGoToTheAppsHandlerWhenItAsks) {
   ASSERT_TRUE(waitUntil([&] { return recorder.count("dismiss") == 1; }));
   EXPECT_EQ(handed, std::vector<std::string>{server.url("/landing")});
   EXPECT_EQ(recorder.names(), (std::vector<std::string>{"receive", "present", "dismiss"}));
+}
+
+// The suite's X server has one 1280 x 1024 screen; the desktop profile says 1920 x 1080.
+TEST_F(GtkHostTest, ADesktopsBidRequestCarriesTheRealDisplayWhenAskedAndTheWebEnginesAgent) {
+  platform::DeviceProfile::desktop().apply();
+  attach(400, 600, false);
+  EXPECT_EQ(platform::Screen::mainScreen().bounds().size, (platform::Size{1920, 1080}));
+  host.reset();
+  app.reset();
+
+  HostOptions options;
+  options.screenFromDisplay = true;
+  attach(400, 600, false, options);
+  auto banner = loadBanner(Rect(40, 550, 320, 50), /*store=*/false);
+  ASSERT_TRUE(waitUntil([&] { return recorder.count("receive") == 1; }));
+  const Value device = Value::parse(server.requests().at(0).body)["device"];
+  EXPECT_EQ(device["w"], 1280);
+  EXPECT_EQ(device["h"], 1024);
+  EXPECT_EQ(device["pxratio"], 1);
+  EXPECT_EQ(device["os"], "Linux");
+  EXPECT_EQ(device["devicetype"], 2);
+  auto page = platform::WebView::create(Rect(), platform::WebViewConfiguration());
+  ASSERT_TRUE(std::dynamic_pointer_cast<platform::WebKitWebEngine>(page->engine()));
+  EXPECT_EQ(device["ua"], page->engine()->userAgent());
 }
 
 TEST_F(GtkHostTest, AnInterstitialCoversTheWindowFollowsItsSizeAndItsXTakesItDown) {

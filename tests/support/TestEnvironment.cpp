@@ -66,6 +66,13 @@ void resetProcessState() {
   sdk->setCoppa(false);
   sdk->setGdpr(false);
   sdk->setGdprConsent(std::nullopt);
+  sdk->setSendRegulations(false);
+  sdk->setUsPrivacy(std::nullopt);
+  sdk->setGpp(std::nullopt);
+  sdk->setGppSid({});
+  sdk->setTestMode(false);
+  sdk->setCallbacksOnMainQueue(false);
+  sdk->setNoFillAsFailure(false);
   sdk->setVastCdataText(false);
 }
 

@@ -15,6 +15,7 @@
 #include "zorva/platform/MainQueue.h"
 #include "zorva/platform/PlayerItem.h"
 #include "zorva/platform/SafariViewController.h"
+#include "zorva/platform/Screen.h"
 #include "zorva/platform/StoreProductViewController.h"
 #include "zorva/platform/ViewController.h"
 #include "zorva/platform/WebView.h"
@@ -110,6 +111,7 @@ struct Host::State {
   bool press(double x, double y);
   bool releaseAt(double x, double y);
   void takeDown();
+  void readDisplayScreen();
 
   static gboolean onTick(GtkWidget*, GdkFrameClock*, gpointer data) {
     auto* self = static_cast<State*>(data);
@@ -125,7 +127,14 @@ struct Host::State {
     // The drawing layers cover the whole area whatever the tree says.
     self->scheduleSync();
   }
-  static void onMap(GtkWidget*, gpointer data) { static_cast<State*>(data)->scheduleSync(); }
+  static void onMap(GtkWidget*, gpointer data) {
+    auto* self = static_cast<State*>(data);
+    if (self->options.screenFromDisplay) self->readDisplayScreen();
+    self->scheduleSync();
+  }
+  static void onScaleChanged(GObject*, GParamSpec*, gpointer data) {
+    static_cast<State*>(data)->readDisplayScreen();
+  }
   // The app destroys its window (or the container) before the host: pages go back to their
   // engines before GTK destroys the area's children with them.
   static void onDestroy(GtkWidget*, gpointer data) { static_cast<State*>(data)->takeDown(); }
@@ -150,6 +159,21 @@ struct Host::State {
     return FALSE;
   }
 };
+
+void Host::State::readDisplayScreen() {
+  GdkDisplay* display = gtk_widget_get_display(area);
+  GdkWindow* window = gtk_widget_get_window(area);
+  GdkMonitor* monitor = window ? gdk_display_get_monitor_at_window(display, window)
+                               : gdk_display_get_primary_monitor(display);
+  // X servers without RandR's primary output name none.
+  if (!monitor) monitor = gdk_display_get_monitor(display, 0);
+  if (!monitor) return;
+  GdkRectangle geometry;
+  gdk_monitor_get_geometry(monitor, &geometry);
+  auto& screen = platform::Screen::mainScreen();
+  screen.setBounds(Rect(0, 0, geometry.width, geometry.height));
+  screen.setScale(gdk_monitor_get_scale_factor(monitor));
+}
 
 void Host::State::scheduleSync() {
   if (syncing || tick) return;
@@ -419,6 +443,10 @@ Host::Host(std::unique_ptr<State> state) : state_(std::move(state)) {
   g_signal_connect(s->area, "size-allocate", G_CALLBACK(State::onAllocate), s);
   g_signal_connect(s->area, "map", G_CALLBACK(State::onMap), s);
   g_signal_connect(s->area, "destroy", G_CALLBACK(State::onDestroy), s);
+  if (s->options.screenFromDisplay) {
+    g_signal_connect(s->area, "notify::scale-factor", G_CALLBACK(State::onScaleChanged), s);
+    s->readDisplayScreen();
+  }
   s->window->setNeedsDisplayHandler([s] { s->scheduleSync(); });
   gtk_widget_show(s->area);
 }

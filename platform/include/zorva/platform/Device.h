@@ -33,6 +33,17 @@ class Device {
   std::optional<UUID> identifierForVendor() const;
   void setIdentifierForVendor(std::optional<UUID> identifier);
 
+  /// The maker ("Dell Inc."); absent on a phone or tablet, whose maker the SDK knows.
+  std::optional<std::string> make() const;
+  void setMake(std::optional<std::string> make);
+  /// The system's name ("Linux"); absent on a phone or tablet.
+  std::optional<std::string> systemName() const;
+  void setSystemName(std::optional<std::string> name);
+  /// The OpenRTB device type the machine is (2 PC, 3 connected TV, 7 set-top box); absent when the
+  /// interface idiom says it (phone, tablet).
+  std::optional<int> openRTBDeviceType() const;
+  void setOpenRTBDeviceType(std::optional<int> type);
+
   /// True when the system version is `version` or later.
   bool systemVersionAtLeast(std::string_view version) const;
 
@@ -48,6 +59,9 @@ class Device {
   std::string systemVersion_;
   UserInterfaceIdiom idiom_ = UserInterfaceIdiom::Phone;
   std::optional<UUID> identifierForVendor_;
+  std::optional<std::string> make_;
+  std::optional<std::string> systemName_;
+  std::optional<int> openRTBDeviceType_;
 };
 
 }  // namespace zorva::platform

@@ -24,6 +24,13 @@ struct HostOptions {
   /// browser closes itself at once, so the SDK hears it presented and dismissed as if the user
   /// had pressed Done straight away.
   std::function<void(const std::string& url)> openBrowserURL;
+  /// Off (the default): the main screen keeps the size and scale the device profile gave it.
+  /// On: the host sets the main screen's bounds (in logical pixels, the SDK's points) and scale
+  /// from the monitor its widget is on (the display's primary monitor until the widget is on
+  /// one), when it is made and whenever the widget is mapped or its scale changes, so bid
+  /// requests carry the real display's "w", "h" and "pxratio". Apply the device profile first:
+  /// applying one afterwards puts the profile's screen back until the next map.
+  bool screenFromDisplay = false;
 };
 
 /// Hands `url` to the desktop's default handler for its scheme (GIO), for

@@ -1,0 +1,200 @@
+// The host settings a Linux app turns on, each through a banner's load over the loopback server:
+// what the bid request says and where and how the app hears the outcome, with the setting on and
+// with it off.
+#include <gtest/gtest.h>
+#include <sys/utsname.h>
+
+#include <zorva/ZVBannerView.h>
+#include <zorva/ZorvaSDK.h>
+#include <zorva/platform/DeviceProfile.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "Common/ZVAdLoader.h"
+#include "support/AdFormatTesting.h"
+#include "support/TestEnvironment.h"
+
+namespace zorva {
+namespace {
+
+class HostSettingsTest : public testing::Test {
+ protected:
+  // Loads a banner and returns the first thing the app hears of it.
+  test::Heard load(std::shared_ptr<ZVAdRequest> request = nullptr) {
+    auto banner =
+        ZVBannerView::create(request ? request : test::requestFor(server_), ZVAdSize{320, 50});
+    delegate_->bannerViewDidReceiveAd = [this](ZVBannerView&) { recorder_.note("receive"); };
+    delegate_->bannerViewDidFailToReceiveAdWithError = [this](ZVBannerView&, const Error& error) {
+      recorder_.note("fail", error);
+    };
+    banner->setDelegate(delegate_);
+    const std::size_t before = recorder_.heard().size();
+    banner->loadAd();
+    EXPECT_TRUE(test::runMainQueueUntil([&] { return recorder_.heard().size() > before; }));
+    const auto heard = recorder_.heard();
+    return heard.size() > before ? heard[before] : test::Heard{};
+  }
+  // The bid request of one load.
+  Value requestBody() {
+    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup)});
+    load();
+    return Value::parse(server_.requests().back().body);
+  }
+
+  test::LoopbackServer server_;
+  test::Recorder recorder_;
+  std::shared_ptr<ZVBannerViewDelegate> delegate_ = std::make_shared<ZVBannerViewDelegate>();
+};
+
+struct Profile {
+  const char* name;
+  std::function<platform::DeviceProfile()> make;
+  int deviceType;
+};
+
+class DeviceProfileTest : public HostSettingsTest, public testing::WithParamInterface<Profile> {};
+
+TEST_P(DeviceProfileTest, TheRequestSaysWhatTheMachineIs) {
+  const auto profile = GetParam().make();
+  profile.apply();
+  const Value device = requestBody()["device"];
+  EXPECT_EQ(device["devicetype"], GetParam().deviceType);
+  EXPECT_EQ(device["model"], profile.model);
+  if (profile.make) {
+    utsname system{};
+    ASSERT_EQ(uname(&system), 0);
+    EXPECT_EQ(device["make"], *profile.make);
+    EXPECT_NE(device["make"], "");
+    EXPECT_EQ(device["os"], "Linux");
+    EXPECT_EQ(device["osv"], system.release);
+    EXPECT_EQ(device["w"], 1920);
+    EXPECT_EQ(device["h"], 1080);
+  } else {
+    EXPECT_EQ(device["make"], "Apple");
+    EXPECT_EQ(device["os"], "iOS");
+    EXPECT_EQ(device["osv"], "17.0");
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(HostSettings, DeviceProfileTest,
+                         testing::Values(Profile{"Phone", platform::DeviceProfile::phone, 4},
+                                         Profile{"Desktop", platform::DeviceProfile::desktop, 2},
+                                         Profile{"Tv", platform::DeviceProfile::tv, 3},
+                                         Profile{"SetTopBox", platform::DeviceProfile::setTopBox,
+                                                 7}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(HostSettingsTest, RegulationsAreSentOnlyWhenAskedInOpenRtb26Form) {
+  auto sdk = ZorvaSDK::shared();
+  sdk->setCoppa(true);
+  sdk->setGdpr(true);
+  sdk->setGdprConsent("CPXxRfAPXxRfA");
+  sdk->setUsPrivacy("1YNN");
+  sdk->setGpp("DBABMA~CPXxRfAPXxRfA");
+  sdk->setGppSid({2, 6});
+  const Value off = requestBody();
+  EXPECT_FALSE(off.contains("regs"));
+  EXPECT_EQ(off["user"].dump(), R"({"ext":{"consent":"CPXxRfAPXxRfA"}})");
+
+  sdk->setSendRegulations(true);
+  const Value on = requestBody();
+  EXPECT_EQ(on["regs"].dump(),
+            R"({"coppa":1,"gdpr":1,"us_privacy":"1YNN","gpp":"DBABMA~CPXxRfAPXxRfA",)"
+            R"("gpp_sid":[2,6]})");
+  EXPECT_EQ(on["user"].dump(), R"({"ext":{"consent":"CPXxRfAPXxRfA"},"consent":"CPXxRfAPXxRfA"})");
+}
+
+TEST_F(HostSettingsTest, TestModeMarksTheRequest) {
+  EXPECT_FALSE(requestBody().contains("test"));
+  ZorvaSDK::shared()->setTestMode(true);
+  EXPECT_EQ(requestBody()["test"], 1);
+}
+
+class MainQueueCallbacksTest : public HostSettingsTest, public testing::WithParamInterface<bool> {};
+
+TEST_P(MainQueueCallbacksTest, ATransportFailureIsToldOnTheMainQueueOnlyWhenAsked) {
+  ZorvaSDK::shared()->setCallbacksOnMainQueue(GetParam());
+  const test::Heard heard = load(test::unreachableRequest());
+  EXPECT_EQ(heard.name, "fail");
+  EXPECT_EQ(heard.onMainThread, GetParam());
+  EXPECT_EQ(heard.onNetworkThread, !GetParam());
+}
+
+// The request builder of the SDK cannot be made to fail from outside; one that fails on a thread
+// of its own stands for it.
+TEST_P(MainQueueCallbacksTest, ABuildingFailureIsToldOnTheMainQueueOnlyWhenAsked) {
+  struct FailingBuilder : ZVRequestBuilding {
+    void build(Completion completion) override {
+      std::thread([&] { completion(std::nullopt, Error("test", 1)); }).join();
+    }
+  };
+  struct Delegate : ZVAdLoaderDelegate {
+    void didReceiveAd(std::shared_ptr<ZorvaAd>) override {}
+    void didFailToReceivedAd(const Error&) override {
+      onMainQueue = platform::MainQueue::shared().isCurrent();
+      ++calls;
+    }
+    std::atomic<int> calls{0};
+    std::atomic<bool> onMainQueue{false};
+  };
+  ZorvaSDK::shared()->setCallbacksOnMainQueue(GetParam());
+  auto loader = ZVAdLoader::create(std::make_shared<ZVAdLoaderConfig>());
+  auto delegate = std::make_shared<Delegate>();
+  loader->setDelegate(delegate);
+  loader->setRequestBuilder(std::make_shared<FailingBuilder>());
+  loader->load();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return delegate->calls > 0; }));
+  EXPECT_EQ(delegate->onMainQueue, GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(HostSettings, MainQueueCallbacksTest, testing::Bool(),
+                         [](const auto& info) { return info.param ? "On" : "Off"; });
+
+struct NoBid {
+  const char* name;
+  test::LoopbackServer::Response response;
+  // An empty page received, or, with no body, unreadable JSON.
+  const char* heardWhenOff;
+};
+
+class NoFillTest : public HostSettingsTest, public testing::WithParamInterface<NoBid> {};
+
+TEST_P(NoFillTest, AnAnswerWithoutABidIsANoFillFailureOnlyWhenAsked) {
+  server_.respond(test::kServadPath, GetParam().response);
+  const test::Heard off = load();
+  EXPECT_EQ(off.name, GetParam().heardWhenOff);
+  EXPECT_FALSE(off.error && ZorvaSDK::isNoFill(*off.error));
+
+  ZorvaSDK::shared()->setNoFillAsFailure(true);
+  const test::Heard on = load();
+  EXPECT_EQ(on.name, "fail");
+  EXPECT_TRUE(on.onMainThread);
+  ASSERT_TRUE(on.error);
+  EXPECT_TRUE(ZorvaSDK::isNoFill(*on.error));
+  EXPECT_EQ(on.error->localizedDescription(), "NoAdsError(0) : no fill");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    HostSettings, NoFillTest,
+    testing::Values(NoBid{"EmptyObject", {.body = "{}"}, "receive"},
+                    NoBid{"EmptySeatbid", {.body = R"({"id":"r","seatbid":[]})"}, "receive"},
+                    NoBid{"EmptyBid", {.body = R"({"id":"r","seatbid":[{"bid":[]}]})"}, "receive"},
+                    NoBid{"NoContent", {.status = 204, .body = ""}, "fail"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// A real bid and an unreadable answer stay what they were.
+TEST_F(HostSettingsTest, NoFillLeavesBidsAndOtherFailuresAlone) {
+  ZorvaSDK::shared()->setNoFillAsFailure(true);
+  server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup)});
+  EXPECT_EQ(load().name, "receive");
+
+  server_.respond(test::kServadPath, {.body = "<VAST/>"});
+  const test::Heard unreadable = load();
+  ASSERT_TRUE(unreadable.error);
+  EXPECT_FALSE(ZorvaSDK::isNoFill(*unreadable.error));
+}
+
+}  // namespace
+}  // namespace zorva

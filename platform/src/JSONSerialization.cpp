@@ -95,7 +95,12 @@ std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, uns
 
 std::optional<Data> JSONSerialization::dataWithJSONObject(const Value& object,
                                                           std::optional<Error>* error) {
-  Value copy = object;
+  return dataWithJSONObject(Value(object), error);
+}
+
+std::optional<Data> JSONSerialization::dataWithJSONObject(Value&& object,
+                                                          std::optional<Error>* error) {
+  Value copy = std::move(object);
   if (!normaliseNumbers(copy)) {
     fail(error, kInvalidNumberCode, "Invalid number value (infinite or NaN) in JSON write");
     return std::nullopt;

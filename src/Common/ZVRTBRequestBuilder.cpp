@@ -136,14 +136,14 @@ void ZVRTBRequestBuilder::build(Completion completion) {
 
   auto self = shared_from_this();
   rtbDictionary([self, request = std::move(request)](Value dictionary) mutable {
-    self->deliver(std::move(request), std::move(dictionary));
+    self->deliver(std::move(request), dictionary);
   });
 }
 
-void ZVRTBRequestBuilder::deliver(platform::URLRequest request, Value dictionary) {
+void ZVRTBRequestBuilder::deliver(platform::URLRequest request, const Value& dictionary) {
   try {
     std::optional<Error> error;
-    auto body = platform::JSONSerialization::dataWithJSONObject(std::move(dictionary), &error);
+    auto body = platform::JSONSerialization::dataWithJSONObject(dictionary, &error);
     if (error) {
       ZV_LOG(1, "-[ZVRTBRequestBuilder build:]_block_invoke", "%s",
              error->localizedDescription().c_str());

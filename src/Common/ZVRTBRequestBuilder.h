@@ -73,7 +73,7 @@ class ZVRTBRequestBuilder : public ZVRequestBuilding,
       : request_(std::move(request)) {}
 
   ZVAdSize slotSize() const;
-  void deliver(platform::URLRequest request, Value dictionary);
+  void deliver(platform::URLRequest request, const Value& dictionary);
 
   std::shared_ptr<ZVAdRequest> request_;
   Completion completionBlock_;

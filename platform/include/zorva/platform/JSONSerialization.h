@@ -41,8 +41,6 @@ class JSONSerialization {
   /// Compact JSON text for `object`, or nothing with `*error` set: a non-finite number or a
   /// string that is not valid UTF-8 cannot be written.
   static std::optional<Data> dataWithJSONObject(const Value& object, std::optional<Error>* error);
-  /// The same text for an object the caller gives up: written without first copying it.
-  static std::optional<Data> dataWithJSONObject(Value&& object, std::optional<Error>* error);
 };
 
 }  // namespace zorva::platform

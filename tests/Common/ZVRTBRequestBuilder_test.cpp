@@ -107,6 +107,13 @@ TEST_F(RequestBuilderTest, SKAdNetworkIdsTravelFromSystem14OnAndTheirAbsenceIsWa
   ZorvaSDK::shared()->setStoreURL(
       platform::URL::URLWithString("https://apps.apple.com/app/x/id987"));
   EXPECT_EQ(impression(false, false)["ext"]["skadn"]["sourceapp"], "987");
+  // The list follows the bundle from one build to the next, the localized dictionary first.
+  auto& bundle = platform::Bundle::mainBundle();
+  bundle.setLocalizedInfoDictionary(
+      {{"SKAdNetworkItems", Value::array({{{"SKAdNetworkIdentifier", "local.skadnetwork"}}})}});
+  EXPECT_EQ(impression(false, false)["ext"]["skadn"]["skadnetids"],
+            Value::array({"local.skadnetwork"}));
+  bundle.setLocalizedInfoDictionary(Value::object());
 
   ZVLog::setLevel(2);
   test::LogCapture log;

@@ -69,6 +69,8 @@ class RequestBuilderTest : public testing::Test {
     EXPECT_TRUE(test::runMainQueueUntil([&] { return built->calls > 0; }));
     if (built->request && built->request->HTTPBody) {
       built->body = Value::parse(*built->request->HTTPBody);
+      // Byte for byte the compact text nlohmann writes for it: spacing, escapes, numbers, order.
+      EXPECT_EQ(*built->request->HTTPBody, built->body.dump());
     }
     return *built;
   }

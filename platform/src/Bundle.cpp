@@ -42,6 +42,7 @@ Value Bundle::infoDictionary() const {
 void Bundle::setInfoDictionary(Value info) {
   std::lock_guard lock(mutex_);
   info_ = info.is_object() ? std::move(info) : Value::object();
+  ++infoGeneration_;
 }
 
 Value Bundle::localizedInfoDictionary() const {
@@ -52,6 +53,24 @@ Value Bundle::localizedInfoDictionary() const {
 void Bundle::setLocalizedInfoDictionary(Value info) {
   std::lock_guard lock(mutex_);
   localizedInfo_ = info.is_object() ? std::move(info) : Value::object();
+  ++infoGeneration_;
+}
+
+Value Bundle::infoDictionaryValue(const std::string& key) const {
+  std::lock_guard lock(mutex_);
+  auto it = info_.find(key);
+  return it == info_.end() ? Value() : *it;
+}
+
+Value Bundle::localizedInfoDictionaryValue(const std::string& key) const {
+  std::lock_guard lock(mutex_);
+  auto it = localizedInfo_.find(key);
+  return it == localizedInfo_.end() ? Value() : *it;
+}
+
+std::uint64_t Bundle::infoGeneration() const {
+  std::lock_guard lock(mutex_);
+  return infoGeneration_;
 }
 
 Value Bundle::objectForInfoDictionaryKey(const std::string& key) const {
@@ -87,6 +106,7 @@ void Bundle::reset() {
   std::lock_guard lock(mutex_);
   info_ = Value::object();
   localizedInfo_ = Value::object();
+  ++infoGeneration_;
   tables_.clear();
 }
 

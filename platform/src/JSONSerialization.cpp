@@ -1,8 +1,11 @@
 #include "zorva/platform/JSONSerialization.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
 #include <string>
+#include <string_view>
 
 namespace zorva::platform {
 
@@ -11,25 +14,102 @@ namespace {
 // 2^53: every whole double below it is exactly an integer.
 constexpr double kLargestExactWhole = 9007199254740992.0;
 
-// Rewrites whole real numbers as integers and reports whether every number is finite.
-bool normaliseNumbers(Value& v) {
+// Whether every number in `v` is finite.
+bool allNumbersFinite(const Value& v) {
   switch (v.type()) {
     case Value::value_t::object:
     case Value::value_t::array:
-      for (auto& child : v) {
-        if (!normaliseNumbers(child)) return false;
+      for (const auto& child : v) {
+        if (!allNumbersFinite(child)) return false;
       }
       return true;
-    case Value::value_t::number_float: {
-      const double d = v.get<double>();
-      if (!std::isfinite(d)) return false;
-      if (d == std::trunc(d) && std::fabs(d) < kLargestExactWhole) {
-        v = static_cast<std::int64_t>(d);
-      }
-      return true;
-    }
+    case Value::value_t::number_float:
+      return std::isfinite(v.get<double>());
     default:
       return true;
+  }
+}
+
+// Printable ASCII other than the quote and the backslash: written by nlohmann exactly as it is.
+bool needsNoEscaping(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return c >= 0x20 && c <= 0x7E && c != '"' && c != '\\'; });
+}
+
+void writeString(const std::string& text, std::string& out) {
+  if (needsNoEscaping(text)) {
+    out += '"';
+    out += text;
+    out += '"';
+  } else {
+    // Escapes, UTF-8 checks and their errors are nlohmann's own.
+    out += Value(text).dump();
+  }
+}
+
+template <typename Integer>
+void writeInteger(Integer number, std::string& out) {
+  char buffer[24];
+  const auto end = std::to_chars(buffer, buffer + sizeof buffer, number).ptr;
+  out.append(buffer, end);
+}
+
+// Appends the compact text nlohmann's dump gives for `v`, byte for byte, with whole reals below
+// 2^53 written as integers. Containers and common strings are written here, without copying the
+// tree; reals and strings that need escaping are written by nlohmann.
+void write(const Value& v, std::string& out) {
+  switch (v.type()) {
+    case Value::value_t::object: {
+      out += '{';
+      bool first = true;
+      for (const auto& [key, child] : v.get_ref<const Value::object_t&>()) {
+        if (!first) out += ',';
+        first = false;
+        writeString(key, out);
+        out += ':';
+        write(child, out);
+      }
+      out += '}';
+      return;
+    }
+    case Value::value_t::array: {
+      out += '[';
+      bool first = true;
+      for (const auto& child : v) {
+        if (!first) out += ',';
+        first = false;
+        write(child, out);
+      }
+      out += ']';
+      return;
+    }
+    case Value::value_t::string:
+      writeString(v.get_ref<const std::string&>(), out);
+      return;
+    case Value::value_t::boolean:
+      out += v.get<bool>() ? "true" : "false";
+      return;
+    case Value::value_t::null:
+      out += "null";
+      return;
+    case Value::value_t::number_integer:
+      writeInteger(v.get<std::int64_t>(), out);
+      return;
+    case Value::value_t::number_unsigned:
+      writeInteger(v.get<std::uint64_t>(), out);
+      return;
+    case Value::value_t::number_float: {
+      const double d = v.get<double>();
+      if (d == std::trunc(d) && std::fabs(d) < kLargestExactWhole) {
+        writeInteger(static_cast<std::int64_t>(d), out);
+      } else {
+        out += v.dump();
+      }
+      return;
+    }
+    default:
+      out += v.dump();
+      return;
   }
 }
 
@@ -95,13 +175,14 @@ std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, uns
 
 std::optional<Data> JSONSerialization::dataWithJSONObject(const Value& object,
                                                           std::optional<Error>* error) {
-  Value copy = object;
-  if (!normaliseNumbers(copy)) {
+  if (!allNumbersFinite(object)) {
     fail(error, kInvalidNumberCode, "Invalid number value (infinite or NaN) in JSON write");
     return std::nullopt;
   }
   try {
-    return copy.dump();
+    std::string text;
+    write(object, text);
+    return text;
   } catch (const nlohmann::json::exception& e) {
     fail(error, e.id, e.what());
     return std::nullopt;

@@ -1,7 +1,9 @@
 #include "Common/ZVRTBRequestBuilder.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 #include <zorva/ZorvaSDK.h>
 #include <zorva/platform/Bundle.h>
@@ -35,6 +37,54 @@ constexpr const char* kSKAdNetworkWarning =
 template <typename T>
 void setIfPresent(Value& object, const char* key, const std::optional<T>& value) {
   if (value) object[key] = *value;
+}
+
+// The "skadnetids" list made from the app's "SKAdNetworkItems" (null when it lists none), kept
+// while the bundle's information dictionaries stay as they are: the list is the same on every
+// request, and reading and copying it item by item cost more than the rest of a request.
+Value skadNetworkIds() {
+  struct Cache {
+    std::mutex mutex;
+    std::optional<std::uint64_t> generation;
+    Value ids;
+  };
+  static auto* cache = new Cache();  // never destroyed: builds may run while the process exits
+  auto& bundle = platform::Bundle::mainBundle();
+  const std::uint64_t generation = bundle.infoGeneration();
+  {
+    std::lock_guard lock(cache->mutex);
+    if (cache->generation == generation) return cache->ids;
+  }
+  const Value items = bundle.objectForInfoDictionaryKey("SKAdNetworkItems");
+  Value ids;
+  if (items.is_array() && !items.empty()) {
+    ids = Value::array();
+    for (const Value& item : items) {
+      auto id = item.is_object() ? item.find("SKAdNetworkIdentifier") : item.end();
+      if (!item.is_object() || id == item.end() || id->is_null()) {
+        fatal(
+            "ZVRTBRequestBuilder: every entry of the app's \"SKAdNetworkItems\" needs an "
+            "\"SKAdNetworkIdentifier\"");
+      }
+      ids.push_back(*id);
+    }
+  }
+  // Kept only when the dictionaries did not change while they were read.
+  if (bundle.infoGeneration() == generation) {
+    std::lock_guard lock(cache->mutex);
+    cache->generation = generation;
+    cache->ids = ids;
+  }
+  return ids;
+}
+
+// An empty object with room for `keys` entries. Objects keep their entries in a vector whose
+// growth copies every entry made so far, with its whole subtree (an entry's key is const, so it
+// cannot be moved): the request's objects are sized once instead.
+Value objectWithRoomFor(std::size_t keys) {
+  Value object = Value::object();
+  object.get_ref<Value::object_t&>().reserve(keys);
+  return object;
 }
 
 Value sizeObject(ZVAdSize size) {
@@ -116,16 +166,17 @@ void ZVRTBRequestBuilder::deliver(platform::URLRequest request, const Value& dic
 }
 
 void ZVRTBRequestBuilder::rtbDictionary(DictionaryCallback callback) {
-  Value dictionary = Value::object();
+  Value dictionary = objectWithRoomFor(8);
   dictionary["id"] = platform::UUID::create().UUIDString();
   dictionary["imp"] = Value::array({impressionJson()});
   dictionary["app"] = appJson();
   dictionary["user"] = userJson();
   addHostSettings(dictionary);
-  deviceJson([dictionary, callback = std::move(callback)](Value device) mutable {
-    dictionary["device"] = std::move(device);
-    callback(std::move(dictionary));
-  });
+  deviceJson(
+      [dictionary = std::move(dictionary), callback = std::move(callback)](Value device) mutable {
+        dictionary["device"] = std::move(device);
+        callback(std::move(dictionary));
+      });
 }
 
 ZVAdSize ZVRTBRequestBuilder::slotSize() const {
@@ -133,7 +184,7 @@ ZVAdSize ZVRTBRequestBuilder::slotSize() const {
 }
 
 Value ZVRTBRequestBuilder::impressionJson() {
-  Value impression = Value::object();
+  Value impression = objectWithRoomFor(12);
   impression["id"] = platform::UUID::create().UUIDString();
   setIfPresent(impression, "tagid", request_->adunitId);
   if (isVideo_) {
@@ -148,8 +199,8 @@ Value ZVRTBRequestBuilder::impressionJson() {
 
   if (!platform::Device::currentDevice().systemVersionAtLeast("14.0")) return impression;
 
-  const Value items = platform::Bundle::mainBundle().objectForInfoDictionaryKey("SKAdNetworkItems");
-  if (!items.is_array() || items.empty()) {
+  Value ids = skadNetworkIds();
+  if (ids.is_null()) {
     ZV_LOG(2, "-[ZVRTBRequestBuilder impressionJson]", "%s", kSKAdNetworkWarning);
     return impression;
   }
@@ -158,16 +209,6 @@ Value ZVRTBRequestBuilder::impressionJson() {
   if (auto storeURL = ZorvaSDK::shared()->storeURL();
       storeURL && !storeURL->absoluteString().empty()) {
     skadn["sourceapp"] = itunesIdFromURL(*storeURL);
-  }
-  Value ids = Value::array();
-  for (const Value& item : items) {
-    auto id = item.is_object() ? item.find("SKAdNetworkIdentifier") : item.end();
-    if (!item.is_object() || id == item.end() || id->is_null()) {
-      fatal(
-          "ZVRTBRequestBuilder: every entry of the app's \"SKAdNetworkItems\" needs an "
-          "\"SKAdNetworkIdentifier\"");
-    }
-    ids.push_back(*id);
   }
   skadn["skadnetids"] = std::move(ids);
   Value ext = Value::object();
@@ -208,7 +249,7 @@ Value ZVRTBRequestBuilder::interstitialSizeArray() {
 
 Value ZVRTBRequestBuilder::appJson() const {
   auto settings = ZorvaSDK::shared();
-  Value app = Value::object();
+  Value app = objectWithRoomFor(8);
   Value publisher = Value::object();
   setIfPresent(publisher, "id", request_->publisherId);
   app["publisher"] = std::move(publisher);
@@ -262,8 +303,8 @@ void ZVRTBRequestBuilder::addHostSettings(Value& dictionary) const {
 
 void ZVRTBRequestBuilder::deviceJson(DictionaryCallback callback) {
   // Everything after the location, then the user agent, which may both arrive later.
-  auto finish = [callback = std::move(callback)](std::optional<platform::Location> location) {
-    Value device = Value::object();
+  auto finish = [](DictionaryCallback callback, std::optional<platform::Location> location) {
+    Value device = objectWithRoomFor(24);
     if (location) {
       Value geo = Value::object();
       geo["lat"] = location->coordinate.latitude;
@@ -285,17 +326,21 @@ void ZVRTBRequestBuilder::deviceJson(DictionaryCallback callback) {
     device["js"] = 1;
     setIfPresent(device, "language", ZVUtility::acceptLanguage());
     setIfPresent(device, "carrier", ZVUtility::carrierName());
-    ZVUtility::userAgent(
-        [device = std::move(device), callback](std::optional<std::string> userAgent) mutable {
-          setIfPresent(device, "ua", userAgent);
-          callback(std::move(device));
-        });
+    ZVUtility::userAgent([device = std::move(device), callback = std::move(callback)](
+                             std::optional<std::string> userAgent) mutable {
+      setIfPresent(device, "ua", userAgent);
+      callback(std::move(device));
+    });
   };
   if (auto location = ZorvaSDK::shared()->location()) {
-    finish(location);
+    finish(std::move(callback), location);
     return;
   }
-  ZVInstanceFactory::sharedLocationManager()->fetchLocation(std::move(finish));
+  // The location manager may answer more than once; each answer gets the whole callback.
+  ZVInstanceFactory::sharedLocationManager()->fetchLocation(
+      [finish, callback = std::move(callback)](std::optional<platform::Location> location) {
+        finish(callback, location);
+      });
 }
 
 }  // namespace zorva

@@ -85,24 +85,22 @@ Error ZVUtility::errorWithDomain(const std::string& domain, std::int64_t code,
 }
 
 std::optional<std::string> ZVUtility::appName() {
+  // Entry by entry: the dictionaries may hold large lists that a copy would duplicate.
   auto& bundle = platform::Bundle::mainBundle();
-  const auto localized = bundle.localizedInfoDictionary();
-  const auto info = bundle.infoDictionary();
   for (const char* key : {"CFBundleDisplayName", "CFBundleName"}) {
-    if (auto it = localized.find(key); it != localized.end() && it->is_string()) {
-      return it->get<std::string>();
+    if (auto localized = bundle.localizedInfoDictionaryValue(key); localized.is_string()) {
+      return localized.get<std::string>();
     }
-    if (auto it = info.find(key); it != info.end() && it->is_string()) {
-      return it->get<std::string>();
+    if (auto info = bundle.infoDictionaryValue(key); info.is_string()) {
+      return info.get<std::string>();
     }
   }
   return platform::ProcessInfo::processName();
 }
 
 std::optional<std::string> ZVUtility::appVersion() {
-  auto info = platform::Bundle::mainBundle().infoDictionary();
-  auto it = info.find("CFBundleShortVersionString");
-  return it == info.end() ? std::nullopt : stringValue(*it);
+  return stringValue(
+      platform::Bundle::mainBundle().infoDictionaryValue("CFBundleShortVersionString"));
 }
 
 std::optional<std::string> ZVUtility::appBundleId() {

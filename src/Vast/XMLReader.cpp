@@ -126,6 +126,8 @@ Value XMLReader::Frame::dictionary() && {
   // every finished child again.
   object.reserve(entries.size());
   for (auto& [key, value] : entries) object.emplace_back(std::move(key), std::move(value));
+  entries.clear();
+  index.clear();
   return dictionary;
 }
 
@@ -154,6 +156,7 @@ std::optional<Value> XMLReader::dictionaryForXMLString(const std::string& string
 std::optional<Value> XMLReader::objectWithData(const Data& data, unsigned long options) {
   dictionaryStack_.clear();
   dictionaryStack_.emplace_back();
+  depth_ = 1;
   textInProgress_.clear();
   inCdata_ = false;
   tooDeep_ = false;
@@ -200,29 +203,31 @@ std::optional<Value> XMLReader::objectWithData(const Data& data, unsigned long o
   XML_ParserFree(parser);
   parser_ = nullptr;
   dictionaryStack_.clear();
+  depth_ = 0;
   textInProgress_.clear();
   return result;
 }
 
-std::string XMLReader::reportedName(const char* name) const {
+std::string_view XMLReader::reportedName(const char* name) const {
   std::string_view text(name);
   if (namespaces_) {
     const auto separator = text.rfind(kNamespaceSeparator);
     if (separator != std::string_view::npos) text.remove_prefix(separator + 1);
   }
-  return std::string(text);
+  return text;
 }
 
 void XMLReader::startElement(const char* name, const char** attributes) {
-  if (dictionaryStack_.size() > kMaximumDepth) {
+  if (depth_ > kMaximumDepth) {
     tooDeep_ = true;
     XML_StopParser(parser_, XML_FALSE);
     return;
   }
-  Frame child;
+  if (depth_ == dictionaryStack_.size()) dictionaryStack_.emplace_back();
+  Frame& child = dictionaryStack_[depth_];
   child.name = reportedName(name);
   for (const char** attribute = attributes; *attribute != nullptr; attribute += 2) {
-    std::string key = reportedName(attribute[0]);
+    std::string key(reportedName(attribute[0]));
     // Two attributes can share a local name when their prefixes differ; the later one wins.
     if (Value* existing = child.find(key)) {
       *existing = attribute[1];
@@ -230,12 +235,12 @@ void XMLReader::startElement(const char* name, const char** attributes) {
       child.add(std::move(key), attribute[1]);
     }
   }
-  dictionaryStack_.push_back(std::move(child));
+  ++depth_;
 }
 
 void XMLReader::endElement() {
   if (tooDeep_) return;
-  Frame& current = dictionaryStack_.back();
+  Frame& current = dictionaryStack_[depth_ - 1];
   if (!textInProgress_.empty()) {
     Value text = trimmed(textInProgress_);
     if (Value* existing = current.find(kXMLReaderTextNodeKey)) {
@@ -247,11 +252,11 @@ void XMLReader::endElement() {
   }
   std::string name = std::move(current.name);
   Value child = std::move(current).dictionary();
-  dictionaryStack_.pop_back();
+  --depth_;
 
   // The first child of a name is stored as it is; a second one turns the entry into an array of
   // both, and later ones are appended. An attribute of the same name joins the array first.
-  Frame& parent = dictionaryStack_.back();
+  Frame& parent = dictionaryStack_[depth_ - 1];
   if (Value* existing = parent.find(name)) {
     if (existing->is_array()) {
       existing->push_back(std::move(child));

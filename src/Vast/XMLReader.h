@@ -107,6 +107,8 @@ class XMLReader {
   // An open element. Its entries are gathered here and become its dictionary when it ends, so
   // that nothing already built is copied while siblings keep arriving; `index` (made once an
   // element has many keys) keeps lookups cheap for elements with thousands of distinct children.
+  // A frame is emptied, not freed, when its element ends, and serves the next element opened at
+  // its depth with the room it already has.
   struct Frame {
     std::string name;
     std::vector<std::pair<std::string, Value>> entries;
@@ -119,11 +121,13 @@ class XMLReader {
   void startElement(const char* name, const char** attributes);
   void endElement();
   void characters(std::string_view text);
-  std::string reportedName(const char* name) const;
+  std::string_view reportedName(const char* name) const;
 
   std::optional<Error>* errorPointer_;
   ::XML_ParserStruct* parser_ = nullptr;
+  // Frames [0, depth_) are the open elements (0 is the root); later ones wait for reuse.
   std::vector<Frame> dictionaryStack_;
+  std::size_t depth_ = 0;
   std::string textInProgress_;
   bool namespaces_ = false;
   bool inCdata_ = false;

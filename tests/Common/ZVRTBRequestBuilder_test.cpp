@@ -69,6 +69,8 @@ class RequestBuilderTest : public testing::Test {
     EXPECT_TRUE(test::runMainQueueUntil([&] { return built->calls > 0; }));
     if (built->request && built->request->HTTPBody) {
       built->body = Value::parse(*built->request->HTTPBody);
+      // Byte for byte the compact text nlohmann writes for it: spacing, escapes, numbers, order.
+      EXPECT_EQ(*built->request->HTTPBody, built->body.dump());
     }
     return *built;
   }
@@ -107,6 +109,13 @@ TEST_F(RequestBuilderTest, SKAdNetworkIdsTravelFromSystem14OnAndTheirAbsenceIsWa
   ZorvaSDK::shared()->setStoreURL(
       platform::URL::URLWithString("https://apps.apple.com/app/x/id987"));
   EXPECT_EQ(impression(false, false)["ext"]["skadn"]["sourceapp"], "987");
+  // The list follows the bundle from one build to the next, the localized dictionary first.
+  auto& bundle = platform::Bundle::mainBundle();
+  bundle.setLocalizedInfoDictionary(
+      {{"SKAdNetworkItems", Value::array({{{"SKAdNetworkIdentifier", "local.skadnetwork"}}})}});
+  EXPECT_EQ(impression(false, false)["ext"]["skadn"]["skadnetids"],
+            Value::array({"local.skadnetwork"}));
+  bundle.setLocalizedInfoDictionary(Value::object());
 
   ZVLog::setLevel(2);
   test::LogCapture log;

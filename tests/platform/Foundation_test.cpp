@@ -1,6 +1,11 @@
 // URL, UUID, JSON, error and text helpers of the platform layer, where the SDK's own tests do not
 // already reach them (store ids from paths, request ids, bundle lookups, reading bid bodies).
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <limits>
+#include <string_view>
 
 #include <zorva/platform/Error.h>
 #include <zorva/platform/JSONSerialization.h>
@@ -26,6 +31,31 @@ TEST(UUID, ReadsOnlyTheHyphenatedFormAndWritesItUpperCase) {
   EXPECT_FALSE(UUID::fromString("e621e1f8c36c495a93fc0c247a3e6e5f"));
 }
 
+// Identifiers come from a pool of random bytes: they must still be version 4, and a forked child
+// must not hand out what its parent's pool holds next.
+TEST(UUID, NewIdentifiersAreRandomVersionFourAndDifferAcrossAFork) {
+  const std::string first = UUID::create().UUIDString();
+  EXPECT_EQ(first[14], '4');
+  EXPECT_NE(std::string_view("89AB").find(first[19]), std::string_view::npos) << first;
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const std::string next = UUID::create().UUIDString();
+    _exit(write(ends[1], next.data(), next.size()) == 36 ? 0 : 1);
+  }
+  const std::string next = UUID::create().UUIDString();
+  char childNext[36] = {};
+  EXPECT_EQ(read(ends[0], childNext, sizeof childNext), 36);
+  int status = 0;
+  waitpid(child, &status, 0);
+  close(ends[0]);
+  close(ends[1]);
+  EXPECT_NE(next, std::string(childNext, 36));
+  EXPECT_NE(next, first);
+}
+
 TEST(JSONSerialization, WritesWholeRealsAsIntegersAndKeepsKeyOrder) {
   Value v = Value::object();
   v["w"] = 320.0;
@@ -34,6 +64,37 @@ TEST(JSONSerialization, WritesWholeRealsAsIntegersAndKeepsKeyOrder) {
   auto data = JSONSerialization::dataWithJSONObject(v, nullptr);
   ASSERT_TRUE(data);
   EXPECT_EQ(*data, R"({"w":320,"h":50.5,"a":[1,-2,1e+20,3]})");
+}
+
+// The writer copies plain strings and walks containers itself: its text must stay nlohmann's,
+// byte for byte, on everything a tree can hold (whole reals aside, which it writes as integers).
+TEST(JSONSerialization, WritesWhatNlohmannWrites) {
+  Value v = Value::object();
+  v["url"] = "https://ads.example.com/v1/bid?a=1&b=%20x~";
+  v["quote\"key\\"] = "tab\there \"q\" line\nfeed";
+  v["control"] = std::string("\x01\x1f\x7f\0", 4);
+  v["utf8 caf\xc3\xa9"] = "\xe2\x9c\x93 \xf0\x9f\x98\x80";
+  v["numbers"] = Value::array({0, -1, std::numeric_limits<std::int64_t>::min(),
+                               std::numeric_limits<std::uint64_t>::max(), 0.1, -2.5e-7, 1.5e300,
+                               48.8566, 9007199254740993.0});
+  v["empty"] = {{"object", Value::object()}, {"array", Value::array()}, {"string", ""}};
+  v["flags"] = Value::array({true, false, nullptr});
+  auto data = JSONSerialization::dataWithJSONObject(v, nullptr);
+  ASSERT_TRUE(data);
+  EXPECT_EQ(*data, v.dump());
+
+  // A bad string deep in the tree fails as nlohmann fails on it.
+  Value bad = {{"ok", "fine"}, {"list", Value::array({"a", std::string("b\xff")})}};
+  std::optional<Error> error;
+  EXPECT_FALSE(JSONSerialization::dataWithJSONObject(bad, &error));
+  ASSERT_TRUE(error);
+  try {
+    (void)bad.dump();
+    FAIL() << "nlohmann wrote an invalid string";
+  } catch (const nlohmann::json::exception& e) {
+    EXPECT_EQ(error->code, e.id);
+    EXPECT_EQ(error->localizedDescription(), e.what());
+  }
 }
 
 TEST(JSONSerialization, RefusesWhatCannotBeWritten) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -37,9 +38,17 @@ class Bundle {
   Value localizedInfoDictionary() const;
   void setLocalizedInfoDictionary(Value info);
 
+  /// The information dictionary's value for `key`, or null; one entry is copied, not the
+  /// dictionary.
+  Value infoDictionaryValue(const std::string& key) const;
+  /// The localized information dictionary's value for `key`, or null.
+  Value localizedInfoDictionaryValue(const std::string& key) const;
   /// The localized value for `key` when there is one, else the information dictionary's value,
   /// else null.
   Value objectForInfoDictionaryKey(const std::string& key) const;
+  /// A number that changes whenever either information dictionary is set or the bundle is reset,
+  /// for callers that keep something derived from the dictionaries.
+  std::uint64_t infoGeneration() const;
   /// "CFBundleIdentifier" of the information dictionary.
   std::optional<std::string> bundleIdentifier() const;
 
@@ -61,6 +70,7 @@ class Bundle {
   mutable std::mutex mutex_;
   Value info_ = Value::object();
   Value localizedInfo_ = Value::object();
+  std::uint64_t infoGeneration_ = 0;
   std::map<std::string, std::map<std::string, std::string>> tables_;
 };
 

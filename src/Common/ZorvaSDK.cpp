@@ -2,6 +2,7 @@
 
 #include "Common/ZVLog.h"
 #include "Common/ZVUtility.h"
+#include "Network/ZVTrackingTransport.h"
 
 namespace zorva {
 
@@ -38,6 +39,31 @@ ZORVA_PROPERTY(bool, gdpr, setGdpr, gdpr_)
 ZORVA_PROPERTY(std::optional<std::string>, gdprConsent, setGdprConsent, gdprConsent_)
 ZORVA_PROPERTY(bool, vastCdataText, setVastCdataText, vastCdataText_)
 
+ZORVA_PROPERTY(std::optional<std::string>, trackingQueuePath, setTrackingQueuePath,
+               trackingQueuePath_)
+
 #undef ZORVA_PROPERTY
+
+bool ZorvaSDK::trackingTransport() const {
+  std::lock_guard lock(mutex_);
+  return trackingTransport_;
+}
+
+void ZorvaSDK::setTrackingTransport(bool value) {
+  std::optional<std::string> path;
+  {
+    std::lock_guard lock(mutex_);
+    trackingTransport_ = value;
+    path = trackingQueuePath_;
+  }
+  // Started and stopped outside the settings' lock: a stop waits for the transport's threads.
+  if (!value) {
+    ZVTrackingTransport::stop();
+    return;
+  }
+  ZVTrackingTransport::Options options;
+  options.queuePath = path.value_or(ZVTrackingTransport::defaultQueuePath());
+  ZVTrackingTransport::start(options);
+}
 
 }  // namespace zorva

@@ -26,10 +26,14 @@
 #include "Network/ZVNetworkHandler.h"
 #include "Network/ZVTrackingQueue.h"
 #include "Network/ZVTrackingTransport.h"
+#include "Players/ZVPlayerConfig.h"
+#include "Vast/ZVVastLinearAdPlayer.h"
+#include "Vast/ZVVastPlayer.h"
 #include "support/AdFormatTesting.h"
 #include "support/LoopbackServer.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
 
 extern char** environ;
 
@@ -188,6 +192,32 @@ TEST_F(TrackedInterstitialTest, WithTrackingOffTheHandOversHappenAndNoRequestLea
   EXPECT_TRUE(trackingPaths().empty());
   EXPECT_FALSE(ZVTrackingTransport::running());
   EXPECT_FALSE(std::filesystem::exists(queuePath_));
+}
+
+TEST_F(TrackingTransportTest, AClickOnALinearAdSendsItsClickTrackersOnlyWithTheTransportOn) {
+  server_.respond("/click", {.status = 204, .body = ""});
+  std::string markup = test::linearVast("video/mp4", "https://example.com/landing");
+  markup.insert(markup.find("</VideoClicks>"),
+                "<ClickTracking>" + server_.url("/click") + "</ClickTracking>");
+  for (const bool on : {false, true}) {
+    ZorvaSDK::shared()->setTrackingTransport(on);
+    auto handler = test::ObservingNetworkHandler::install();
+    ZVPlayerConfig config;
+    config.isExpectingVideoAd = true;
+    config.ad = std::make_shared<ZorvaAd>();
+    config.ad->creative = markup;
+    auto player = ZVVastPlayer::create(config);
+    player->play();
+    platform::MainQueue::shared().runUntilIdle();
+    auto linear = std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer());
+    ASSERT_TRUE(linear);
+    linear->touchesEnded();
+    EXPECT_EQ(handler->handedOverUrls(),
+              on ? std::vector<std::vector<std::string>>{{server_.url("/click")}}
+                 : std::vector<std::vector<std::string>>{});
+  }
+  ASSERT_TRUE(drained());
+  EXPECT_EQ(paths(server_.requests()), std::vector<std::string>{"/click"});
 }
 
 TEST_F(TrackingTransportTest, RetriesTransportErrorsAnd5xxUntilAnAnswerAndTakes4xxAsFinal) {

@@ -24,7 +24,7 @@ std::string temporaryFolder() {
 
 void BM_TrackingHandOver(benchmark::State& state) {
   zorva::test::LoopbackServer server;
-  server.respond("/t", {.status = 204});
+  server.respond("/t", {.status = 204, .body = ""});
   const auto folder = temporaryFolder();
   auto sdk = zorva::ZorvaSDK::shared();
   sdk->setTrackingQueuePath(folder + "/tracking.sqlite");

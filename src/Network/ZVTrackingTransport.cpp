@@ -155,11 +155,11 @@ void ZVTrackingTransport::run() {
   std::unique_lock lock(mutex_);
   while (!stopping_) {
     poked_ = false;
-    auto requests = takeDue();
-    if (!requests.empty()) {
+    auto tasks = takeDue();
+    if (!tasks.empty()) {
       // The session's thread takes this lock to report: start the requests without it.
       lock.unlock();
-      for (auto& request : requests) request.task->resume();
+      for (auto& task : tasks) task->resume();
       lock.lock();
       continue;
     }
@@ -176,24 +176,29 @@ void ZVTrackingTransport::run() {
   }
 }
 
-std::vector<ZVTrackingTransport::Request> ZVTrackingTransport::takeDue() {
-  std::vector<Request> requests;
-  if (inFlight_.size() >= options_.concurrency) return requests;
+std::vector<std::shared_ptr<platform::URLSessionDataTask>> ZVTrackingTransport::takeDue() {
+  std::vector<std::shared_ptr<platform::URLSessionDataTask>> tasks;
+  if (inFlight_.size() >= options_.concurrency) return tasks;
   const auto now = system_clock::now();
   for (auto& entry :
        queue_.due(secondsSinceEpoch(now), options_.concurrency - inFlight_.size(), inFlight_)) {
-    inFlight_.insert(entry.id);
     const std::string sent = expandMacros(entry.url, now);
-    platform::URLRequest request(platform::URL::URLWithString(sent),
+    auto url = platform::URL::URLWithString(sent);
+    if (!url) {
+      ZV_LOG(4, kFunction, "Tracking dropped (not a URL): %s", sent.c_str());
+      queue_.remove(entry.id);
+      continue;
+    }
+    inFlight_.insert(entry.id);
+    platform::URLRequest request(std::move(url),
                                  platform::URLRequestCachePolicy::ReloadIgnoringLocalCacheData,
                                  options_.timeout);
-    auto task = session_->dataTaskWithRequest(
+    tasks.push_back(session_->dataTaskWithRequest(
         request, [this, entry, sent](
                      std::optional<Data>, std::optional<platform::HTTPURLResponse> response,
-                     std::optional<Error> error) { answered(entry, sent, response, error); });
-    requests.push_back({std::move(entry), std::move(task)});
+                     std::optional<Error> error) { answered(entry, sent, response, error); }));
   }
-  return requests;
+  return tasks;
 }
 
 void ZVTrackingTransport::answered(const ZVTrackingQueue::Entry& entry, const std::string& sentUrl,

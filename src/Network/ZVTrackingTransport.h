@@ -22,9 +22,9 @@ namespace zorva {
 /// Sends tracking URLs: each handed-over URL is stored in the durable queue before `send`
 /// returns, then GET by a worker thread with its macros expanded, at most `concurrency` at a
 /// time, and removed on a final answer: any status below 400 (sent), 4xx (refused), or the
-/// URL's age passing `maxAge` (given up). Transport errors and 5xx are retried with exponential
-/// back-off and jitter. Every outcome is logged at the debug level. One runs per process while
-/// the SDK's tracking setting is on.
+/// URL's age passing `maxAge` (given up); a text that is no URL is dropped unsent. Transport
+/// errors and 5xx are retried with exponential back-off and jitter. Every outcome is logged at the
+/// debug level. One runs per process while the SDK's tracking setting is on.
 class ZVTrackingTransport {
  public:
   struct Options {
@@ -77,13 +77,9 @@ class ZVTrackingTransport {
   std::size_t pending();
 
  private:
-  struct Request {
-    ZVTrackingQueue::Entry entry;
-    std::shared_ptr<platform::URLSessionDataTask> task;
-  };
-
   void run();
-  std::vector<Request> takeDue();
+  /// Marks the due URLs in flight and makes their requests, still suspended.
+  std::vector<std::shared_ptr<platform::URLSessionDataTask>> takeDue();
   void answered(const ZVTrackingQueue::Entry& entry, const std::string& sentUrl,
                 const std::optional<platform::HTTPURLResponse>& response,
                 const std::optional<Error>& error);

@@ -237,7 +237,8 @@ TEST_F(TrackingTransportTest, RetriesTransportErrorsAnd5xxUntilAnAnswerAndTakes4
   const std::string unreachable =
       "http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + "/x";
   ZVInstanceFactory::sharedNetworkhandler()->fetchUrls(
-      {server_.url("/a"), server_.url("/b"), server_.url("/gone"), unreachable}, nullptr);
+      {server_.url("/a"), server_.url("/b"), server_.url("/gone"), unreachable, "not a url"},
+      nullptr);
   ASSERT_TRUE(drained());
   std::this_thread::sleep_for(100ms);
 
@@ -247,6 +248,7 @@ TEST_F(TrackingTransportTest, RetriesTransportErrorsAnd5xxUntilAnAnswerAndTakes4
   EXPECT_EQ(log.entriesContaining("Tracking failed (status 50").size(), 4u);
   EXPECT_EQ(log.entriesContaining("Tracking refused (404, final)").size(), 1u);
   EXPECT_EQ(log.entriesContaining("Tracking given up").size(), 1u);
+  EXPECT_EQ(log.entriesContaining("Tracking dropped (not a URL): not a url").size(), 1u);
   EXPECT_GE(log.entriesContaining("/x").size(), 2u) << "the unreachable URL is retried";
 }
 

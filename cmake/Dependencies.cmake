@@ -5,6 +5,8 @@ find_package(nlohmann_json 3.10 REQUIRED)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
+# The tracking transport's durable queue.
+pkg_check_modules(SQLITE3 REQUIRED IMPORTED_TARGET sqlite3)
 # The loopback ad server (tools/) is always built; the tests and benchmarks serve with it too.
 # Debian's cpp-httplib is a compiled library; with ZORVA_HTTPLIB_SOURCE (a folder holding the
 # package's single-header httplib.h, which scripts/setup fetches) it is compiled into its users

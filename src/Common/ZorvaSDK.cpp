@@ -2,6 +2,7 @@
 
 #include "Common/ZVLog.h"
 #include "Common/ZVUtility.h"
+#include "Network/ZVTrackingTransport.h"
 
 namespace zorva {
 
@@ -45,8 +46,33 @@ ZORVA_PROPERTY(bool, callbacksOnMainQueue, setCallbacksOnMainQueue, callbacksOnM
 ZORVA_PROPERTY(bool, noFillAsFailure, setNoFillAsFailure, noFillAsFailure_)
 ZORVA_PROPERTY(bool, vastCdataText, setVastCdataText, vastCdataText_)
 
+ZORVA_PROPERTY(std::optional<std::string>, trackingQueuePath, setTrackingQueuePath,
+               trackingQueuePath_)
+
 #undef ZORVA_PROPERTY
 
 bool ZorvaSDK::isNoFill(const platform::Error& error) { return error == ZVUtility::noFillError(); }
+
+bool ZorvaSDK::trackingTransport() const {
+  std::lock_guard lock(mutex_);
+  return trackingTransport_;
+}
+
+void ZorvaSDK::setTrackingTransport(bool value) {
+  std::optional<std::string> path;
+  {
+    std::lock_guard lock(mutex_);
+    trackingTransport_ = value;
+    path = trackingQueuePath_;
+  }
+  // Started and stopped outside the settings' lock: a stop waits for the transport's threads.
+  if (!value) {
+    ZVTrackingTransport::stop();
+    return;
+  }
+  ZVTrackingTransport::Options options;
+  options.queuePath = path.value_or(ZVTrackingTransport::defaultQueuePath());
+  ZVTrackingTransport::start(options);
+}
 
 }  // namespace zorva

@@ -1,8 +1,10 @@
 #include "Network/ZVNetworkHandler.h"
 
+#include <zorva/ZorvaSDK.h>
 #include <zorva/platform/Text.h>
 
 #include "Common/ZVLog.h"
+#include "Network/ZVTrackingTransport.h"
 
 namespace zorva {
 
@@ -34,6 +36,9 @@ void ZVNetworkHandler::fetchRequest(const platform::URLRequest& request, Complet
   task->resume();
 }
 
-void ZVNetworkHandler::fetchUrls(const std::vector<std::string>&, Completion) {}
+void ZVNetworkHandler::fetchUrls(const std::vector<std::string>& urls, Completion) {
+  if (urls.empty() || !ZorvaSDK::shared()->trackingTransport()) return;
+  if (auto transport = ZVTrackingTransport::running()) transport->send(urls);
+}
 
 }  // namespace zorva

@@ -30,8 +30,9 @@ class ZVNetworkHandler {
   virtual void fetchUrl(const std::optional<platform::URL>& url, Completion completion);
   /// Sends `request`; logs the body at level 3 before calling back.
   virtual void fetchRequest(const platform::URLRequest& request, Completion completion);
-  /// Tracking hand-over. Deliberately does nothing: no request is sent and `completion` is never
-  /// called.
+  /// Tracking hand-over. With `ZorvaSDK::trackingTransport` off (the default) it deliberately
+  /// does nothing: no request is sent. On, the URLs go to the tracking transport, stored before
+  /// this returns. `completion` is never called.
   virtual void fetchUrls(const std::vector<std::string>& urls, Completion completion);
 
  protected:

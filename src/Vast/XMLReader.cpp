@@ -305,4 +305,14 @@ std::optional<std::string> XMLReader::valueForPath(std::string_view path, const 
   return text->get<std::string>();
 }
 
+std::vector<std::string> XMLReader::valuesForPath(std::string_view path, const Value& data) {
+  std::vector<std::string> values;
+  for (const Value* node : objectsForPath(path, data)) {
+    if (!node->is_object()) continue;
+    const auto text = node->find(kXMLReaderTextNodeKey);
+    if (text != node->end() && text->is_string()) values.push_back(text->get<std::string>());
+  }
+  return values;
+}
+
 }  // namespace zorva

@@ -87,6 +87,8 @@ class XMLReader {
   /// The "text" of the first node at `path`, or nothing when there is no node, it is not a
   /// dictionary, or its text is missing or not a string.
   static std::optional<std::string> valueForPath(std::string_view path, const Value& data);
+  /// The "text" of every node at `path` that has a string text, in document order.
+  static std::vector<std::string> valuesForPath(std::string_view path, const Value& data);
   /// The model objects made by `T::create` from the nodes at `path`, in order; nodes for which
   /// `create` answers nullptr are skipped.
   template <ZVXMLMapping T>

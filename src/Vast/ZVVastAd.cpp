@@ -114,6 +114,16 @@ std::vector<std::string> ZVVastAd::aggregatedTrackersForEvent(std::string_view e
   return urls;
 }
 
+std::vector<std::string> ZVVastAd::aggregatedClickTrackers() const {
+  std::vector<std::string> urls;
+  forEachInChain([&](const ZVVastAd& ad) {
+    if (const auto creative = ad.adCreative()) {
+      urls.insert(urls.end(), creative->clickTrackers().begin(), creative->clickTrackers().end());
+    }
+  });
+  return urls;
+}
+
 std::vector<std::shared_ptr<ZVTracker>> ZVVastAd::trackerForEvent(
     std::string_view event, const std::vector<std::shared_ptr<ZVTracker>>& trackers) {
   std::vector<std::shared_ptr<ZVTracker>> matching;

@@ -56,6 +56,9 @@ class ZVVastAd : public ZVXMLMapper {
   /// The URLs of the trackers for `event` (any case) of this ad's creative and of every
   /// creative up the chain, this ad's first. Trackers without a URL text are left out.
   std::vector<std::string> aggregatedTrackersForEvent(std::string_view event) const;
+  /// The click trackers of this ad's creative and of every creative up the chain, this ad's
+  /// first.
+  std::vector<std::string> aggregatedClickTrackers() const;
   /// The trackers among `trackers` whose event is `event`, compared ignoring case.
   static std::vector<std::shared_ptr<ZVTracker>> trackerForEvent(
       std::string_view event, const std::vector<std::shared_ptr<ZVTracker>>& trackers);

@@ -20,7 +20,8 @@ class ZVVastCreative {
   virtual std::optional<std::vector<std::shared_ptr<ZVVastAdItem>>> adItems() const = 0;
   virtual const std::vector<std::shared_ptr<ZVTracker>>& trackers() const = 0;
   virtual const std::optional<std::string>& clickThrough() const = 0;
-  /// Click-tracking URLs. ClickTracking elements are not read, so this stays empty.
+  /// Click-tracking URLs (VideoClicks/ClickTracking, NonLinearClickTracking). Read only while
+  /// `ZorvaSDK::trackingTransport` is on when the document is read; empty otherwise.
   virtual const std::vector<std::string>& clickTrackers() const = 0;
   /// What a creative player shows when the creative is markup rather than a media file.
   virtual std::optional<std::string> creativeContent() const = 0;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <zorva/ZorvaSDK.h>
+
 #include "Vast/XMLReader.h"
 
 namespace zorva {
@@ -19,6 +21,10 @@ std::shared_ptr<ZVVastLinear> ZVVastLinear::create(const Value& dictionary) {
   linear->duration_ = XMLReader::valueForPath("Duration", dictionary);
   linear->clickThrough_ = XMLReader::valueForPath("VideoClicks/ClickThrough", dictionary);
   linear->trackers_ = XMLReader::obects<ZVTracker>("TrackingEvents/Tracking", dictionary);
+  // Click trackers are only ever sent by the tracking transport; without it they stay unread.
+  if (ZorvaSDK::shared()->trackingTransport()) {
+    linear->clickTrackers_ = XMLReader::valuesForPath("VideoClicks/ClickTracking", dictionary);
+  }
   return linear;
 }
 

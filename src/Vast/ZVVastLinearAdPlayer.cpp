@@ -1,5 +1,6 @@
 #include "Vast/ZVVastLinearAdPlayer.h"
 
+#include <zorva/ZorvaSDK.h>
 #include <zorva/platform/Device.h>
 #include <zorva/platform/NotificationCenter.h>
 
@@ -128,6 +129,7 @@ void ZVVastLinearAdPlayer::observeValueForKeyPath(const std::string& keyPath,
 
 void ZVVastLinearAdPlayer::notifyFinishLoad() {
   if (auto d = delegate()) d->playerDidLoad();
+  reportsStart_ = ZorvaSDK::shared()->trackingTransport();
   std::weak_ptr<ZVVastLinearAdPlayer> weakSelf = self();
   timeBoundryObserver_ = player_->addPeriodicTimeObserverForInterval(
       platform::MediaTime::make(1, 400), [weakSelf](const platform::MediaTime& time) {
@@ -141,6 +143,10 @@ void ZVVastLinearAdPlayer::progressTick(const platform::MediaTime& time) {
   const double current = time.seconds();
   const double duration = assetSeconds(player_->currentItem());
   if (player_->currentItem()->status() != platform::PlayerItemStatus::ReadyToPlay) return;
+  if (reportsStart_ && !playbackStarted_) {
+    playbackStarted_ = true;
+    if (auto d = delegate()) d->playerDidStartPlaying();
+  }
   if (auto d = delegate()) d->playerDidProgress(current);
   progressView_->setProgress(static_cast<float>(current / duration));
 }

@@ -69,7 +69,8 @@ class ZVVastLinearAdPlayer : public platform::View,
   void setUpProgressView();
   void notifyFinishLoad();
 
-  /// Declared for a start report that nothing sends; never set.
+  /// Set at the first progress report when the start is reported, which happens only with
+  /// `ZorvaSDK::trackingTransport` on when the media loaded; without it nothing sets it.
   bool playbackStarted() const { return playbackStarted_; }
   const std::shared_ptr<platform::Player>& player() const { return player_; }
   const std::shared_ptr<platform::PlayerItem>& playerItem() const { return playerItem_; }
@@ -87,6 +88,9 @@ class ZVVastLinearAdPlayer : public platform::View,
   void progressTick(const platform::MediaTime& time);
 
   bool playbackStarted_ = false;
+  // Whether the first progress report is preceded by `playerDidStartPlaying` (whose hand-over
+  // of the impressions the tracking transport sends); taken when the media has loaded.
+  bool reportsStart_ = false;
   Value skadn_;
   std::weak_ptr<ZVVastAdplayerDelegate> delegate_;
   std::shared_ptr<ZVVastAd> ad_;

@@ -1,5 +1,7 @@
 #include "Vast/ZVVastNonLinear.h"
 
+#include <zorva/ZorvaSDK.h>
+
 #include "Vast/XMLReader.h"
 
 namespace zorva {
@@ -11,6 +13,10 @@ std::shared_ptr<ZVVastNonLinear> ZVVastNonLinear::create(const Value& dictionary
   auto resources = XMLReader::obects<ZVResource>("StaticResource", dictionary);
   if (!resources.empty()) nonLinear->resource_ = std::move(resources.front());
   nonLinear->trackers_ = XMLReader::obects<ZVTracker>("TrackingEvents/Tracking", dictionary);
+  // Click trackers are only ever sent by the tracking transport; without it they stay unread.
+  if (ZorvaSDK::shared()->trackingTransport()) {
+    nonLinear->clickTrackers_ = XMLReader::valuesForPath("NonLinearClickTracking", dictionary);
+  }
   return nonLinear;
 }
 

@@ -3,8 +3,11 @@
 #include <cctype>
 #include <string>
 
+#include <zorva/ZorvaSDK.h>
 #include <zorva/platform/Text.h>
 
+#include "Common/ZVInstanceFactory.h"
+#include "Network/ZVNetworkHandler.h"
 #include "Vast/ZVVastNonLinear.h"
 
 namespace zorva {
@@ -74,6 +77,10 @@ bool ZVVastNonLinearAdPlayer::htmlPlayerShouldLoadRequest(const platform::URLReq
   const bool click = navigationType == NavigationType::LinkActivated ||
                      (navigationType == NavigationType::Other && player_->loadingFinished());
   if (!click) return true;
+  // Click trackers go only to the tracking transport: without it a click hands nothing over.
+  if (ad_ && ZorvaSDK::shared()->trackingTransport()) {
+    ZVInstanceFactory::sharedNetworkhandler()->fetchUrls(ad_->aggregatedClickTrackers(), nullptr);
+  }
   if (linkResolver_ && request.url) linkResolver_->resolve(*request.url, skadn_);
   return false;
 }

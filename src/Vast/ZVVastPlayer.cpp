@@ -1,5 +1,7 @@
 #include "Vast/ZVVastPlayer.h"
 
+#include <zorva/ZorvaSDK.h>
+
 #include "Common/ZVInstanceFactory.h"
 #include "Common/ZVLog.h"
 #include "Common/ZVReleaseOnMainQueue.h"
@@ -164,6 +166,9 @@ void ZVVastPlayer::playerDidFailedWithError(const Error& error) {
 }
 
 void ZVVastPlayer::playerDidIteractedWithTargetUrl(const std::optional<std::string>& url) {
+  const auto ad = vastAdPlayer_ ? vastAdPlayer_->ad() : nullptr;
+  // Click trackers go only to the tracking transport: without it a click hands nothing over.
+  if (ad && ZorvaSDK::shared()->trackingTransport()) fetch(ad->aggregatedClickTrackers());
   // Asked even without a (valid) click-through, which often sits in CDATA the reader leaves out:
   // the store sheet needs none, and the browser logs that it has nowhere to go.
   linkResolver_->resolve(url ? platform::URL::URLWithString(*url) : std::nullopt,

@@ -24,7 +24,8 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
                            req.body});
       changed_.notify_all();
       if (auto it = responses_.find(req.path); it != responses_.end()) {
-        answer = it->second;
+        auto& [turns, given] = it->second;
+        answer = turns[std::min(given++, turns.size() - 1)];
         known = true;
         changed_.wait_for(lock, answer.delay, [this] { return stopping_; });
       }
@@ -91,7 +92,12 @@ LoopbackServer::~LoopbackServer() {
 
 void LoopbackServer::respond(const std::string& path, Response response) {
   std::lock_guard lock(mutex_);
-  responses_[path] = std::move(response);
+  responses_[path] = {{std::move(response)}, 0};
+}
+
+void LoopbackServer::respondInTurn(const std::string& path, std::vector<Response> responses) {
+  std::lock_guard lock(mutex_);
+  responses_[path] = {std::move(responses), 0};
 }
 
 std::string LoopbackServer::url(const std::string& path) const {

@@ -47,6 +47,8 @@ class LoopbackServer {
 
   /// Answers every request to `path` (any method) with `response`. Unknown paths get 404.
   void respond(const std::string& path, Response response);
+  /// Answers the requests to `path` with `responses` in turn, the last one from then on.
+  void respondInTurn(const std::string& path, std::vector<Response> responses);
 
   /// "http://127.0.0.1:<port><path>".
   std::string url(const std::string& path) const;
@@ -64,7 +66,8 @@ class LoopbackServer {
   int port_ = 0;
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
-  std::map<std::string, Response> responses_;
+  // Each path's answers and how many of them have been given.
+  std::map<std::string, std::pair<std::vector<Response>, std::size_t>> responses_;
   std::vector<Request> requests_;
   bool stopping_ = false;
 };

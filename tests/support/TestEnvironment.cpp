@@ -26,6 +26,7 @@
 #include "Common/ZVLinkResolver.h"
 #include "Common/ZVLog.h"
 #include "Common/ZVUtility.h"
+#include "Network/ZVTrackingTransport.h"
 
 namespace zorva::test {
 
@@ -74,6 +75,9 @@ void resetProcessState() {
   sdk->setCallbacksOnMainQueue(false);
   sdk->setNoFillAsFailure(false);
   sdk->setVastCdataText(false);
+  sdk->setTrackingTransport(false);
+  sdk->setTrackingQueuePath(std::nullopt);
+  ZVTrackingTransport::setOptionsForTesting(std::nullopt);
 }
 
 std::shared_ptr<platform::VirtualClock> useVirtualClock() {

@@ -113,6 +113,19 @@ TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLineInJsonLines) {
 }
 
 // Without a display, a window cannot open: the demo says so and runs its tour as it would have.
+// The production settings over CDATA-style VAST: the video scenarios pass only when every
+// tracker of every document of their chain arrived at the server as a GET.
+TEST(DemoExecutable, ProductionTourSendsEveryTrackerOfTheVideosToTheServer) {
+  const DemoRun run({"--production"});
+  ASSERT_EQ(run.status, 0) << run.out << run.err;
+  const auto lines = run.process.outLines();
+  std::size_t at = find(lines, 0, {"production settings: CDATA text and the tracking transport"});
+  at = find(lines, at, {"PASS  interstitial-video", "7 tracking GETs at the server"});
+  find(lines, 0, {"server", "GET /track?doc=inline&event=impression", "status=200"});
+  find(lines, at, {"PASS  vast-wrapper", "21 tracking GETs at the server"});
+  find(lines, at, {"All 9 scenarios behaved as expected"});
+}
+
 TEST(DemoExecutable, WindowWithoutADisplayFallsBackToTheHeadlessTour) {
   const std::string display = std::getenv("DISPLAY") ? std::getenv("DISPLAY") : "";
   unsetenv("DISPLAY");

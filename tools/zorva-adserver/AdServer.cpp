@@ -123,7 +123,7 @@ std::unique_ptr<AdServer> AdServer::start(Options options, std::optional<Error>*
 
 AdServer::AdServer(Options options)
     : options_(std::move(options)), server_(std::make_unique<httplib::Server>()) {
-  for (auto& campaign : BuiltinCampaigns::all(options_.slowDelay)) {
+  for (auto& campaign : BuiltinCampaigns::all(options_.slowDelay, options_.cdataVast)) {
     campaignOrder_.push_back(campaign.aid);
     campaigns_[campaign.aid] = std::move(campaign);
   }
@@ -131,7 +131,7 @@ AdServer::AdServer(Options options)
     if (!campaigns_.contains(campaign.aid)) campaignOrder_.push_back(campaign.aid);
     campaigns_[campaign.aid] = campaign;
   }
-  documents_ = BuiltinCampaigns::documents();
+  documents_ = BuiltinCampaigns::documents(options_.cdataVast);
   for (const auto& [aid, campaign] : campaigns_) {
     if (campaign.vast && campaign.adm) documents_[aid] = *campaign.adm;
   }

@@ -76,6 +76,8 @@ class AdServer {
     /// Added to the built-ins; one with a built-in's aid replaces it.
     std::vector<Campaign> campaigns{};
     std::chrono::milliseconds slowDelay = kDefaultSlowDelay;
+    /// The built-in VAST documents in CDATA style (see `BuiltinCampaigns`).
+    bool cdataVast = false;
     /// Hears every request; empty to log nowhere. Requests are recorded for `requests()` either
     /// way.
     std::function<void(const RequestRecord&)> log = printToStdout;

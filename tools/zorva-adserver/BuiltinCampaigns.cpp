@@ -6,21 +6,40 @@ using platform::Value;
 
 namespace {
 
-// The SDK's XML reader ignores CDATA sections, so URLs are plain text with XML escapes.
-std::string trackUrl(const std::string& document, const std::string& event) {
-  return "{{BASE_URL}}/track?doc=" + document + "&amp;event=" + event;
+// An element's URL, `url` written with "&" for "&amp;". By default plain text with XML escapes,
+// which the SDK's XML reader reads without options; in CDATA style the way ad servers write it: a
+// CDATA section on a line of its own, indented, which the SDK reads only with its CDATA setting.
+std::string url(const std::string& url, bool cdata) {
+  if (!cdata) {
+    std::string escaped;
+    for (char c : url) escaped += c == '&' ? "&amp;" : std::string(1, c);
+    return escaped;
+  }
+  return "\n                <![CDATA[" + url + "]]>\n              ";
 }
 
-std::string errorAndImpression(const std::string& document) {
-  return "      <Error>" + trackUrl(document, "error") + "&amp;code=[ERRORCODE]</Error>\n" +
-         "      <Impression>" + trackUrl(document, "impression") + "</Impression>\n";
+std::string trackUrl(const std::string& document, const std::string& event, bool cdata,
+                     const std::string& more = "") {
+  return url("{{BASE_URL}}/track?doc=" + document + "&event=" + event + more, cdata);
 }
 
-std::string trackingEvents(const std::string& document) {
+std::string errorAndImpression(const std::string& document, bool cdata) {
+  return "      <Error>" + trackUrl(document, "error", cdata, "&code=[ERRORCODE]") + "</Error>\n" +
+         "      <Impression>" + trackUrl(document, "impression", cdata) + "</Impression>\n";
+}
+
+// Click trackers come with the CDATA style only, so the plain documents stay as they were.
+std::string clickTracking(const std::string& element, const std::string& document, bool cdata) {
+  if (!cdata) return "";
+  return "              <" + element + ">" + trackUrl(document, "click", cdata) + "</" + element +
+         ">\n";
+}
+
+std::string trackingEvents(const std::string& document, bool cdata) {
   std::string events = "            <TrackingEvents>\n";
   for (const char* event : {"start", "firstQuartile", "midpoint", "thirdQuartile", "complete"}) {
     events += std::string("              <Tracking event=\"") + event + "\">" +
-              trackUrl(document, event) + "</Tracking>\n";
+              trackUrl(document, event, cdata) + "</Tracking>\n";
   }
   return events + "            </TrackingEvents>\n";
 }
@@ -32,25 +51,28 @@ std::string vast(const std::string& adId, const std::string& body) {
          adId + "\">\n" + body + "  </Ad>\n</VAST>\n";
 }
 
-std::string inlineDocument() {
+std::string inlineDocument(bool cdata) {
   return vast("zorva-video",
               "    <InLine>\n"
               "      <AdSystem version=\"1.0\">zorva-adserver</AdSystem>\n"
               "      <AdTitle>Zorva test pattern</AdTitle>\n"
               "      <Description>A 4-second linear video</Description>\n" +
-                  errorAndImpression("inline") +
+                  errorAndImpression("inline", cdata) +
                   "      <Creatives>\n"
                   "        <Creative id=\"zorva-linear\" sequence=\"1\">\n"
                   "          <Linear>\n"
                   "            <Duration>00:00:04</Duration>\n" +
-                  trackingEvents("inline") +
+                  trackingEvents("inline", cdata) +
                   "            <VideoClicks>\n"
-                  "              <ClickThrough>https://example.com/zorva/video</ClickThrough>\n"
+                  "              <ClickThrough>" +
+                  url("https://example.com/zorva/video", cdata) + "</ClickThrough>\n" +
+                  clickTracking("ClickTracking", "inline", cdata) +
                   "            </VideoClicks>\n"
                   "            <MediaFiles>\n"
                   "              <MediaFile id=\"zorva-mp4\" delivery=\"progressive\" "
                   "type=\"video/mp4\" width=\"160\" height=\"90\" bitrate=\"25\" "
-                  "scalable=\"true\" maintainAspectRatio=\"true\">{{BASE_URL}}/media/zorva.mp4"
+                  "scalable=\"true\" maintainAspectRatio=\"true\">" +
+                  url("{{BASE_URL}}/media/zorva.mp4", cdata) +
                   "</MediaFile>\n"
                   "            </MediaFiles>\n"
                   "          </Linear>\n"
@@ -60,37 +82,39 @@ std::string inlineDocument() {
 }
 
 // A Wrapper keeps its own trackers in a Linear creative without media files.
-std::string wrapperDocument(const std::string& name, const std::string& target) {
+std::string wrapperDocument(const std::string& name, const std::string& target, bool cdata) {
   return vast("zorva-" + name,
               "    <Wrapper>\n"
               "      <AdSystem>zorva-adserver</AdSystem>\n"
-              "      <VASTAdTagURI>{{BASE_URL}}/vast/" +
-                  target + ".xml</VASTAdTagURI>\n" + errorAndImpression(name) +
+              "      <VASTAdTagURI>" +
+                  url("{{BASE_URL}}/vast/" + target + ".xml", cdata) + "</VASTAdTagURI>\n" +
+                  errorAndImpression(name, cdata) +
                   "      <Creatives>\n"
                   "        <Creative>\n"
                   "          <Linear>\n" +
-                  trackingEvents(name) +
+                  trackingEvents(name, cdata) +
                   "          </Linear>\n"
                   "        </Creative>\n"
                   "      </Creatives>\n"
                   "    </Wrapper>\n");
 }
 
-std::string nonLinearDocument() {
+std::string nonLinearDocument(bool cdata) {
   return vast("zorva-nonlinear",
               "    <InLine>\n"
               "      <AdSystem>zorva-adserver</AdSystem>\n"
               "      <AdTitle>Zorva overlay</AdTitle>\n" +
-                  errorAndImpression("nonlinear") +
+                  errorAndImpression("nonlinear", cdata) +
                   "      <Creatives>\n"
                   "        <Creative>\n"
                   "          <NonLinearAds>\n"
                   "            <NonLinear id=\"zorva-overlay\" width=\"320\" height=\"50\" "
                   "minSuggestedDuration=\"00:00:05\">\n"
-                  "              <StaticResource creativeType=\"image/png\">"
-                  "{{BASE_URL}}/media/zorva.png</StaticResource>\n"
-                  "              <NonLinearClickThrough>https://example.com/zorva/overlay"
-                  "</NonLinearClickThrough>\n"
+                  "              <StaticResource creativeType=\"image/png\">" +
+                  url("{{BASE_URL}}/media/zorva.png", cdata) + "</StaticResource>\n" +
+                  "              <NonLinearClickThrough>" +
+                  url("https://example.com/zorva/overlay", cdata) + "</NonLinearClickThrough>\n" +
+                  clickTracking("NonLinearClickTracking", "nonlinear", cdata) +
                   "            </NonLinear>\n"
                   "          </NonLinearAds>\n"
                   "        </Creative>\n"
@@ -125,7 +149,7 @@ Value bannerSkadn() {
 
 }  // namespace
 
-std::vector<Campaign> BuiltinCampaigns::all(std::chrono::milliseconds slowDelay) {
+std::vector<Campaign> BuiltinCampaigns::all(std::chrono::milliseconds slowDelay, bool cdata) {
   std::vector<Campaign> campaigns;
   campaigns.reserve(8);
   auto add = [&](std::string aid) -> Campaign& {
@@ -146,17 +170,17 @@ std::vector<Campaign> BuiltinCampaigns::all(std::chrono::milliseconds slowDelay)
   interstitial.price = 2.0;
 
   Campaign& video = add("video");
-  video.adm = inlineDocument();
+  video.adm = inlineDocument(cdata);
   video.vast = true;
   video.price = 4.0;
 
   Campaign& wrapper = add("video-wrapper");
-  wrapper.adm = wrapperDocument("wrapper1", "wrapper2");
+  wrapper.adm = wrapperDocument("wrapper1", "wrapper2", cdata);
   wrapper.vast = true;
   wrapper.price = 3.5;
 
   Campaign& nonLinear = add("video-nonlinear");
-  nonLinear.adm = nonLinearDocument();
+  nonLinear.adm = nonLinearDocument(cdata);
   nonLinear.vast = true;
   nonLinear.price = 1.5;
 
@@ -171,10 +195,10 @@ std::vector<Campaign> BuiltinCampaigns::all(std::chrono::milliseconds slowDelay)
   return campaigns;
 }
 
-std::map<std::string, std::string> BuiltinCampaigns::documents() {
-  return {{"inline", inlineDocument()},
-          {"wrapper1", wrapperDocument("wrapper1", "wrapper2")},
-          {"wrapper2", wrapperDocument("wrapper2", "inline")}};
+std::map<std::string, std::string> BuiltinCampaigns::documents(bool cdata) {
+  return {{"inline", inlineDocument(cdata)},
+          {"wrapper1", wrapperDocument("wrapper1", "wrapper2", cdata)},
+          {"wrapper2", wrapperDocument("wrapper2", "inline", cdata)}};
 }
 
 }  // namespace zorva::tools

@@ -29,14 +29,19 @@ namespace zorva::tools {
 ///
 /// Every tracking URL is {{BASE_URL}}/track?doc=<document>&event=<event> (errors add
 /// &code=[ERRORCODE]), where <document> is "inline", "wrapper1", "wrapper2" or "nonlinear".
+///
+/// With `cdata` the VAST documents are written the way ad servers write them: every URL in a
+/// CDATA section on a line of its own, indented, and the InLine linear and NonLinear creatives
+/// carry a click tracker (event "click"). The SDK reads such documents only with its CDATA
+/// setting on.
 class BuiltinCampaigns {
  public:
   /// The campaigns above; "slow" waits `slowDelay`.
-  static std::vector<Campaign> all(std::chrono::milliseconds slowDelay);
+  static std::vector<Campaign> all(std::chrono::milliseconds slowDelay, bool cdata = false);
 
   /// VAST documents served at GET /vast/<name>.xml besides the campaigns' own: "inline",
   /// "wrapper1" and "wrapper2".
-  static std::map<std::string, std::string> documents();
+  static std::map<std::string, std::string> documents(bool cdata = false);
 };
 
 }  // namespace zorva::tools

@@ -29,6 +29,8 @@ Options:
   --host ADDR       loopback address to bind (default 127.0.0.1; any 127.x.x.x, ::1, localhost)
   --campaigns FILE  load campaigns from a JSON file; they replace built-ins with the same aid
   --slow-ms N       how long the "slow" campaign waits before answering (default 5000)
+  --cdata           write the built-in VAST documents as ad servers do: URLs in CDATA sections
+                    (the SDK reads them with ZorvaSDK::setVastCdataText), with click trackers
   --hostile MODE    misbehave instead: answer every request the way MODE says (IPv4 only)
   --help            show this help and exit
 
@@ -88,6 +90,11 @@ int main(int argc, char** argv) {
     if (auto equals = arg.find('='); arg.starts_with("--") && equals != std::string::npos) {
       flag = arg.substr(0, equals);
       value = arg.substr(equals + 1);
+    }
+    if (flag == "--cdata") {
+      if (value) return usageError("option '--cdata' takes no value");
+      options.cdataVast = true;
+      continue;
     }
     if (flag != "--port" && flag != "--host" && flag != "--campaigns" && flag != "--slow-ms" &&
         flag != "--hostile") {

@@ -33,6 +33,9 @@ Options:
                  xvfb-run -a): the user's taps are real pointer clicks; without a display the
                  tour runs headless
   --pause SECONDS  with --window, how long each step stays on the screen (default 1)
+  --production   turn on the SDK's production settings, CDATA text and the tracking
+                 transport (its queue in a temporary folder), so the tracking GETs reach the
+                 server; the embedded server writes its VAST URLs in CDATA sections
   --help         show this help and exit
 
 Exit status: 0 when every scenario behaved as expected, 1 when one did not (or the embedded
@@ -69,6 +72,8 @@ std::optional<DemoOptions> DemoOptions::parse(const std::vector<std::string>& ar
         options.realTime = true;
       } else if (flag == "--window") {
         options.window = true;
+      } else if (flag == "--production") {
+        options.production = true;
       } else if (flag == "--help" || flag == "-h") {
         options.help = true;
       } else {

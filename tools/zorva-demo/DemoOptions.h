@@ -27,6 +27,9 @@ struct DemoOptions {
   bool window = false;
   /// In a window: how long each visible step stays on the screen before the next.
   double pauseSeconds = 1.0;
+  /// The SDK as an app in production sets it up: CDATA text and the tracking transport on; the
+  /// embedded server writes its VAST documents in CDATA style.
+  bool production = false;
   bool help = false;
 
   /// The tour of built-in campaigns runs only against the embedded server with its own ad units;

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <mutex>
 #include <set>
+#include <thread>
 
 #include "zorva-demo/DemoHost.h"
 #include "zorva-demo/DemoRunLoop.h"
@@ -441,6 +442,20 @@ ScenarioResult Tour::interstitialVideo(const std::string& name, const std::strin
   bool passed = heard.count("interstitialDidReceiveAd") == 1 &&
                 heard.count("interstitialWillPresentAd") == 1 && order == expected;
   std::string summary = "played to the end: " + std::to_string(order.size()) + " VAST events";
+  if (config_.production) {
+    // Each document's impression, start, three quartiles and complete, twice: the tracking
+    // transport sends on its own threads, so the GETs are waited for in real time.
+    const std::size_t gets = 7 * documents.size();
+    const auto trackingGets = [&] {
+      return count("server", "GET /track?doc=") - count("server", "event=error");
+    };
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (trackingGets() < gets && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    passed = passed && trackingGets() == gets;
+    summary = std::to_string(trackingGets()) + " tracking GETs at the server; " + summary;
+  }
   if (wrapper) {
     const bool chain =
         count("server", "/vast/wrapper2.xml") == 1 && count("server", "/vast/inline.xml") == 1;

@@ -48,6 +48,9 @@ class Tour {
     /// How long each visible step (an ad shown, a click, a sheet opened or closed) stays before
     /// the tour goes on, for a person watching.
     platform::Duration stepPause{};
+    /// The SDK's tracking transport is on: the video scenarios also wait for their tracking GETs
+    /// at the server and check them.
+    bool production = false;
   };
 
   Tour(Timeline& timeline, DemoRunLoop& loop, DemoHost& host, Config config);

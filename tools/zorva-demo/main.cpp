@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
@@ -67,6 +68,7 @@ int runDemo(const DemoOptions& options) {
     unreadable.rawBody = R"(["not", "a", "bid", "response"])";
     server = tools::AdServer::start({.campaigns = {unreadable},
                                      .slowDelay = kSlowAnswer,
+                                     .cdataVast = options.production,
                                      .log =
                                          [&timeline](const tools::RequestRecord& record) {
                                            Timeline::nameThisThread("server");
@@ -86,6 +88,18 @@ int runDemo(const DemoOptions& options) {
   }
 
   DemoHost host;
+  // The tracking queue of a production run lives as long as the run: URLs for this run's
+  // loopback port are of no use to a later one.
+  std::string trackingFolder;
+  if (options.production) {
+    char folder[] = "/tmp/zorva-demo-tracking-XXXXXX";
+    if (mkdtemp(folder)) trackingFolder = folder;
+    auto settings = ZorvaSDK::shared();
+    settings->setVastCdataText(true);
+    if (!trackingFolder.empty())
+      settings->setTrackingQueuePath(trackingFolder + "/tracking.sqlite");
+    settings->setTrackingTransport(true);
+  }
   std::string noWindow = noRealEngines;
   std::unique_ptr<DemoWindow> window;
   if (options.window && realEngines) window = DemoWindow::open(host.window(), timeline, &noWindow);
@@ -109,6 +123,13 @@ int runDemo(const DemoOptions& options) {
                              std::to_string(static_cast<int>(DemoHost::kMediaSeconds)) + " s" +
                              (noRealEngines.empty() ? "" : "; real ones: " + noRealEngines) + ")"),
       {{"engines", realEngines ? "real" : "headless"}});
+  if (options.production) {
+    timeline.emit("note",
+                  "production settings: CDATA text and the tracking transport on (queue in " +
+                      (trackingFolder.empty() ? std::string("the default place") : trackingFolder) +
+                      "); tracking GETs show as server lines",
+                  {{"production", true}});
+  }
   if (options.window) {
     char pause[32];
     std::snprintf(pause, sizeof pause, "%.1f s", options.pauseSeconds);
@@ -126,7 +147,8 @@ int runDemo(const DemoOptions& options) {
              .adunitId = options.adunitId,
              .snapshotPath = options.snapshot,
              .pointer = window.get(),
-             .stepPause = window ? platform::seconds(options.pauseSeconds) : platform::Duration{}});
+             .stepPause = window ? platform::seconds(options.pauseSeconds) : platform::Duration{},
+             .production = options.production});
   const auto results = tour.run();
 
   std::size_t failed = 0;
@@ -151,6 +173,10 @@ int runDemo(const DemoOptions& options) {
                  {"scenarios", results.size()},
                  {"failed", failed},
                  {"realSeconds", realSeconds}});
+  if (options.production) {
+    ZorvaSDK::shared()->setTrackingTransport(false);
+    if (!trackingFolder.empty()) std::filesystem::remove_all(trackingFolder);
+  }
   if (server) server->stop();
   return failed == 0 ? 0 : 1;
 }

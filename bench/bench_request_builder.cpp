@@ -1,5 +1,7 @@
 // One whole bid-request build: impression, app, user, device and serialisation, with the user
-// agent already cached and the location given by the app (the steady state of a running app).
+// agent already cached and the location given by the app (the steady state of a running app);
+// and the same build with the request's host settings on (test mode, regulations, a desktop
+// profile), beside it as a ratio.
 #include <benchmark/benchmark.h>
 
 #include <zorva/ZorvaSDK.h>
@@ -11,13 +13,15 @@
 
 #include "Common/ZVRTBRequestBuilder.h"
 #include "Common/ZVUtility.h"
+#include "support/Ratio.h"
 
 namespace {
 
-void BM_BuildBidRequest(benchmark::State& state) {
+void build(benchmark::State& state, bool hostSettings) {
   auto& queue = zorva::platform::MainQueue::shared();
   queue.bindToCurrentThread();
-  const auto profile = zorva::platform::DeviceProfile::phone();
+  const auto profile = hostSettings ? zorva::platform::DeviceProfile::desktop()
+                                    : zorva::platform::DeviceProfile::phone();
   profile.apply();
   auto window = profile.makeKeyWindow(zorva::platform::ViewController::create());
   zorva::Value items = zorva::Value::array();
@@ -29,6 +33,12 @@ void BM_BuildBidRequest(benchmark::State& state) {
   auto settings = zorva::ZorvaSDK::shared();
   settings->setLocation(zorva::platform::Location(48.85, 2.35));
   settings->setStoreURL(zorva::platform::URL::URLWithString("https://apps.apple.com/app/x/id1"));
+  if (hostSettings) settings->setGdprConsent("CPXxRfAPXxRfA");
+  settings->setTestMode(hostSettings);
+  settings->setSendRegulations(hostSettings);
+  settings->setUsPrivacy("1YNN");
+  settings->setGpp("DBABMA~CPXxRfAPXxRfA");
+  settings->setGppSid({2, 6});
 
   // Fill the user-agent cache once, as the first load of a process does.
   bool cached = false;
@@ -49,6 +59,13 @@ void BM_BuildBidRequest(benchmark::State& state) {
   }
   state.counters["body_bytes"] = static_cast<double>(bytes);
 }
+
+void BM_BuildBidRequest(benchmark::State& state) { build(state, false); }
+void BM_BuildBidRequestHostSettings(benchmark::State& state) { build(state, true); }
 BENCHMARK(BM_BuildBidRequest);
+BENCHMARK(BM_BuildBidRequestHostSettings);
+
+[[maybe_unused]] const bool kRatio =
+    zorva::bench::reportRatio("BM_BuildBidRequestHostSettings", "BM_BuildBidRequest");
 
 }  // namespace

@@ -47,7 +47,7 @@ void ZVAdLoader::load() {
         auto self = weakSelf.lock();
         if (!self) return;
         if (error) {
-          // Building failures go to the delegate on the builder's thread.
+          // Building failures go to the delegate on the builder's thread (see tellFailure).
           self->tellFailure(*error);
           return;
         }
@@ -66,7 +66,8 @@ void ZVAdLoader::makeRequest(const platform::URLRequest& request) {
         if (error) {
           ZV_LOG(1, "-[ZVAdLoader makeRequest:]_block_invoke", "\nError - %s\n",
                  error->localizedDescription().c_str());
-          // Transport failures are reported right here, on the session's thread.
+          // Transport failures are reported right here, on the session's thread (see
+          // tellFailure).
           self->tellFailure(*error);
           return;
         }
@@ -91,6 +92,7 @@ void ZVAdLoader::makeRequest(const platform::URLRequest& request) {
       });
 }
 
+// Failures are told on the calling thread, or on the main queue when the app asks for it.
 void ZVAdLoader::tellFailure(const Error& error) {
   if (!ZorvaSDK::shared()->callbacksOnMainQueue()) {
     if (auto delegate = this->delegate()) delegate->didFailToReceivedAd(error);

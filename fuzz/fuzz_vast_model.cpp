@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto tree =
       zorva::XMLReader::dictionaryForXMLData(bytes, zorva::XMLReader::kProcessNamespaces, &error);
   if (!tree) return 0;
-  const auto vast = zorva::ZVVast::create(tree->value("VAST", zorva::Value()));
+  const auto vast = zorva::ZVVast::create((*tree)["VAST"]);
   // Chain the ads as a wrapper resolution would, each under the one before it.
   std::shared_ptr<zorva::ZVVastAd> previous;
   for (const auto& ad : vast->ads) {

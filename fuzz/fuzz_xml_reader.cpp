@@ -15,12 +15,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!tree) return 0;
   for (const char* path : {"VAST", "VAST/Ad", "VAST/Ad/InLine/Creatives/Creative/Linear",
                            "VAST/Ad/Wrapper/VASTAdTagURI", "VAST/version", "/", "", "a/b/c"}) {
-    for (const zorva::Value* node : zorva::XMLReader::objectsForPath(path, *tree)) {
+    for (const zorva::XMLNode* node : zorva::XMLReader::objectsForPath(path, tree->root())) {
       if (node == nullptr) __builtin_trap();
     }
-    (void)zorva::XMLReader::valueForPath(path, *tree);
+    (void)zorva::XMLReader::valueForPath(path, tree->root());
   }
-  // Writing the tree walks it recursively: the nesting bound must keep this safe.
-  (void)tree->dump();
+  // Converting and writing the tree walk it recursively: the nesting bound must keep this safe.
+  (void)tree->root().toValue().dump();
   return 0;
 }

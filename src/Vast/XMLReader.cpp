@@ -53,7 +53,7 @@ std::pair<char32_t, std::size_t> decodeAt(std::string_view text, std::size_t at)
   return {c, length};
 }
 
-std::string trimmed(std::string_view text) {
+std::string_view trimmed(std::string_view text) {
   std::size_t begin = 0;
   while (begin < text.size()) {
     const auto [c, length] = decodeAt(text, begin);
@@ -67,22 +67,7 @@ std::string trimmed(std::string_view text) {
     if (!isWhitespaceOrNewline(decodeAt(text, start).first)) break;
     end = start;
   }
-  return std::string(text.substr(begin, end - begin));
-}
-
-// Path components as the phone platform splits a path: a leading or trailing "/" is a component
-// of its own, empty components in between vanish.
-std::vector<std::string_view> pathComponents(std::string_view path) {
-  std::vector<std::string_view> components;
-  if (path.starts_with('/')) components.emplace_back("/");
-  std::size_t at = 0;
-  while (at <= path.size()) {
-    const std::size_t slash = std::min(path.find('/', at), path.size());
-    if (slash > at) components.push_back(path.substr(at, slash - at));
-    at = slash + 1;
-  }
-  if (path.size() > 1 && path.ends_with('/')) components.emplace_back("/");
-  return components;
+  return text.substr(begin, end - begin);
 }
 
 }  // namespace
@@ -100,66 +85,105 @@ struct XMLReader::Handlers {
   static void endCdata(void* reader) { static_cast<XMLReader*>(reader)->inCdata_ = false; }
 };
 
-Value* XMLReader::Frame::find(const std::string& key) {
+XMLReader::PathComponents::PathComponents(std::string_view path) {
+  if (path.starts_with('/')) push("/");
+  std::size_t at = 0;
+  while (at <= path.size()) {
+    const std::size_t slash = std::min(path.find('/', at), path.size());
+    if (slash > at) push(path.substr(at, slash - at));
+    at = slash + 1;
+  }
+  if (path.size() > 1 && path.ends_with('/')) push("/");
+}
+
+void XMLReader::PathComponents::push(std::string_view component) {
+  if (count_ < inline_.size()) {
+    inline_[count_++] = component;
+    return;
+  }
+  if (more_.empty()) more_.assign(inline_.begin(), inline_.end());
+  more_.push_back(component);
+}
+
+XMLReader::Pending* XMLReader::Frame::find(std::string_view key) {
   if (!index.empty()) {
     auto found = index.find(key);
-    return found == index.end() ? nullptr : &entries[found->second].second;
+    return found == index.end() ? nullptr : &entries[found->second];
   }
-  for (auto& [name, value] : entries) {
-    if (name == key) return &value;
+  for (Pending& entry : entries) {
+    if (entry.key == key) return &entry;
   }
   return nullptr;
 }
 
-void XMLReader::Frame::add(std::string key, Value value) {
+void XMLReader::Frame::add(std::string_view key, XMLNode value) {
   if (!index.empty()) index.emplace(key, entries.size());
-  entries.emplace_back(std::move(key), std::move(value));
+  entries.push_back({key, value});
   if (index.empty() && entries.size() > kIndexThreshold) {
-    for (std::size_t i = 0; i < entries.size(); ++i) index.emplace(entries[i].first, i);
+    for (std::size_t i = 0; i < entries.size(); ++i) index.emplace(entries[i].key, i);
   }
 }
 
-Value XMLReader::Frame::dictionary() && {
-  Value dictionary = Value::object();
-  auto& object = dictionary.get_ref<Value::object_t&>();
-  // Sized once: the tree's dictionaries keep their keys in a vector whose growth would copy
-  // every finished child again.
-  object.reserve(entries.size());
-  for (auto& [key, value] : entries) object.emplace_back(std::move(key), std::move(value));
+void XMLReader::Frame::append(Pending& entry, XMLNode value) {
+  if (entry.array == Pending::kNoArray) {
+    if (arraysInUse == arrays.size()) arrays.emplace_back();
+    entry.array = arraysInUse++;
+    arrays[entry.array].clear();
+    arrays[entry.array].push_back(entry.value);
+  }
+  arrays[entry.array].push_back(value);
+}
+
+XMLNode XMLReader::Frame::dictionary(XMLArena& arena) {
+  auto* stored = arena.allocate<XMLNode::Entry>(entries.size());
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    XMLNode value = entries[i].value;
+    if (entries[i].array != Pending::kNoArray) {
+      const auto& elements = arrays[entries[i].array];
+      auto* storedElements = arena.allocate<XMLNode>(elements.size());
+      std::uninitialized_copy(elements.begin(), elements.end(), storedElements);
+      value = XMLNode(XMLNode::Kind::kArray, storedElements, elements.size());
+    }
+    new (stored + i) XMLNode::Entry{entries[i].key, value};
+  }
+  const XMLNode dictionary(XMLNode::Kind::kDictionary, stored, entries.size());
   entries.clear();
   index.clear();
+  arraysInUse = 0;
   return dictionary;
 }
 
-std::optional<Value> XMLReader::dictionaryForXMLData(const Data& data,
-                                                     std::optional<Error>* error) {
+std::optional<XMLTree> XMLReader::dictionaryForXMLData(const Data& data,
+                                                       std::optional<Error>* error) {
   return dictionaryForXMLData(data, 0, error);
 }
 
-std::optional<Value> XMLReader::dictionaryForXMLData(const Data& data, unsigned long options,
-                                                     std::optional<Error>* error) {
+std::optional<XMLTree> XMLReader::dictionaryForXMLData(const Data& data, unsigned long options,
+                                                       std::optional<Error>* error) {
   XMLReader reader(error);
   return reader.objectWithData(data, options);
 }
 
-std::optional<Value> XMLReader::dictionaryForXMLString(const std::string& string,
-                                                       std::optional<Error>* error) {
+std::optional<XMLTree> XMLReader::dictionaryForXMLString(const std::string& string,
+                                                         std::optional<Error>* error) {
   return dictionaryForXMLData(string, 0, error);
 }
 
-std::optional<Value> XMLReader::dictionaryForXMLString(const std::string& string,
-                                                       unsigned long options,
-                                                       std::optional<Error>* error) {
+std::optional<XMLTree> XMLReader::dictionaryForXMLString(const std::string& string,
+                                                         unsigned long options,
+                                                         std::optional<Error>* error) {
   return dictionaryForXMLData(string, options, error);
 }
 
-std::optional<Value> XMLReader::objectWithData(const Data& data, unsigned long options) {
+std::optional<XMLTree> XMLReader::objectWithData(const Data& data, unsigned long options) {
   dictionaryStack_.clear();
   dictionaryStack_.emplace_back();
   depth_ = 1;
   textInProgress_.clear();
   inCdata_ = false;
   tooDeep_ = false;
+  // Blocks about the document's size: a typical answer's tree fits in one or two of them.
+  arena_ = std::make_unique<XMLArena>(std::clamp<std::size_t>(data.size(), 4096, 1 << 20));
   namespaces_ = (options & kProcessNamespaces) != 0;
   gatherCdata_ = (options & kGatherCdata) != 0;
 
@@ -185,9 +209,10 @@ std::optional<Value> XMLReader::objectWithData(const Data& data, unsigned long o
     offset += length;
   } while (status == XML_STATUS_OK && offset < data.size());
 
-  std::optional<Value> result;
+  std::optional<XMLTree> result;
   if (status == XML_STATUS_OK) {
-    result = std::move(dictionaryStack_.front()).dictionary();
+    const XMLNode root = dictionaryStack_.front().dictionary(*arena_);
+    result = XMLTree(std::move(arena_), root);
   } else {
     const XML_Error code = XML_GetErrorCode(parser);
     std::string description = XML_ErrorString(code);
@@ -205,16 +230,19 @@ std::optional<Value> XMLReader::objectWithData(const Data& data, unsigned long o
   dictionaryStack_.clear();
   depth_ = 0;
   textInProgress_.clear();
+  arena_.reset();
   return result;
 }
 
 std::string_view XMLReader::reportedName(const char* name) const {
-  std::string_view text(name);
-  if (namespaces_) {
-    const auto separator = text.rfind(kNamespaceSeparator);
-    if (separator != std::string_view::npos) text.remove_prefix(separator + 1);
+  if (!namespaces_) return name;
+  // One pass finds both the end and the local name, which follows the last separator.
+  const char* local = name;
+  const char* end = name;
+  for (; *end != '\0'; ++end) {
+    if (*end == kNamespaceSeparator) local = end + 1;
   }
-  return text;
+  return {local, static_cast<std::size_t>(end - local)};
 }
 
 void XMLReader::startElement(const char* name, const char** attributes) {
@@ -225,14 +253,16 @@ void XMLReader::startElement(const char* name, const char** attributes) {
   }
   if (depth_ == dictionaryStack_.size()) dictionaryStack_.emplace_back();
   Frame& child = dictionaryStack_[depth_];
-  child.name = reportedName(name);
+  child.name = arena_->copy(reportedName(name));
   for (const char** attribute = attributes; *attribute != nullptr; attribute += 2) {
-    std::string key(reportedName(attribute[0]));
+    const std::string_view value = arena_->copy(attribute[1]);
+    const XMLNode string(XMLNode::Kind::kString, value.data(), value.size());
     // Two attributes can share a local name when their prefixes differ; the later one wins.
-    if (Value* existing = child.find(key)) {
-      *existing = attribute[1];
+    const std::string_view key = reportedName(attribute[0]);
+    if (Pending* existing = child.find(key)) {
+      *existing = {existing->key, string};
     } else {
-      child.add(std::move(key), attribute[1]);
+      child.add(arena_->copy(key), string);
     }
   }
   ++depth_;
@@ -242,32 +272,26 @@ void XMLReader::endElement() {
   if (tooDeep_) return;
   Frame& current = dictionaryStack_[depth_ - 1];
   if (!textInProgress_.empty()) {
-    Value text = trimmed(textInProgress_);
-    if (Value* existing = current.find(kXMLReaderTextNodeKey)) {
-      *existing = std::move(text);
+    const std::string_view text = arena_->copy(trimmed(textInProgress_));
+    const XMLNode string(XMLNode::Kind::kString, text.data(), text.size());
+    if (Pending* existing = current.find(kXMLReaderTextNodeKey)) {
+      *existing = {existing->key, string};
     } else {
-      current.add(kXMLReaderTextNodeKey, std::move(text));
+      current.add(kXMLReaderTextNodeKey, string);
     }
     textInProgress_.clear();
   }
-  std::string name = std::move(current.name);
-  Value child = std::move(current).dictionary();
+  const std::string_view name = current.name;
+  const XMLNode child = current.dictionary(*arena_);
   --depth_;
 
   // The first child of a name is stored as it is; a second one turns the entry into an array of
   // both, and later ones are appended. An attribute of the same name joins the array first.
   Frame& parent = dictionaryStack_[depth_ - 1];
-  if (Value* existing = parent.find(name)) {
-    if (existing->is_array()) {
-      existing->push_back(std::move(child));
-    } else {
-      Value both = Value::array();
-      both.push_back(std::move(*existing));
-      both.push_back(std::move(child));
-      *existing = std::move(both);
-    }
+  if (Pending* existing = parent.find(name)) {
+    parent.append(*existing, child);
   } else {
-    parent.add(std::move(name), std::move(child));
+    parent.add(name, child);
   }
 }
 
@@ -276,42 +300,34 @@ void XMLReader::characters(std::string_view text) {
   textInProgress_.append(text);
 }
 
-std::vector<const Value*> XMLReader::objectsForPath(std::string_view path, const Value& data) {
-  const auto components = pathComponents(path);
-  if (components.empty()) return {};
-  std::vector<const Value*> nodes{&data};
-  for (const std::string_view component : components) {
-    std::vector<const Value*> found;
-    for (const Value* node : nodes) {
-      if (!node->is_object()) continue;
-      const auto entry = node->find(component);
-      if (entry == node->end()) continue;
-      if (entry->is_array()) {
-        for (const Value& element : *entry) found.push_back(&element);
-      } else if (entry->is_object()) {
-        found.push_back(&*entry);
-      }
-    }
-    nodes = std::move(found);
-  }
+std::vector<const XMLNode*> XMLReader::objectsForPath(std::string_view path, const XMLNode& data) {
+  std::vector<const XMLNode*> nodes;
+  forEachNodeAtPath(path, data, [&](const XMLNode& node) {
+    nodes.push_back(&node);
+    return true;
+  });
   return nodes;
 }
 
-std::optional<std::string> XMLReader::valueForPath(std::string_view path, const Value& data) {
-  const auto nodes = objectsForPath(path, data);
-  if (nodes.empty() || !nodes.front()->is_object()) return std::nullopt;
-  const auto text = nodes.front()->find(kXMLReaderTextNodeKey);
-  if (text == nodes.front()->end() || !text->is_string()) return std::nullopt;
-  return text->get<std::string>();
+std::optional<std::string> XMLReader::valueForPath(std::string_view path, const XMLNode& data) {
+  std::optional<std::string> value;
+  forEachNodeAtPath(path, data, [&](const XMLNode& node) {
+    if (const XMLNode* text = node.find(kXMLReaderTextNodeKey); text && text->isString()) {
+      value.emplace(text->string());
+    }
+    return false;  // only the first node counts
+  });
+  return value;
 }
 
-std::vector<std::string> XMLReader::valuesForPath(std::string_view path, const Value& data) {
+std::vector<std::string> XMLReader::valuesForPath(std::string_view path, const XMLNode& data) {
   std::vector<std::string> values;
-  for (const Value* node : objectsForPath(path, data)) {
-    if (!node->is_object()) continue;
-    const auto text = node->find(kXMLReaderTextNodeKey);
-    if (text != node->end() && text->is_string()) values.push_back(text->get<std::string>());
-  }
+  forEachNodeAtPath(path, data, [&](const XMLNode& node) {
+    if (const XMLNode* text = node.find(kXMLReaderTextNodeKey); text && text->isString()) {
+      values.emplace_back(text->string());
+    }
+    return true;
+  });
   return values;
 }
 

@@ -4,8 +4,8 @@
 
 namespace zorva {
 
-std::shared_ptr<ZVMediaFile> ZVMediaFile::create(const Value& dictionary) {
-  if (!dictionary.is_object()) return nullptr;
+std::shared_ptr<ZVMediaFile> ZVMediaFile::create(const XMLNode& dictionary) {
+  if (!dictionary.isDictionary()) return nullptr;
   auto file = std::make_shared<ZVMediaFile>();
   file->mediaFileId = stringForKey(dictionary, "id");
   file->delivery = stringForKey(dictionary, "delivery");

@@ -13,7 +13,7 @@ namespace zorva {
 class ZVMediaFile : public ZVVastAdItem, public ZVXMLMapper {
  public:
   /// The media file of a MediaFile element's dictionary; nullptr when the node is not one.
-  static std::shared_ptr<ZVMediaFile> create(const Value& dictionary);
+  static std::shared_ptr<ZVMediaFile> create(const XMLNode& dictionary);
 
   /// A URL parsed from `mediaUrl`.
   std::optional<platform::URL> url() const override;

@@ -4,8 +4,8 @@
 
 namespace zorva {
 
-std::shared_ptr<ZVResource> ZVResource::create(const Value& dictionary) {
-  if (!dictionary.is_object()) return nullptr;
+std::shared_ptr<ZVResource> ZVResource::create(const XMLNode& dictionary) {
+  if (!dictionary.isDictionary()) return nullptr;
   auto resource = std::make_shared<ZVResource>();
   resource->creativeType = stringForKey(dictionary, "creativeType");
   resource->content = stringForKey(dictionary, kXMLReaderTextNodeKey);

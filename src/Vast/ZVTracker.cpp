@@ -4,8 +4,8 @@
 
 namespace zorva {
 
-std::shared_ptr<ZVTracker> ZVTracker::create(const Value& dictionary) {
-  if (!dictionary.is_object()) return nullptr;
+std::shared_ptr<ZVTracker> ZVTracker::create(const XMLNode& dictionary) {
+  if (!dictionary.isDictionary()) return nullptr;
   auto tracker = std::make_shared<ZVTracker>();
   tracker->event = stringForKey(dictionary, "event");
   tracker->url = stringForKey(dictionary, kXMLReaderTextNodeKey);

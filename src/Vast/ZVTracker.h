@@ -12,7 +12,7 @@ namespace zorva {
 class ZVTracker : public ZVXMLMapper {
  public:
   /// The tracker of a Tracking element's dictionary; nullptr when the node is not a dictionary.
-  static std::shared_ptr<ZVTracker> create(const Value& dictionary);
+  static std::shared_ptr<ZVTracker> create(const XMLNode& dictionary);
 
   /// The "event" attribute ("start", "firstQuartile", "midpoint", "thirdQuartile", "complete"...).
   std::optional<std::string> event;

@@ -4,7 +4,7 @@
 
 namespace zorva {
 
-std::shared_ptr<ZVVast> ZVVast::create(const Value& dictionary) {
+std::shared_ptr<ZVVast> ZVVast::create(const XMLNode& dictionary) {
   auto vast = std::make_shared<ZVVast>();
   vast->ads = XMLReader::obects<ZVVastAd>("Ad/Wrapper", dictionary);
   auto inlineAds = XMLReader::obects<ZVVastAd>("Ad/InLine", dictionary);

@@ -14,7 +14,7 @@ namespace zorva {
 struct ZVVast : public ZVXMLMapper {
   /// The document of a VAST element's dictionary. Anything that is not a dictionary (a missing
   /// VAST element) gives a document without ads and without version.
-  static std::shared_ptr<ZVVast> create(const Value& dictionary);
+  static std::shared_ptr<ZVVast> create(const XMLNode& dictionary);
 
   /// Every Wrapper ad, then every InLine ad, each group in document order (the Ad elements'
   /// order between the groups and their sequence attribute play no part).

@@ -37,8 +37,8 @@ void ZVVastAd::forEachInChain(Visit visit) const {
   }
 }
 
-std::shared_ptr<ZVVastAd> ZVVastAd::create(const Value& dictionary) {
-  if (!dictionary.is_object()) return nullptr;
+std::shared_ptr<ZVVastAd> ZVVastAd::create(const XMLNode& dictionary) {
+  if (!dictionary.isDictionary()) return nullptr;
   auto ad = std::make_shared<ZVVastAd>();
   ad->adTagURL_ = XMLReader::valueForPath("VASTAdTagURI", dictionary);
   ad->system_ = XMLReader::valueForPath("AdSystem", dictionary);
@@ -46,14 +46,12 @@ std::shared_ptr<ZVVastAd> ZVVastAd::create(const Value& dictionary) {
   ad->desc_ = XMLReader::valueForPath("Description", dictionary);
   ad->errUrl_ = XMLReader::valueForPath("Error", dictionary);
   // Taken element by element: an Impression without text keeps its place as null.
-  for (const Value* impression : XMLReader::objectsForPath("Impression", dictionary)) {
-    const Value* text = nullptr;
-    if (impression->is_object()) {
-      const auto entry = impression->find(kXMLReaderTextNodeKey);
-      if (entry != impression->end() && entry->is_string()) text = &*entry;
-    }
-    ad->impressions_.push_back(text ? *text : Value());
-  }
+  XMLReader::forEachNodeAtPath("Impression", dictionary, [&](const XMLNode& impression) {
+    const XMLNode* text = impression.find(kXMLReaderTextNodeKey);
+    ad->impressions_.push_back(text && text->isString() ? Value(std::string(text->string()))
+                                                        : Value());
+    return true;
+  });
   auto linears = XMLReader::obects<ZVVastLinear>("Creatives/Creative/Linear", dictionary);
   if (!linears.empty()) {
     ad->adCreative_ = std::move(linears.front());

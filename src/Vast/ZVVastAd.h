@@ -23,7 +23,7 @@ namespace zorva {
 class ZVVastAd : public ZVXMLMapper {
  public:
   /// The ad of an InLine or Wrapper element's dictionary; nullptr when the node is not one.
-  static std::shared_ptr<ZVVastAd> create(const Value& dictionary);
+  static std::shared_ptr<ZVVastAd> create(const XMLNode& dictionary);
 
   std::shared_ptr<ZVVastAd> parent() const;
   void setParent(std::shared_ptr<ZVVastAd> parent);

@@ -14,8 +14,8 @@ bool isListed(const std::optional<std::string>& type, const std::vector<std::str
 }
 }  // namespace
 
-std::shared_ptr<ZVVastLinear> ZVVastLinear::create(const Value& dictionary) {
-  if (!dictionary.is_object()) return nullptr;
+std::shared_ptr<ZVVastLinear> ZVVastLinear::create(const XMLNode& dictionary) {
+  if (!dictionary.isDictionary()) return nullptr;
   auto linear = std::make_shared<ZVVastLinear>();
   linear->mediaFiles_ = XMLReader::obects<ZVMediaFile>("MediaFiles/MediaFile", dictionary);
   linear->duration_ = XMLReader::valueForPath("Duration", dictionary);

@@ -15,7 +15,7 @@ namespace zorva {
 class ZVVastLinear : public ZVVastCreative, public ZVXMLMapper {
  public:
   /// The creative of a Linear element's dictionary; nullptr when the node is not one.
-  static std::shared_ptr<ZVVastLinear> create(const Value& dictionary);
+  static std::shared_ptr<ZVVastLinear> create(const XMLNode& dictionary);
 
   /// Every "MediaFiles/MediaFile", in document order (possibly none).
   std::optional<std::vector<std::shared_ptr<ZVVastAdItem>>> adItems() const override;

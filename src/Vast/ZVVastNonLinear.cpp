@@ -6,8 +6,8 @@
 
 namespace zorva {
 
-std::shared_ptr<ZVVastNonLinear> ZVVastNonLinear::create(const Value& dictionary) {
-  if (!dictionary.is_object()) return nullptr;
+std::shared_ptr<ZVVastNonLinear> ZVVastNonLinear::create(const XMLNode& dictionary) {
+  if (!dictionary.isDictionary()) return nullptr;
   auto nonLinear = std::make_shared<ZVVastNonLinear>();
   nonLinear->minSuggestedDuration_ = stringForKey(dictionary, "minSuggestedDuration");
   auto resources = XMLReader::obects<ZVResource>("StaticResource", dictionary);

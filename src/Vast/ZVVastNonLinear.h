@@ -19,7 +19,7 @@ namespace zorva {
 class ZVVastNonLinear : public ZVVastCreative, public ZVXMLMapper {
  public:
   /// The creative of a NonLinear element's dictionary; nullptr when the node is not one.
-  static std::shared_ptr<ZVVastNonLinear> create(const Value& dictionary);
+  static std::shared_ptr<ZVVastNonLinear> create(const XMLNode& dictionary);
 
   /// The first StaticResource alone; nothing when the element has none.
   std::optional<std::vector<std::shared_ptr<ZVVastAdItem>>> adItems() const override;

@@ -21,11 +21,7 @@ constexpr const char* kMinimumVersion = "2.0";
 std::shared_ptr<ZVVast> documentFromData(const Data& data, unsigned long options,
                                          std::optional<Error>* error) {
   const auto root = XMLReader::dictionaryForXMLData(data, options, error);
-  if (root) {
-    const auto entry = root->find("VAST");
-    if (entry != root->end()) return ZVVast::create(*entry);
-  }
-  return ZVVast::create(Value());
+  return ZVVast::create(root ? (*root)["VAST"] : XMLNode());
 }
 
 }  // namespace

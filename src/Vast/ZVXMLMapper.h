@@ -8,11 +8,13 @@
 
 #include <zorva/ZVTypes.h>
 
+#include "Vast/XMLTree.h"
+
 namespace zorva {
 
 /// A model object made from one element dictionary of the XML reader's tree.
 ///
-/// Every mapper class offers `static std::shared_ptr<T> create(const Value& dictionary)`, which
+/// Every mapper class offers `static std::shared_ptr<T> create(const XMLNode& dictionary)`, which
 /// answers nullptr when it cannot make an object from the node (a string where an attribute
 /// collided with a child element, for one); `XMLReader::obects<T>` makes objects through it.
 class ZVXMLMapper {
@@ -22,21 +24,20 @@ class ZVXMLMapper {
  protected:
   /// The entry under `key` when it is a string (an attribute, or a text). An entry of another
   /// kind — a child element that shares the attribute's name — reads as absent.
-  static std::optional<std::string> stringForKey(const Value& dictionary, std::string_view key);
+  static std::optional<std::string> stringForKey(const XMLNode& dictionary, std::string_view key);
 };
 
 inline ZVXMLMapper::~ZVXMLMapper() = default;
 
-inline std::optional<std::string> ZVXMLMapper::stringForKey(const Value& dictionary,
+inline std::optional<std::string> ZVXMLMapper::stringForKey(const XMLNode& dictionary,
                                                             std::string_view key) {
-  if (!dictionary.is_object()) return std::nullopt;
-  const auto entry = dictionary.find(key);
-  if (entry == dictionary.end() || !entry->is_string()) return std::nullopt;
-  return entry->get<std::string>();
+  const XMLNode* entry = dictionary.find(key);
+  if (entry == nullptr || !entry->isString()) return std::nullopt;
+  return std::string(entry->string());
 }
 
 template <class T>
-concept ZVXMLMapping = std::derived_from<T, ZVXMLMapper> && requires(const Value& dictionary) {
+concept ZVXMLMapping = std::derived_from<T, ZVXMLMapper> && requires(const XMLNode& dictionary) {
   { T::create(dictionary) } -> std::same_as<std::shared_ptr<T>>;
 };
 

@@ -11,12 +11,14 @@
 namespace zorva {
 namespace {
 
-Value read(const std::string& xml, unsigned long options = 0) {
+XMLTree read(const std::string& xml, unsigned long options = 0) {
   std::optional<Error> error;
   auto tree = XMLReader::dictionaryForXMLString(xml, options, &error);
   EXPECT_FALSE(error.has_value()) << (error ? error->localizedDescription() : "");
-  return tree.value_or(Value());
+  return std::move(tree).value_or(XMLTree());
 }
+
+bool hasText(const XMLNode& node) { return node.find(kXMLReaderTextNodeKey) != nullptr; }
 
 Error failure(const std::string& xml, unsigned long options = 0) {
   std::optional<Error> error;
@@ -26,37 +28,38 @@ Error failure(const std::string& xml, unsigned long options = 0) {
 
 TEST(XMLReaderTree, AttributesChildrenAndOneThenArrayPromotion) {
   const auto tree = read(R"(<A k="v"><One x="1"/><Two n="1"/><Two n="2"/><Two n="3"/></A>)");
-  EXPECT_EQ(tree, Value::parse(R"({"A": {"k": "v", "One": {"x": "1"},
+  EXPECT_EQ(tree.root().toValue(), Value::parse(R"({"A": {"k": "v", "One": {"x": "1"},
       "Two": [{"n": "1"}, {"n": "2"}, {"n": "3"}]}})"));
-  EXPECT_EQ(XMLReader::objectsForPath("A/One", tree).size(), 1u);
-  EXPECT_EQ(XMLReader::objectsForPath("A/Two", tree).size(), 3u);
+  EXPECT_EQ(XMLReader::objectsForPath("A/One", tree.root()).size(), 1u);
+  EXPECT_EQ(XMLReader::objectsForPath("A/Two", tree.root()).size(), 3u);
 }
 
 TEST(XMLReaderTree, TextIsTrimmedAndCarriedIntoTheNextElementThatEnds) {
   const auto tree = read("<A>\n  lead <B> word \n</B><C>  </C><D/><E>\u00a0x\u3000</E>tail</A>");
   const auto& a = tree["A"];
   // The parent's own text before B joins B's text; B's trailing text is consumed by B.
-  EXPECT_EQ(a["B"]["text"], "lead  word");
-  EXPECT_EQ(a["C"]["text"], "");          // white space only: an empty text, not none
-  EXPECT_FALSE(a["D"].contains("text"));  // no character data since C ended
-  EXPECT_EQ(a["E"]["text"], "x");         // Unicode spaces are trimmed too
-  EXPECT_EQ(a["text"], "tail");
+  EXPECT_EQ(a["B"]["text"].string(), "lead  word");
+  EXPECT_TRUE(a["C"]["text"].isString());  // white space only: an empty text, not none
+  EXPECT_EQ(a["C"]["text"].string(), "");
+  EXPECT_FALSE(hasText(a["D"]));            // no character data since C ended
+  EXPECT_EQ(a["E"]["text"].string(), "x");  // Unicode spaces are trimmed too
+  EXPECT_EQ(a["text"].string(), "tail");
 }
 
 TEST(XMLReaderTree, CdataContentNeverReachesTheText) {
   const auto tree = read("<A><B><![CDATA[http://x/y.mp4]]></B><C> a<![CDATA[zz]]>b </C></A>");
-  EXPECT_FALSE(tree["A"]["B"].contains("text"));
-  EXPECT_EQ(tree["A"]["C"]["text"], "ab");
+  EXPECT_FALSE(hasText(tree["A"]["B"]));
+  EXPECT_EQ(tree["A"]["C"]["text"].string(), "ab");
 }
 
 TEST(XMLReaderTree, KeyCollisionsAreKeptAsTheyFall) {
   const auto tree = read(R"(<A id="7" text="attr"><id v="c"/>body</A>)");
-  EXPECT_EQ(tree["A"]["id"], Value::parse(R"(["7", {"v": "c"}])"));
-  EXPECT_EQ(tree["A"]["text"], "body");  // the attribute named text is overwritten
+  EXPECT_EQ(tree["A"]["id"].toValue(), Value::parse(R"(["7", {"v": "c"}])"));
+  EXPECT_EQ(tree["A"]["text"].string(), "body");  // the attribute named text is overwritten
   // Path queries hand the array over as it is; only dictionaries carry text or children.
-  EXPECT_EQ(XMLReader::objectsForPath("A/id", tree).size(), 2u);
-  EXPECT_EQ(XMLReader::valueForPath("A/id", tree), std::nullopt);
-  EXPECT_TRUE(XMLReader::objectsForPath("A/id/v", tree).empty());
+  EXPECT_EQ(XMLReader::objectsForPath("A/id", tree.root()).size(), 2u);
+  EXPECT_EQ(XMLReader::valueForPath("A/id", tree.root()), std::nullopt);
+  EXPECT_TRUE(XMLReader::objectsForPath("A/id/v", tree.root()).empty());
 }
 
 TEST(XMLReaderTree, NamespaceOptionReportsLocalNames) {
@@ -64,9 +67,13 @@ TEST(XMLReaderTree, NamespaceOptionReportsLocalNames) {
       R"(<v:VAST xmlns:v="urn:vast" xmlns="urn:d" v:version="3.0"><Ad x:id="1" )"
       R"(xmlns:x="urn:x" y:id="2" xmlns:y="urn:y"/></v:VAST>)";
   const auto local = read(xml, XMLReader::kProcessNamespaces);
-  EXPECT_EQ(local, Value::parse(R"({"VAST": {"version": "3.0", "Ad": {"id": "2"}}})"));
+  EXPECT_EQ(local.root().toValue(),
+            Value::parse(R"({"VAST": {"version": "3.0", "Ad": {"id": "2"}}})"));
   // The prefix bit adds nothing to the tree.
-  EXPECT_EQ(read(xml, XMLReader::kProcessNamespaces | XMLReader::kReportNamespacePrefixes), local);
+  EXPECT_EQ(read(xml, XMLReader::kProcessNamespaces | XMLReader::kReportNamespacePrefixes)
+                .root()
+                .toValue(),
+            local.root().toValue());
   EXPECT_EQ(failure("<a:B/>", XMLReader::kProcessNamespaces).code, XML_ERROR_UNBOUND_PREFIX);
 }
 
@@ -89,7 +96,9 @@ TEST(XMLReaderPaths, EveryMatchAtEveryLevelFansOutInDocumentOrder) {
       "<S>text</S></R>");
   const auto& root = tree["R"];
   std::vector<std::string> texts;
-  for (const Value* c : XMLReader::objectsForPath("A/B/C", root)) texts.push_back((*c)["text"]);
+  for (const XMLNode* c : XMLReader::objectsForPath("A/B/C", root)) {
+    texts.emplace_back((*c)["text"].string());
+  }
   EXPECT_EQ(texts, (std::vector<std::string>{"1", "2", "3", "4"}));
   EXPECT_EQ(XMLReader::valueForPath("A/B/C", root), "1");
   EXPECT_TRUE(XMLReader::objectsForPath("S/text", root).empty());  // a string is no element
@@ -117,7 +126,7 @@ TEST(XMLReaderHostile, NestingIsBoundedAndDeepDocumentsFailCleanly) {
     return xml;
   };
   const auto deepest = read(nested(XMLReader::kMaximumDepth));
-  EXPECT_FALSE(deepest.dump().empty());  // copying and writing the deepest tree is safe
+  EXPECT_FALSE(deepest.root().toValue().dump().empty());  // converting and writing it is safe
   EXPECT_EQ(failure(nested(XMLReader::kMaximumDepth + 1)).code, XML_ERROR_ABORTED);
   EXPECT_EQ(failure(nested(100000)).code, XML_ERROR_ABORTED);
   // Stopped on a self-closing element, whose end expat still reports.
@@ -125,17 +134,23 @@ TEST(XMLReaderHostile, NestingIsBoundedAndDeepDocumentsFailCleanly) {
 }
 
 TEST(XMLReaderHostile, ManyDistinctSiblingsAndLargeDocumentsStayLinear) {
-  // 50 MB: 50 000 trackers of 1 KB each under one element, plus 20 000 distinct child names.
+  // 53 MB: 50 000 trackers of 1 KB each under one element, 20 000 distinct child names, and
+  // texts larger than the tree's storage blocks.
   std::string xml = "<R>";
   const std::string payload(1000, 'u');
+  const std::string huge(3'000'000, 'h');
   for (int i = 0; i < 50000; ++i) xml += "<T>" + payload + "</T>";
   for (int i = 0; i < 20000; ++i) xml += "<n" + std::to_string(i) + "/>";
-  xml += "</R>";
+  xml += "<H a=\"" + huge + "\">" + huge + "</H></R>";
   ASSERT_GT(xml.size(), 50'000'000u);
   const auto tree = read(xml);
-  EXPECT_EQ(XMLReader::objectsForPath("T", tree["R"]).size(), 50000u);
-  EXPECT_EQ(tree["R"].size(), 20001u);
+  const auto trackers = XMLReader::objectsForPath("T", tree["R"]);
+  ASSERT_EQ(trackers.size(), 50000u);
+  EXPECT_EQ((*trackers.back())["text"].string(), payload);
+  EXPECT_EQ(tree["R"].size(), 20002u);
   EXPECT_EQ(XMLReader::objectsForPath("n19999", tree["R"]).size(), 1u);
+  EXPECT_EQ(tree["R"]["H"]["a"].string(), huge);
+  EXPECT_EQ(XMLReader::valueForPath("R/H", tree.root()), huge);
 }
 
 TEST(XMLReaderHostile, ExternalEntitiesAreNeverLoadedWhateverTheOptions) {
@@ -153,9 +168,9 @@ TEST(XMLReaderHostile, ExternalEntitiesAreNeverLoadedWhateverTheOptions) {
   for (unsigned long options = 0; options <= 7; ++options) {
     const auto tree = read(xml, options);
     // The references are skipped: no character data at all reaches B and C.
-    EXPECT_FALSE(tree["A"]["B"].contains("text")) << options;
-    EXPECT_FALSE(tree["A"]["C"].contains("text")) << options;
-    EXPECT_EQ(tree["A"]["D"]["text"], "xy") << options;
+    EXPECT_FALSE(hasText(tree["A"]["B"])) << options;
+    EXPECT_FALSE(hasText(tree["A"]["C"])) << options;
+    EXPECT_EQ(tree["A"]["D"]["text"].string(), "xy") << options;
   }
   std::filesystem::remove(secret);
   EXPECT_TRUE(server.requests().empty());

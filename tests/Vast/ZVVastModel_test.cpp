@@ -39,7 +39,7 @@ TEST(ZVVast, WrappersComeBeforeInLineAdsAndAVersionChildHidesTheAttribute) {
   EXPECT_EQ(vast->ads[1]->adTagURL(), std::nullopt);
   // A child element named like the version attribute hides it rather than being taken as it.
   EXPECT_EQ(vastDocument(R"(<VAST version="2.0"><version/></VAST>)")->version, std::nullopt);
-  EXPECT_TRUE(ZVVast::create(Value("string"))->ads.empty());
+  EXPECT_TRUE(ZVVast::create(XMLNode())->ads.empty());
 }
 
 // The ad's creative is its first Linear one, though a NonLinear creative comes before it and

@@ -38,7 +38,7 @@ std::string nonLinearVast(const std::string& content) {
 std::shared_ptr<ZVVast> vastDocument(const std::string& xml) {
   std::optional<Error> error;
   const auto tree = XMLReader::dictionaryForXMLString(xml, XMLReader::kProcessNamespaces, &error);
-  return ZVVast::create(tree ? tree->value("VAST", Value()) : Value());
+  return ZVVast::create(tree ? (*tree)["VAST"] : XMLNode());
 }
 
 std::shared_ptr<ZVVastAd> firstAd(const std::string& xml) {

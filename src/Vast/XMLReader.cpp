@@ -18,6 +18,10 @@ constexpr XML_Char kNamespaceSeparator = '\x01';
 // Elements with more keys than this get a hash index; below it a scan is faster.
 constexpr std::size_t kIndexThreshold = 16;
 
+// How many entries and array elements the frames a conversion leaves may have room for and
+// still be kept for the next conversion on the thread: a few typical VAST documents' worth.
+constexpr std::size_t kSpareRoom = 4096;
+
 // White space and newline characters as the phone platform's trimming knows them: the Unicode
 // space separators, tab, the line and paragraph separators and the C0/C1 line breaks.
 bool isWhitespaceOrNewline(char32_t c) {
@@ -134,6 +138,13 @@ void XMLReader::Frame::append(Pending& entry, XMLNode value) {
   arrays[entry.array].push_back(value);
 }
 
+void XMLReader::Frame::clear() {
+  name = {};
+  entries.clear();
+  index.clear();
+  arraysInUse = 0;
+}
+
 XMLNode XMLReader::Frame::dictionary(XMLArena& arena) {
   auto* stored = arena.allocate<XMLNode::Entry>(entries.size());
   for (std::size_t i = 0; i < entries.size(); ++i) {
@@ -147,9 +158,7 @@ XMLNode XMLReader::Frame::dictionary(XMLArena& arena) {
     new (stored + i) XMLNode::Entry{entries[i].key, value};
   }
   const XMLNode dictionary(XMLNode::Kind::kDictionary, stored, entries.size());
-  entries.clear();
-  index.clear();
-  arraysInUse = 0;
+  clear();
   return dictionary;
 }
 
@@ -175,9 +184,15 @@ std::optional<XMLTree> XMLReader::dictionaryForXMLString(const std::string& stri
   return dictionaryForXMLData(string, options, error);
 }
 
+std::vector<XMLReader::Frame>& XMLReader::spareFrames() {
+  thread_local std::vector<Frame> frames;
+  return frames;
+}
+
 std::optional<XMLTree> XMLReader::objectWithData(const Data& data, unsigned long options) {
-  dictionaryStack_.clear();
-  dictionaryStack_.emplace_back();
+  // The frames the last conversion on this thread left, with the room they had grown to.
+  dictionaryStack_ = std::exchange(spareFrames(), {});
+  if (dictionaryStack_.empty()) dictionaryStack_.emplace_back();
   depth_ = 1;
   textInProgress_.clear();
   inCdata_ = false;
@@ -227,6 +242,14 @@ std::optional<XMLTree> XMLReader::objectWithData(const Data& data, unsigned long
   }
   XML_ParserFree(parser);
   parser_ = nullptr;
+  // Handed on to the next conversion on this thread, unless a large document left much room.
+  std::size_t room = 0;
+  for (Frame& frame : dictionaryStack_) {
+    frame.clear();
+    room += frame.entries.capacity();
+    for (const auto& array : frame.arrays) room += array.capacity();
+  }
+  if (room <= kSpareRoom) spareFrames() = std::move(dictionaryStack_);
   dictionaryStack_.clear();
   depth_ = 0;
   textInProgress_.clear();
@@ -254,12 +277,16 @@ void XMLReader::startElement(const char* name, const char** attributes) {
   if (depth_ == dictionaryStack_.size()) dictionaryStack_.emplace_back();
   Frame& child = dictionaryStack_[depth_];
   child.name = arena_->copy(reportedName(name));
+  bool prefixed = false;
   for (const char** attribute = attributes; *attribute != nullptr; attribute += 2) {
     const std::string_view value = arena_->copy(attribute[1]);
     const XMLNode string(XMLNode::Kind::kString, value.data(), value.size());
     // Two attributes can share a local name when their prefixes differ; the later one wins.
+    // Expat refuses a name written twice, so names can only meet once a prefix has been read
+    // away: until then there is nothing to look for.
     const std::string_view key = reportedName(attribute[0]);
-    if (Pending* existing = child.find(key)) {
+    prefixed = prefixed || key.data() != attribute[0];
+    if (Pending* existing = prefixed ? child.find(key) : nullptr) {
       *existing = {existing->key, string};
     } else {
       child.add(arena_->copy(key), string);

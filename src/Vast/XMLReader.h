@@ -178,7 +178,9 @@ class XMLReader {
     void add(std::string_view key, XMLNode value);
     void append(Pending& entry, XMLNode value);
     XMLNode dictionary(XMLArena& arena);
+    void clear();
   };
+  static std::vector<Frame>& spareFrames();
 
   void startElement(const char* name, const char** attributes);
   void endElement();

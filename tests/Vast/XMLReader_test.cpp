@@ -65,10 +65,11 @@ TEST(XMLReaderTree, KeyCollisionsAreKeptAsTheyFall) {
 TEST(XMLReaderTree, NamespaceOptionReportsLocalNames) {
   const std::string xml =
       R"(<v:VAST xmlns:v="urn:vast" xmlns="urn:d" v:version="3.0"><Ad x:id="1" )"
-      R"(xmlns:x="urn:x" y:id="2" xmlns:y="urn:y"/></v:VAST>)";
+      R"(xmlns:x="urn:x" y:id="2" xmlns:y="urn:y"/><B id="1" x:id="2" xmlns:x="urn:x"/></v:VAST>)";
   const auto local = read(xml, XMLReader::kProcessNamespaces);
+  // Attributes whose local names meet: the later one wins, whichever of them has the prefix.
   EXPECT_EQ(local.root().toValue(),
-            Value::parse(R"({"VAST": {"version": "3.0", "Ad": {"id": "2"}}})"));
+            Value::parse(R"({"VAST": {"version": "3.0", "Ad": {"id": "2"}, "B": {"id": "2"}}})"));
   // The prefix bit adds nothing to the tree.
   EXPECT_EQ(read(xml, XMLReader::kProcessNamespaces | XMLReader::kReportNamespacePrefixes)
                 .root()

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -198,7 +199,7 @@ std::optional<XMLTree> XMLReader::objectWithData(const Data& data, unsigned long
   inCdata_ = false;
   tooDeep_ = false;
   // Blocks about the document's size: a typical answer's tree fits in one or two of them.
-  arena_ = std::make_unique<XMLArena>(std::clamp<std::size_t>(data.size(), 4096, 1 << 20));
+  arena_ = std::make_unique<XMLArena>(std::clamp<std::size_t>(data.size(), 4096, 64 * 1024));
   namespaces_ = (options & kProcessNamespaces) != 0;
   gatherCdata_ = (options & kGatherCdata) != 0;
 
@@ -258,14 +259,13 @@ std::optional<XMLTree> XMLReader::objectWithData(const Data& data, unsigned long
 }
 
 std::string_view XMLReader::reportedName(const char* name) const {
-  if (!namespaces_) return name;
-  // One pass finds both the end and the local name, which follows the last separator.
-  const char* local = name;
-  const char* end = name;
-  for (; *end != '\0'; ++end) {
-    if (*end == kNamespaceSeparator) local = end + 1;
-  }
-  return {local, static_cast<std::size_t>(end - local)};
+  const std::string_view text(name);
+  if (!namespaces_) return text;
+  // The local name follows the last separator (memrchr: names are measured and searched by the
+  // C library's word-at-a-time loops, not byte by byte).
+  const void* separator = memrchr(text.data(), kNamespaceSeparator, text.size());
+  if (separator == nullptr) return text;
+  return text.substr(static_cast<std::size_t>(static_cast<const char*>(separator) - name) + 1);
 }
 
 void XMLReader::startElement(const char* name, const char** attributes) {

@@ -101,7 +101,11 @@ class XMLReader {
   /// `create` answers nullptr are skipped.
   template <ZVXMLMapping T>
   static std::vector<std::shared_ptr<T>> obects(std::string_view path, const XMLNode& data) {
+    // Counted first, so that the list is made once at its size.
+    std::size_t count = 0;
+    forEachNodeAtPath(path, data, [&](const XMLNode&) { return ++count != 0; });
     std::vector<std::shared_ptr<T>> objects;
+    objects.reserve(count);
     forEachNodeAtPath(path, data, [&](const XMLNode& node) {
       if (auto object = T::create(node)) objects.push_back(std::move(object));
       return true;

@@ -33,7 +33,7 @@ inline std::optional<std::string> ZVXMLMapper::stringForKey(const XMLNode& dicti
                                                             std::string_view key) {
   const XMLNode* entry = dictionary.find(key);
   if (entry == nullptr || !entry->isString()) return std::nullopt;
-  return std::string(entry->string());
+  return std::optional<std::string>(std::in_place, entry->string());
 }
 
 template <class T>

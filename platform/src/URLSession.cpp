@@ -226,9 +226,9 @@ struct URLSession::Engine {
       complete(task, std::move(body), std::move(response), std::nullopt);
       return;
     }
-    releaseHandle(easy);
     long code = result;
     std::string detail = transfer->errorBuffer;
+    releaseHandle(easy);
     if (transfer->tooLarge || result == CURLE_FILESIZE_EXCEEDED) {
       code = CURLE_FILESIZE_EXCEEDED;
       detail = "the body exceeds " + std::to_string(URLSession::kMaximumBodySize) + " bytes";

@@ -9,6 +9,7 @@
 
 #include "Common/ZVAdLoader.h"
 #include "support/LoopbackServer.h"
+#include "support/ProcessCpu.h"
 #include "support/Ratio.h"
 
 namespace {
@@ -63,12 +64,14 @@ void BM_LoaderRoundTrip(benchmark::State& state) {
   auto delegate = std::make_shared<CountingDelegate>();
   loader->setDelegate(delegate);
   loader->setRequestBuilder(std::make_shared<FixedBuilder>());
+  const zorva::bench::ProcessCpu cpu;
   for (auto _ : state) {
     const int before = delegate->received + delegate->failed;
     loader->load();
     queue.runUntil([&] { return delegate->received + delegate->failed > before; },
                    std::chrono::seconds(10));
   }
+  cpu.report(state);
   if (delegate->failed > 0) state.SkipWithError("a load failed");
 }
 BENCHMARK(BM_LoaderRoundTrip)->UseRealTime();
@@ -85,9 +88,11 @@ void BM_BareCurlPost(benchmark::State& state) {
   curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.c_str());
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, discard);
   curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+  const zorva::bench::ProcessCpu cpu;
   for (auto _ : state) {
     if (curl_easy_perform(easy) != CURLE_OK) state.SkipWithError("curl failed");
   }
+  cpu.report(state);
   curl_easy_cleanup(easy);
 }
 BENCHMARK(BM_BareCurlPost)->UseRealTime();

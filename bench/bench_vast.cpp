@@ -19,6 +19,7 @@
 #include "Vast/ZVVast.h"
 #include "Vast/ZVVastParser.h"
 #include "support/LoopbackServer.h"
+#include "support/ProcessCpu.h"
 #include "support/Ratio.h"
 #include "support/TestEnvironment.h"
 
@@ -210,6 +211,7 @@ void BM_WrapperChain_3Levels(benchmark::State& state) {
   zorva::test::resetProcessState();
   Chain chain;
   const std::string first = wrapperTo(chain.server.url("/w1"));
+  const zorva::bench::ProcessCpu cpu;
   for (auto _ : state) {
     auto done = std::make_shared<std::atomic<bool>>(false);
     zorva::ZVVastParser::create()->parse(
@@ -219,6 +221,7 @@ void BM_WrapperChain_3Levels(benchmark::State& state) {
         });
     zorva::test::runMainQueueUntil([&] { return done->load(); });
   }
+  cpu.report(state);
 }
 
 void BM_BareCurl_3Gets(benchmark::State& state) {
@@ -233,6 +236,7 @@ void BM_BareCurl_3Gets(benchmark::State& state) {
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
   // The encodings the SDK asks for, so that both sides make the same exchanges.
   curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+  const zorva::bench::ProcessCpu cpu;
   for (auto _ : state) {
     for (const char* path : {"/w1", "/w2", "/w3"}) {
       body.clear();
@@ -240,6 +244,7 @@ void BM_BareCurl_3Gets(benchmark::State& state) {
       if (curl_easy_perform(curl) != CURLE_OK) throw std::runtime_error("GET failed");
     }
   }
+  cpu.report(state);
   curl_easy_cleanup(curl);
 }
 BENCHMARK(BM_WrapperChain_3Levels)->Unit(benchmark::kMicrosecond);

@@ -27,7 +27,12 @@ Error transportError(long code, const std::string& detail) {
   return Error::withDescription(URLSession::kErrorDomain, code, description);
 }
 
-// One running exchange: the curl handle and everything whose address curl keeps.
+// Idle easy handles kept for the next exchanges: a handle that has run a transfer holds its
+// buffers, which a fresh handle would allocate again (and free again, at its end).
+constexpr std::size_t kIdleHandles = 8;
+
+// One running exchange: the curl handle (the session's, lent for the exchange) and everything
+// whose address curl keeps.
 struct Transfer {
   std::shared_ptr<URLSessionDataTask> task;
   CURL* easy = nullptr;
@@ -38,10 +43,7 @@ struct Transfer {
   bool tooLarge = false;
   char errorBuffer[CURL_ERROR_SIZE] = {};
 
-  ~Transfer() {
-    curl_slist_free_all(headers);
-    if (easy != nullptr) curl_easy_cleanup(easy);
-  }
+  ~Transfer() { curl_slist_free_all(headers); }
 };
 
 std::size_t onBody(char* data, std::size_t size, std::size_t count, void* user) {
@@ -82,6 +84,8 @@ struct URLSession::Engine {
   bool shuttingDown = false;
   std::atomic<std::size_t> inFlight{0};
   std::map<CURL*, std::unique_ptr<Transfer>> transfers;
+  // Worker only.
+  std::vector<CURL*> idle;
 
   Engine() {
     initialiseCurlOnce();
@@ -97,7 +101,29 @@ struct URLSession::Engine {
     }
     curl_multi_wakeup(multi);
     worker.join();
+    for (CURL* easy : idle) curl_easy_cleanup(easy);
     curl_multi_cleanup(multi);
+  }
+
+  // A handle with every option at its default: an idle one or a new one.
+  CURL* takeHandle() {
+    if (idle.empty()) return curl_easy_init();
+    CURL* easy = idle.back();
+    idle.pop_back();
+    return easy;
+  }
+
+  // Takes `easy` out of the multi handle and keeps it, reset, for a later exchange: its options
+  // point into the transfer, which is about to go. Reset keeps the handle's buffers; connections
+  // stay in the multi handle's cache either way.
+  void releaseHandle(CURL* easy) {
+    curl_multi_remove_handle(multi, easy);
+    if (idle.size() < kIdleHandles) {
+      curl_easy_reset(easy);
+      idle.push_back(easy);
+    } else {
+      curl_easy_cleanup(easy);
+    }
   }
 
   void complete(const std::shared_ptr<URLSessionDataTask>& task, std::optional<Data> data,
@@ -124,7 +150,7 @@ struct URLSession::Engine {
     }
     auto transfer = std::make_unique<Transfer>();
     transfer->task = task;
-    transfer->easy = curl_easy_init();
+    transfer->easy = takeHandle();
     CURL* easy = transfer->easy;
     curl_easy_setopt(easy, CURLOPT_URL, request.url->absoluteString().c_str());
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
@@ -179,7 +205,6 @@ struct URLSession::Engine {
     auto node = transfers.extract(easy);
     if (node.empty()) return;
     std::unique_ptr<Transfer> transfer = std::move(node.mapped());
-    curl_multi_remove_handle(multi, easy);
     auto task = transfer->task;
     if (result == CURLE_OK) {
       long status = 0;
@@ -187,8 +212,14 @@ struct URLSession::Engine {
       transfer->response.statusCode = status;
       char* effective = nullptr;
       curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &effective);
-      transfer->response.url =
-          effective != nullptr ? URL::URLWithString(effective) : task->request_.url;
+      const auto& requested = task->request_.url;
+      // Without a redirect curl reports the text it was given, whose URL the request holds.
+      if (effective != nullptr && !(requested && requested->absoluteString() == effective)) {
+        transfer->response.url = URL::URLWithString(effective);
+      } else {
+        transfer->response.url = requested;
+      }
+      releaseHandle(easy);
       HTTPURLResponse response = std::move(transfer->response);
       Data body = std::move(transfer->responseBody);
       transfer.reset();
@@ -197,6 +228,7 @@ struct URLSession::Engine {
     }
     long code = result;
     std::string detail = transfer->errorBuffer;
+    releaseHandle(easy);
     if (transfer->tooLarge || result == CURLE_FILESIZE_EXCEEDED) {
       code = CURLE_FILESIZE_EXCEEDED;
       detail = "the body exceeds " + std::to_string(URLSession::kMaximumBodySize) + " bytes";
@@ -212,7 +244,7 @@ struct URLSession::Engine {
     }
     for (CURL* easy : cancelled) {
       auto node = transfers.extract(easy);
-      curl_multi_remove_handle(multi, easy);
+      releaseHandle(easy);
       auto task = node.mapped()->task;
       node.mapped().reset();
       complete(task, std::nullopt, std::nullopt, transportError(kCancelledCode, "cancelled"));
@@ -240,6 +272,11 @@ struct URLSession::Engine {
       int queued = 0;
       while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
         if (message->msg == CURLMSG_DONE) finish(message->easy_handle, message->data.result);
+      }
+      {
+        // Tasks started by the completions above did not wake the worker (see start).
+        std::lock_guard lock(mutex);
+        if (!incoming.empty()) continue;
       }
       curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
     }
@@ -288,7 +325,9 @@ void URLSession::start(std::shared_ptr<URLSessionDataTask> task) {
     std::lock_guard lock(engine_->mutex);
     engine_->incoming.push_back(std::move(task));
   }
-  wake();
+  // A completion handler starting the next exchange (a wrapper chain's next fetch) is on the
+  // worker, which looks at its incoming tasks before it waits again.
+  if (!isDelegateQueue()) wake();
 }
 
 void URLSession::wake() { curl_multi_wakeup(engine_->multi); }

@@ -95,6 +95,43 @@ TEST(URLSession, CompletionsRunOneAtATimeOnOneThread) {
   EXPECT_EQ(threads.size(), 1u);
 }
 
+// Handles are kept between exchanges: nothing of a POST may carry over into the GET that a
+// completion handler starts next (on the worker, which takes the handle the POST just gave back).
+TEST(URLSession, AnExchangeStartedFromACompletionCarriesNothingOfTheOneBefore) {
+  LoopbackServer server;
+  server.respond("/post", {.body = "posted"});
+  server.respond("/get", {.body = "got"});
+  auto session = URLSession::create();
+  URLRequest post(URL::URLWithString(server.url("/post")));
+  post.HTTPMethod = "POST";
+  post.HTTPBody = "{\"a\":1}";
+  post.setValueForHTTPHeaderField("yes", "X-Only-Once");
+  std::promise<std::optional<HTTPURLResponse>> second;
+  session
+      ->dataTaskWithRequest(
+          post,
+          [&](std::optional<Data>, std::optional<HTTPURLResponse>, std::optional<Error>) {
+            session
+                ->dataTaskWithRequest(URLRequest(URL::URLWithString(server.url("/get"))),
+                                      [&](std::optional<Data>, std::optional<HTTPURLResponse> r,
+                                          std::optional<Error>) { second.set_value(r); })
+                ->resume();
+          })
+      ->resume();
+  auto answer = second.get_future();
+  ASSERT_EQ(answer.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  const auto response = answer.get();
+  ASSERT_TRUE(response && response->url);
+  EXPECT_EQ(response->url->absoluteString(), server.url("/get"));
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[0].method, "POST");
+  EXPECT_EQ(requests[0].headers.count("X-Only-Once"), 1u);
+  EXPECT_EQ(requests[1].method, "GET");
+  EXPECT_EQ(requests[1].body, "");
+  EXPECT_EQ(requests[1].headers.count("X-Only-Once"), 0u);
+}
+
 TEST(URLSession, DestroyingASessionCancelsWhatIsStillRunning) {
   LoopbackServer server;
   server.respond("/slow", {.body = "late", .delay = milliseconds(5000)});

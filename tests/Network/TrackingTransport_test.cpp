@@ -246,9 +246,14 @@ TEST_F(TrackingTransportTest, AFullQueueDropsTheOldestAndACorruptFileIsReplaced)
     ZVTrackingQueue queue(queuePath_, 3);
     queue.append({"u1", "u2"}, 100);
     queue.append({"u3", "u4", "u5"}, 101);
+    const auto entries = queue.due(101, 10, {});
     std::vector<std::string> kept;
-    for (const auto& entry : queue.due(101, 10, {})) kept.push_back(entry.url);
-    EXPECT_EQ(kept, (std::vector<std::string>{"u3", "u4", "u5"}));
+    for (const auto& entry : entries) kept.push_back(entry.url);
+    ASSERT_EQ(kept, (std::vector<std::string>{"u3", "u4", "u5"}));
+    // URLs in flight are left out, and so is their due time.
+    queue.retryAt(entries[1].id, 1, 200);
+    EXPECT_EQ(queue.due(101, 1, {entries[0].id}).front().url, "u5");
+    EXPECT_EQ(queue.nextDue({entries[0].id, entries[2].id}), 200);
   }
   EXPECT_EQ(log.entriesContaining("dropped the oldest URL u").size(), 2u);
   EXPECT_EQ(log.entriesContaining("dropped the oldest URL u1").size(), 1u);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -44,9 +45,12 @@ class ZVTrackingQueue {
 
  private:
   bool open(const std::string& path);
+  /// Finalises the statements, then closes the connection.
   void close();
 
+  struct Statements;
   sqlite3* db_ = nullptr;
+  std::unique_ptr<Statements> statements_;
   std::size_t capacity_;
 };
 

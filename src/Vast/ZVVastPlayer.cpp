@@ -19,11 +19,6 @@ namespace {
 constexpr const char* kProgressEvents[] = {"start", "firstQuartile", "midpoint", "thirdQuartile",
                                            "complete"};
 
-// Tracking lists go to the hand-over with a completion that looks at nothing.
-void fetch(const std::vector<std::string>& urls) {
-  ZVInstanceFactory::sharedNetworkhandler()->fetchUrls(urls, nullptr);
-}
-
 // How the platform prints a list of strings in a formatted message.
 std::string describe(const std::vector<std::string>& list) {
   if (list.empty()) return "(\n)";
@@ -38,6 +33,7 @@ std::string describe(const std::vector<std::string>& list) {
 
 std::shared_ptr<ZVVastPlayer> ZVVastPlayer::create(const ZVPlayerConfig& config) {
   std::shared_ptr<ZVVastPlayer> player(new ZVVastPlayer(config.ad));
+  player->networkHandler_ = ZVInstanceFactory::sharedNetworkhandler();
   player->linkResolver_ = ZVLinkResolver::create();
   player->linkResolver_->setDelegate(std::weak_ptr<ZVLinkResolverDelegate>(player->self()));
   player->setBackgroundColor(platform::Color::blackColor());
@@ -93,8 +89,8 @@ std::shared_ptr<ZVVastAdplaying> ZVVastPlayer::vastAdPlayer(const std::shared_pt
 }
 
 void ZVVastPlayer::trackErrors(const Error& error, const std::shared_ptr<ZVVastAd>& ad) {
-  fetch(ad ? ad->aggregatedErrorUrlsbyReplacingErrorWithValue(std::to_string(error.code))
-           : std::vector<std::string>());
+  handOver(ad ? ad->aggregatedErrorUrlsbyReplacingErrorWithValue(std::to_string(error.code))
+              : std::vector<std::string>());
 }
 
 void ZVVastPlayer::playerDidLoad() {
@@ -105,6 +101,10 @@ void ZVVastPlayer::playerDidLoad() {
     ZVViewUtils::alignToParent(view);
   }
   addEventPointsForAd(vastAdPlayer_->ad());
+}
+
+void ZVVastPlayer::handOver(const std::vector<std::string>& urls) {
+  networkHandler_->fetchUrls(urls, nullptr);
 }
 
 void ZVVastPlayer::addEventPointsForAd(const std::shared_ptr<ZVVastAd>& ad) {
@@ -138,7 +138,7 @@ void ZVVastPlayer::playerDidProgress(double seconds) {
            seconds, fired ? point.event.c_str() : "(null)",
            fired ? describe(point.trackers).c_str() : "(null)");
   }
-  fetch(point.trackers);
+  handOver(point.trackers);
 }
 
 void ZVVastPlayer::playerDidStartPlaying() {
@@ -149,14 +149,14 @@ void ZVVastPlayer::playerDidStartPlaying() {
       if (url.is_string()) impressions.push_back(url.get<std::string>());
     }
   }
-  fetch(impressions);
+  handOver(impressions);
   if (auto d = delegate()) d->playerDidStartPlaying();
 }
 
 void ZVVastPlayer::playerDidEndPlaying() {
   const auto ad = vastAdPlayer_ ? vastAdPlayer_->ad() : nullptr;
   // Handed over whether or not the last progress point already did.
-  fetch(ad ? ad->aggregatedTrackersForEvent("complete") : std::vector<std::string>());
+  handOver(ad ? ad->aggregatedTrackersForEvent("complete") : std::vector<std::string>());
   if (auto d = delegate()) d->playerDidEndPlaying();
 }
 
@@ -168,7 +168,7 @@ void ZVVastPlayer::playerDidFailedWithError(const Error& error) {
 void ZVVastPlayer::playerDidIteractedWithTargetUrl(const std::optional<std::string>& url) {
   const auto ad = vastAdPlayer_ ? vastAdPlayer_->ad() : nullptr;
   // Click trackers go only to the tracking transport: without it a click hands nothing over.
-  if (ad && ZorvaSDK::shared()->trackingTransport()) fetch(ad->aggregatedClickTrackers());
+  if (ad && ZorvaSDK::shared()->trackingTransport()) handOver(ad->aggregatedClickTrackers());
   // Asked even without a (valid) click-through, which often sits in CDATA the reader leaves out:
   // the store sheet needs none, and the browser logs that it has nowhere to go.
   linkResolver_->resolve(url ? platform::URL::URLWithString(*url) : std::nullopt,

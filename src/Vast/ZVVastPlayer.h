@@ -18,6 +18,8 @@
 
 namespace zorva {
 
+class ZVNetworkHandler;
+
 /// A progress event not yet fired: when it is due, its name, and its tracking URLs.
 struct ZVTrackingPoint {
   /// Media time, in seconds.
@@ -89,11 +91,17 @@ class ZVVastPlayer : public platform::View,
     return std::static_pointer_cast<ZVVastPlayer>(shared_from_this());
   }
   void parsed(const std::shared_ptr<ZVVast>& vast, const std::optional<Error>& error);
+  /// Gives `urls` to the network handler's tracking hand-over, with a completion that looks at
+  /// nothing.
+  void handOver(const std::vector<std::string>& urls);
 
   std::weak_ptr<ZVAdPlayerDelegate> delegate_;
   std::shared_ptr<ZorvaAd> ad_;
   std::shared_ptr<ZVVastAdplaying> vastAdPlayer_;
   std::shared_ptr<ZVLinkResolver> linkResolver_;
+  // The shared network handler, taken once at creation: a progress report reaches it without
+  // the factory's lock.
+  std::shared_ptr<ZVNetworkHandler> networkHandler_;
   std::vector<ZVTrackingPoint> trackingPoints_;
 };
 

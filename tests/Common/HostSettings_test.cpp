@@ -9,7 +9,6 @@
 #include <zorva/platform/DeviceProfile.h>
 
 #include <atomic>
-#include <functional>
 #include <thread>
 
 #include "Common/ZVAdLoader.h"
@@ -50,43 +49,37 @@ class HostSettingsTest : public testing::Test {
 
 struct Profile {
   const char* name;
-  std::function<platform::DeviceProfile()> make;
+  platform::DeviceProfile (*make)();
   int deviceType;
 };
 
 class DeviceProfileTest : public HostSettingsTest, public testing::WithParamInterface<Profile> {};
 
+// The phone, the default, is the request builder's golden request.
 TEST_P(DeviceProfileTest, TheRequestSaysWhatTheMachineIs) {
   const auto profile = GetParam().make();
   profile.apply();
   const Value device = requestBody()["device"];
+  utsname system{};
+  ASSERT_EQ(uname(&system), 0);
   EXPECT_EQ(device["devicetype"], GetParam().deviceType);
   EXPECT_EQ(device["model"], profile.model);
-  if (profile.make) {
-    utsname system{};
-    ASSERT_EQ(uname(&system), 0);
-    EXPECT_EQ(device["make"], *profile.make);
-    EXPECT_NE(device["make"], "");
-    EXPECT_EQ(device["os"], "Linux");
-    EXPECT_EQ(device["osv"], system.release);
-    EXPECT_EQ(device["w"], 1920);
-    EXPECT_EQ(device["h"], 1080);
-  } else {
-    EXPECT_EQ(device["make"], "Apple");
-    EXPECT_EQ(device["os"], "iOS");
-    EXPECT_EQ(device["osv"], "17.0");
-  }
+  EXPECT_EQ(device["make"], profile.make.value_or("(none)"));
+  EXPECT_NE(device["make"], "");
+  EXPECT_EQ(device["os"], "Linux");
+  EXPECT_EQ(device["osv"], system.release);
+  EXPECT_EQ(device["w"], 1920);
+  EXPECT_EQ(device["h"], 1080);
 }
 
 INSTANTIATE_TEST_SUITE_P(HostSettings, DeviceProfileTest,
-                         testing::Values(Profile{"Phone", platform::DeviceProfile::phone, 4},
-                                         Profile{"Desktop", platform::DeviceProfile::desktop, 2},
+                         testing::Values(Profile{"Desktop", platform::DeviceProfile::desktop, 2},
                                          Profile{"Tv", platform::DeviceProfile::tv, 3},
                                          Profile{"SetTopBox", platform::DeviceProfile::setTopBox,
                                                  7}),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(HostSettingsTest, RegulationsAreSentOnlyWhenAskedInOpenRtb26Form) {
+TEST_F(HostSettingsTest, RegulationsInOpenRtb26FormAndTestModeAreSentOnlyWhenAsked) {
   auto sdk = ZorvaSDK::shared();
   sdk->setCoppa(true);
   sdk->setGdpr(true);
@@ -96,35 +89,24 @@ TEST_F(HostSettingsTest, RegulationsAreSentOnlyWhenAskedInOpenRtb26Form) {
   sdk->setGppSid({2, 6});
   const Value off = requestBody();
   EXPECT_FALSE(off.contains("regs"));
+  EXPECT_FALSE(off.contains("test"));
   EXPECT_EQ(off["user"].dump(), R"({"ext":{"consent":"CPXxRfAPXxRfA"}})");
 
   sdk->setSendRegulations(true);
+  sdk->setTestMode(true);
   const Value on = requestBody();
   EXPECT_EQ(on["regs"].dump(),
             R"({"coppa":1,"gdpr":1,"us_privacy":"1YNN","gpp":"DBABMA~CPXxRfAPXxRfA",)"
             R"("gpp_sid":[2,6]})");
   EXPECT_EQ(on["user"].dump(), R"({"ext":{"consent":"CPXxRfAPXxRfA"},"consent":"CPXxRfAPXxRfA"})");
+  EXPECT_EQ(on["test"], 1);
 }
 
-TEST_F(HostSettingsTest, TestModeMarksTheRequest) {
-  EXPECT_FALSE(requestBody().contains("test"));
-  ZorvaSDK::shared()->setTestMode(true);
-  EXPECT_EQ(requestBody()["test"], 1);
-}
-
+// A transport failure through a banner; and, as the SDK's request builder cannot be made to fail
+// from outside, a builder that fails on a thread of its own.
 class MainQueueCallbacksTest : public HostSettingsTest, public testing::WithParamInterface<bool> {};
 
-TEST_P(MainQueueCallbacksTest, ATransportFailureIsToldOnTheMainQueueOnlyWhenAsked) {
-  ZorvaSDK::shared()->setCallbacksOnMainQueue(GetParam());
-  const test::Heard heard = load(test::unreachableRequest());
-  EXPECT_EQ(heard.name, "fail");
-  EXPECT_EQ(heard.onMainThread, GetParam());
-  EXPECT_EQ(heard.onNetworkThread, !GetParam());
-}
-
-// The request builder of the SDK cannot be made to fail from outside; one that fails on a thread
-// of its own stands for it.
-TEST_P(MainQueueCallbacksTest, ABuildingFailureIsToldOnTheMainQueueOnlyWhenAsked) {
+TEST_P(MainQueueCallbacksTest, FailuresAreToldOnTheMainQueueOnlyWhenAsked) {
   struct FailingBuilder : ZVRequestBuilding {
     void build(Completion completion) override {
       std::thread([&] { completion(std::nullopt, Error("test", 1)); }).join();
@@ -140,6 +122,11 @@ TEST_P(MainQueueCallbacksTest, ABuildingFailureIsToldOnTheMainQueueOnlyWhenAsked
     std::atomic<bool> onMainQueue{false};
   };
   ZorvaSDK::shared()->setCallbacksOnMainQueue(GetParam());
+  const test::Heard heard = load(test::unreachableRequest());
+  EXPECT_EQ(heard.name, "fail");
+  EXPECT_EQ(heard.onMainThread, GetParam());
+  EXPECT_EQ(heard.onNetworkThread, !GetParam());
+
   auto loader = ZVAdLoader::create(std::make_shared<ZVAdLoaderConfig>());
   auto delegate = std::make_shared<Delegate>();
   loader->setDelegate(delegate);
@@ -152,16 +139,18 @@ TEST_P(MainQueueCallbacksTest, ABuildingFailureIsToldOnTheMainQueueOnlyWhenAsked
 INSTANTIATE_TEST_SUITE_P(HostSettings, MainQueueCallbacksTest, testing::Bool(),
                          [](const auto& info) { return info.param ? "On" : "Off"; });
 
-struct NoBid {
+struct Answer {
   const char* name;
   test::LoopbackServer::Response response;
-  // An empty page received, or, with no body, unreadable JSON.
+  // With the setting off: an empty page received or, with no body, unreadable JSON.
   const char* heardWhenOff;
+  // With it on: a no-fill failure.
+  bool noFill;
 };
 
-class NoFillTest : public HostSettingsTest, public testing::WithParamInterface<NoBid> {};
+class NoFillTest : public HostSettingsTest, public testing::WithParamInterface<Answer> {};
 
-TEST_P(NoFillTest, AnAnswerWithoutABidIsANoFillFailureOnlyWhenAsked) {
+TEST_P(NoFillTest, OnlyAnAnswerWithoutABidIsANoFillFailureAndOnlyWhenAsked) {
   server_.respond(test::kServadPath, GetParam().response);
   const test::Heard off = load();
   EXPECT_EQ(off.name, GetParam().heardWhenOff);
@@ -169,6 +158,11 @@ TEST_P(NoFillTest, AnAnswerWithoutABidIsANoFillFailureOnlyWhenAsked) {
 
   ZorvaSDK::shared()->setNoFillAsFailure(true);
   const test::Heard on = load();
+  if (!GetParam().noFill) {
+    EXPECT_EQ(on.name, off.name);
+    EXPECT_FALSE(on.error && ZorvaSDK::isNoFill(*on.error));
+    return;
+  }
   EXPECT_EQ(on.name, "fail");
   EXPECT_TRUE(on.onMainThread);
   ASSERT_TRUE(on.error);
@@ -176,25 +170,16 @@ TEST_P(NoFillTest, AnAnswerWithoutABidIsANoFillFailureOnlyWhenAsked) {
   EXPECT_EQ(on.error->localizedDescription(), "NoAdsError(0) : no fill");
 }
 
+// A real bid and an unreadable answer stay what they were.
 INSTANTIATE_TEST_SUITE_P(
     HostSettings, NoFillTest,
-    testing::Values(NoBid{"EmptyObject", {.body = "{}"}, "receive"},
-                    NoBid{"EmptySeatbid", {.body = R"({"id":"r","seatbid":[]})"}, "receive"},
-                    NoBid{"EmptyBid", {.body = R"({"id":"r","seatbid":[{"bid":[]}]})"}, "receive"},
-                    NoBid{"NoContent", {.status = 204, .body = ""}, "fail"}),
+    testing::Values(
+        Answer{"EmptyObject", {.body = "{}"}, "receive", true},
+        Answer{"EmptyBid", {.body = R"({"id":"r","seatbid":[{"bid":[]}]})"}, "receive", true},
+        Answer{"NoContent", {.status = 204, .body = ""}, "fail", true},
+        Answer{"Bid", {.body = test::bidWithMarkup(test::kDisplayMarkup)}, "receive", false},
+        Answer{"Unreadable", {.body = "<VAST/>"}, "fail", false}),
     [](const auto& info) { return std::string(info.param.name); });
-
-// A real bid and an unreadable answer stay what they were.
-TEST_F(HostSettingsTest, NoFillLeavesBidsAndOtherFailuresAlone) {
-  ZorvaSDK::shared()->setNoFillAsFailure(true);
-  server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup)});
-  EXPECT_EQ(load().name, "receive");
-
-  server_.respond(test::kServadPath, {.body = "<VAST/>"});
-  const test::Heard unreadable = load();
-  ASSERT_TRUE(unreadable.error);
-  EXPECT_FALSE(ZorvaSDK::isNoFill(*unreadable.error));
-}
 
 }  // namespace
 }  // namespace zorva

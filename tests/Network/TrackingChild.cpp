@@ -1,11 +1,9 @@
-// A process that hands one tracking URL over with the tracking transport on, says so on its
-// standard output, and then waits to be killed: the tracking tests kill it with SIGKILL while its
-// request is in flight. Arguments: the queue's file, the URL.
+// A process that hands one tracking URL over with the tracking transport on and then waits to be
+// killed: the tracking tests kill it with SIGKILL while its request is in flight. Arguments: the
+// queue's file, the URL.
 #include <zorva/ZorvaSDK.h>
 
 #include <unistd.h>
-
-#include <cstdio>
 
 #include "Common/ZVInstanceFactory.h"
 #include "Network/ZVNetworkHandler.h"
@@ -16,7 +14,5 @@ int main(int argc, char** argv) {
   sdk->setTrackingQueuePath(argv[1]);
   sdk->setTrackingTransport(true);
   zorva::ZVInstanceFactory::sharedNetworkhandler()->fetchUrls({argv[2]}, nullptr);
-  std::puts("stored");
-  std::fflush(stdout);
   for (;;) pause();
 }

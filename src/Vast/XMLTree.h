@@ -6,6 +6,7 @@
 #include <span>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <zorva/ZVTypes.h>
@@ -106,11 +107,18 @@ class XMLArena {
 };
 
 /// A converted document: the root dictionary and the storage behind every node under it. Moving
-/// a tree keeps its nodes where they are.
+/// a tree keeps its nodes where they are and leaves the moved-from tree empty.
 class XMLTree {
  public:
   /// An empty tree: its root is a null node.
   XMLTree() = default;
+  XMLTree(XMLTree&& other) noexcept
+      : arena_(std::move(other.arena_)), root_(std::exchange(other.root_, XMLNode())) {}
+  XMLTree& operator=(XMLTree&& other) noexcept {
+    arena_ = std::move(other.arena_);
+    root_ = std::exchange(other.root_, XMLNode());
+    return *this;
+  }
 
   const XMLNode& root() const { return root_; }
   const XMLNode* find(std::string_view key) const { return root_.find(key); }

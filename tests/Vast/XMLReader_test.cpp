@@ -27,11 +27,15 @@ Error failure(const std::string& xml, unsigned long options = 0) {
 }
 
 TEST(XMLReaderTree, AttributesChildrenAndOneThenArrayPromotion) {
-  const auto tree = read(R"(<A k="v"><One x="1"/><Two n="1"/><Two n="2"/><Two n="3"/></A>)");
+  auto tree = read(R"(<A k="v"><One x="1"/><Two n="1"/><Two n="2"/><Two n="3"/></A>)");
   EXPECT_EQ(tree.root().toValue(), Value::parse(R"({"A": {"k": "v", "One": {"x": "1"},
       "Two": [{"n": "1"}, {"n": "2"}, {"n": "3"}]}})"));
   EXPECT_EQ(XMLReader::objectsForPath("A/One", tree.root()).size(), 1u);
   EXPECT_EQ(XMLReader::objectsForPath("A/Two", tree.root()).size(), 3u);
+  // A moved tree keeps its nodes; the one it left is empty rather than pointing into them.
+  auto moved = std::move(tree);
+  EXPECT_EQ(moved["A"]["One"]["x"].string(), "1");
+  EXPECT_TRUE(tree.root().isNull());  // NOLINT(bugprone-use-after-move)
 }
 
 TEST(XMLReaderTree, TextIsTrimmedAndCarriedIntoTheNextElementThatEnds) {

@@ -11,6 +11,14 @@ namespace {
   std::fprintf(stderr, "zorva::platform::MainQueue: %s\n", what);
   std::abort();
 }
+
+// Wakes the main thread after work was added, without the queue's lock held: the loop is read
+// in the same locked section that added the work, so a waiter woken here does not find the lock
+// taken again by the thread that woke it and sleep a second time.
+void wakeUp(std::condition_variable& wake, const std::shared_ptr<EventLoop>& loop) {
+  wake.notify_all();
+  if (loop) loop->wake();
+}
 }  // namespace
 
 void Timer::invalidate() {
@@ -48,11 +56,13 @@ MainQueue::MainQueue()
 MainQueue::~MainQueue() = default;
 
 void MainQueue::post(std::function<void()> task) {
+  std::shared_ptr<EventLoop> loop;
   {
     std::lock_guard lock(mutex_);
     tasks_.push_back(std::move(task));
+    loop = eventLoop_;
   }
-  wakeWaiters();
+  wakeUp(wake_, loop);
 }
 
 std::shared_ptr<Timer> MainQueue::scheduleTimer(Duration delay, std::function<void()> action) {
@@ -61,13 +71,15 @@ std::shared_ptr<Timer> MainQueue::scheduleTimer(Duration delay, std::function<vo
   // A delay past the end of the clock's range means the end of it, not an overflow into the past.
   const TimePoint fireDate = delay < TimePoint::max() - now ? now + delay : TimePoint::max();
   std::shared_ptr<Timer> timer(new Timer(fireDate, Duration::zero(), std::move(action)));
+  std::shared_ptr<EventLoop> loop;
   {
     std::lock_guard lock(mutex_);
     timer->queue_ = this;
     timer->sequence_ = nextSequence_++;
     timers_.emplace(TimerKey{timer->fireDate_, timer->sequence_}, timer);
+    loop = eventLoop_;
   }
-  wakeWaiters();
+  wakeUp(wake_, loop);
   return timer;
 }
 
@@ -75,24 +87,25 @@ std::shared_ptr<Timer> MainQueue::scheduleRepeatingTimer(Duration interval,
                                                          std::function<void()> action) {
   interval = std::max(interval, kMinimumTimerInterval);
   std::shared_ptr<Timer> timer(new Timer(clock_->now() + interval, interval, std::move(action)));
+  std::shared_ptr<EventLoop> loop;
   {
     std::lock_guard lock(mutex_);
     timer->queue_ = this;
     timer->sequence_ = nextSequence_++;
     timers_.emplace(TimerKey{timer->fireDate_, timer->sequence_}, timer);
+    loop = eventLoop_;
   }
-  wakeWaiters();
+  wakeUp(wake_, loop);
   return timer;
 }
 
 void MainQueue::wakeWaiters() {
-  wake_.notify_all();
   std::shared_ptr<EventLoop> loop;
   {
     std::lock_guard lock(mutex_);
     loop = eventLoop_;
   }
-  if (loop) loop->wake();
+  wakeUp(wake_, loop);
 }
 
 void MainQueue::waitUntil(std::unique_lock<std::mutex>& lock, TimePoint deadline) {

@@ -219,11 +219,11 @@ struct URLSession::Engine {
       } else {
         transfer->response.url = requested;
       }
+      // The answer goes out first; the handle and the transfer are put away while its reader
+      // works on it.
+      complete(task, std::move(transfer->responseBody), std::move(transfer->response),
+               std::nullopt);
       releaseHandle(easy);
-      HTTPURLResponse response = std::move(transfer->response);
-      Data body = std::move(transfer->responseBody);
-      transfer.reset();
-      complete(task, std::move(body), std::move(response), std::nullopt);
       return;
     }
     long code = result;

@@ -71,7 +71,7 @@ void ZVAdLoader::makeRequest(const platform::URLRequest& request) {
           self->tellFailure(*error);
           return;
         }
-        const Data body = data.value_or(Data());
+        const Data body = std::move(data).value_or(Data());
         if (ZVLog::level() >= 3) {
           ZV_LOG(3, "-[ZVAdLoader makeRequest:]_block_invoke", "\nResponse - %s\n",
                  platform::describe(platform::stringFromUTF8Data(body)).c_str());

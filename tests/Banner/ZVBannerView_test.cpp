@@ -23,17 +23,6 @@ using platform::MainQueue;
 using platform::seconds;
 using test::Recorder;
 
-std::shared_ptr<ZVBannerViewDelegate> recordingDelegate(Recorder& recorder) {
-  auto delegate = std::make_shared<ZVBannerViewDelegate>();
-  delegate->bannerViewDidReceiveAd = [&recorder](ZVBannerView&) { recorder.note("receive"); };
-  delegate->bannerViewDidFailToReceiveAdWithError = [&recorder](ZVBannerView&, const Error&) {
-    recorder.note("fail");
-  };
-  delegate->bannerViewWillPresentModal = [&recorder](ZVBannerView&) { recorder.note("present"); };
-  delegate->bannerViewDidDismissModal = [&recorder](ZVBannerView&) { recorder.note("dismiss"); };
-  return delegate;
-}
-
 class BannerTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -56,7 +45,8 @@ class BannerTest : public ::testing::Test {
   std::shared_ptr<platform::VirtualClock> clock_;
   test::LoopbackServer server_;
   Recorder recorder_;
-  std::shared_ptr<ZVBannerViewDelegate> delegate_ = recordingDelegate(recorder_);
+  std::shared_ptr<ZVBannerViewDelegate> delegate_ =
+      test::recordingBannerDelegate<ZVBannerViewDelegate>(recorder_);
 };
 
 TEST_F(BannerTest, ALoadedAdsViewIsPinnedInsideTheBannerBeforeTheAppHears) {

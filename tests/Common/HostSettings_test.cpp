@@ -24,10 +24,6 @@ class HostSettingsTest : public testing::Test {
   test::Heard load(std::shared_ptr<ZVAdRequest> request = nullptr) {
     auto banner =
         ZVBannerView::create(request ? request : test::requestFor(server_), ZVAdSize{320, 50});
-    delegate_->bannerViewDidReceiveAd = [this](ZVBannerView&) { recorder_.note("receive"); };
-    delegate_->bannerViewDidFailToReceiveAdWithError = [this](ZVBannerView&, const Error& error) {
-      recorder_.note("fail", error);
-    };
     banner->setDelegate(delegate_);
     const std::size_t before = recorder_.heard().size();
     banner->loadAd();
@@ -44,7 +40,8 @@ class HostSettingsTest : public testing::Test {
 
   test::LoopbackServer server_;
   test::Recorder recorder_;
-  std::shared_ptr<ZVBannerViewDelegate> delegate_ = std::make_shared<ZVBannerViewDelegate>();
+  std::shared_ptr<ZVBannerViewDelegate> delegate_ =
+      test::recordingBannerDelegate<ZVBannerViewDelegate>(recorder_);
 };
 
 struct Profile {

@@ -94,9 +94,6 @@ class GtkHostTest : public OnScreenTest {
                                                 320, 50, store ? kStoreExt : Value())});
     auto banner = ZVBannerView::create(test::requestFor(server), ZVAdSize{320, 50});
     banner->setFrame(frame);
-    delegate->bannerViewDidReceiveAd = [this](ZVBannerView&) { recorder.note("receive"); };
-    delegate->bannerViewWillPresentModal = [this](ZVBannerView&) { recorder.note("present"); };
-    delegate->bannerViewDidDismissModal = [this](ZVBannerView&) { recorder.note("dismiss"); };
     banner->setDelegate(delegate);
     host->rootViewController()->view()->addSubview(banner);
     banner->loadAd();
@@ -104,7 +101,8 @@ class GtkHostTest : public OnScreenTest {
   }
 
   test::Recorder recorder;
-  std::shared_ptr<ZVBannerViewDelegate> delegate = std::make_shared<ZVBannerViewDelegate>();
+  std::shared_ptr<ZVBannerViewDelegate> delegate =
+      test::recordingBannerDelegate<ZVBannerViewDelegate>(recorder);
 };
 
 TEST_F(GtkHostTest, DrawsTheTreeAndDeliversClicksToTheViewUnderThePointer) {
@@ -260,10 +258,8 @@ TEST_F(GtkHostTest, AnInterstitialCoversTheWindowFollowsItsSizeAndItsXTakesItDow
   server.respond(test::kServadPath,
                  {.body = test::bidWithMarkup(solidCreative("#ff0000", server.url("/landing")))});
   auto interstitial = ZVInterstitialAd::create(test::requestFor(server));
-  auto listener = std::make_shared<ZVInterstitialAdDelegate>();
-  listener->interstitialDidReceiveAd = [&](ZVInterstitialAd&) { recorder.note("receive"); };
+  auto listener = test::recordingInterstitialDelegate(recorder);
   listener->interstitialWillPresentAd = [&](ZVInterstitialAd&) { recorder.note("present"); };
-  listener->interstitialDidDismissAd = [&](ZVInterstitialAd&) { recorder.note("dismiss"); };
   interstitial->setDelegate(listener);
   interstitial->loadAd();
   ASSERT_TRUE(waitUntil([&] { return recorder.count("receive") == 1; }));

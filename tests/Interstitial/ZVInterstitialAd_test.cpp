@@ -91,20 +91,6 @@ TEST_F(InterstitialTest, AVideoInterstitialAsksForVideoAndShowsTheVastPlayer) {
   EXPECT_EQ(ad->state(), 2);
 }
 
-// The failure is a transport failure, told on the network thread.
-TEST_F(InterstitialTest, AFailedLoadMakesItLoadableAgain) {
-  auto request = test::unreachableRequest();
-  auto ad = makeAd(request);
-  ad->loadAd();
-  ASSERT_TRUE(waitFor("fail"));
-  EXPECT_FALSE(recorder_.heard()[0].onMainThread);
-  EXPECT_EQ(ad->state(), 0);
-  request->serverUrl = server_.url(test::kServadPath);
-  ad->loadAd();
-  ASSERT_TRUE(waitFor("receive"));
-  EXPECT_EQ(ad->state(), 2);
-}
-
 TEST_F(InterstitialTest, ShowingBeforeALoadPresentsAnEmptyModal) {
   auto ad = makeAd();
   // Without a presenter the modal controller is still made and kept; nothing is presented.

@@ -23,22 +23,6 @@ using platform::MainQueue;
 using platform::seconds;
 using test::Recorder;
 
-std::shared_ptr<ZVInBannerVideoDelegate> recordingDelegate(Recorder& recorder) {
-  auto delegate = std::make_shared<ZVInBannerVideoDelegate>();
-  delegate->bannerViewDidReceiveAd = [&recorder](ZVInBannerVideo&) { recorder.note("receive"); };
-  delegate->bannerViewDidFailToReceiveAdWithError = [&recorder](ZVInBannerVideo&, const Error&) {
-    recorder.note("fail");
-  };
-  delegate->bannerViewWillPresentModal = [&recorder](ZVInBannerVideo&) {
-    recorder.note("present");
-  };
-  delegate->bannerViewDidDismissModal = [&recorder](ZVInBannerVideo&) { recorder.note("dismiss"); };
-  delegate->bannerViewDidFinishPlayingAd = [&recorder](ZVInBannerVideo&) {
-    recorder.note("finish");
-  };
-  return delegate;
-}
-
 class InBannerVideoTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -61,7 +45,8 @@ class InBannerVideoTest : public ::testing::Test {
   std::shared_ptr<test::ObservingNetworkHandler> handler_;
   test::LoopbackServer server_;
   Recorder recorder_;
-  std::shared_ptr<ZVInBannerVideoDelegate> delegate_ = recordingDelegate(recorder_);
+  std::shared_ptr<ZVInBannerVideoDelegate> delegate_ =
+      test::recordingBannerDelegate<ZVInBannerVideoDelegate>(recorder_);
   std::shared_ptr<platform::ViewController> root_ = platform::ViewController::create();
   std::shared_ptr<platform::Window> window_ = platform::DeviceProfile::phone().makeKeyWindow(root_);
 };

@@ -8,11 +8,8 @@
 #include <zorva/ZorvaSDK.h>
 #include <zorva/platform/DeviceProfile.h>
 
-#include <atomic>
-#include <thread>
-
-#include "Common/ZVAdLoader.h"
 #include "support/AdFormatTesting.h"
+#include "support/AdLoaderTesting.h"
 #include "support/TestEnvironment.h"
 
 namespace zorva {
@@ -24,10 +21,6 @@ class HostSettingsTest : public testing::Test {
   test::Heard load(std::shared_ptr<ZVAdRequest> request = nullptr) {
     auto banner =
         ZVBannerView::create(request ? request : test::requestFor(server_), ZVAdSize{320, 50});
-    delegate_->bannerViewDidReceiveAd = [this](ZVBannerView&) { recorder_.note("receive"); };
-    delegate_->bannerViewDidFailToReceiveAdWithError = [this](ZVBannerView&, const Error& error) {
-      recorder_.note("fail", error);
-    };
     banner->setDelegate(delegate_);
     const std::size_t before = recorder_.heard().size();
     banner->loadAd();
@@ -44,7 +37,8 @@ class HostSettingsTest : public testing::Test {
 
   test::LoopbackServer server_;
   test::Recorder recorder_;
-  std::shared_ptr<ZVBannerViewDelegate> delegate_ = std::make_shared<ZVBannerViewDelegate>();
+  std::shared_ptr<ZVBannerViewDelegate> delegate_ =
+      test::recordingBannerDelegate<ZVBannerViewDelegate>(recorder_);
 };
 
 struct Profile {
@@ -107,33 +101,18 @@ TEST_F(HostSettingsTest, RegulationsInOpenRtb26FormAndTestModeAreSentOnlyWhenAsk
 class MainQueueCallbacksTest : public HostSettingsTest, public testing::WithParamInterface<bool> {};
 
 TEST_P(MainQueueCallbacksTest, FailuresAreToldOnTheMainQueueOnlyWhenAsked) {
-  struct FailingBuilder : ZVRequestBuilding {
-    void build(Completion completion) override {
-      std::thread([&] { completion(std::nullopt, Error("test", 1)); }).join();
-    }
-  };
-  struct Delegate : ZVAdLoaderDelegate {
-    void didReceiveAd(std::shared_ptr<ZorvaAd>) override {}
-    void didFailToReceivedAd(const Error&) override {
-      onMainQueue = platform::MainQueue::shared().isCurrent();
-      ++calls;
-    }
-    std::atomic<int> calls{0};
-    std::atomic<bool> onMainQueue{false};
-  };
   ZorvaSDK::shared()->setCallbacksOnMainQueue(GetParam());
   const test::Heard heard = load(test::unreachableRequest());
   EXPECT_EQ(heard.name, "fail");
   EXPECT_EQ(heard.onMainThread, GetParam());
   EXPECT_EQ(heard.onNetworkThread, !GetParam());
 
-  auto loader = ZVAdLoader::create(std::make_shared<ZVAdLoaderConfig>());
-  auto delegate = std::make_shared<Delegate>();
-  loader->setDelegate(delegate);
-  loader->setRequestBuilder(std::make_shared<FailingBuilder>());
-  loader->load();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return delegate->calls > 0; }));
-  EXPECT_EQ(delegate->onMainQueue, GetParam());
+  auto builder = std::make_shared<test::FixedRequestBuilder>("http://127.0.0.1:1/");
+  builder->failure = Error("test", 1);
+  test::Load failing(builder);
+  failing.loader->load();
+  ASSERT_TRUE(failing.delegate->waitForCall());
+  EXPECT_EQ(failing.delegate->onMainQueue, GetParam());
 }
 
 INSTANTIATE_TEST_SUITE_P(HostSettings, MainQueueCallbacksTest, testing::Bool(),

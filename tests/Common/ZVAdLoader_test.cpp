@@ -4,10 +4,9 @@
 
 #include <zorva/platform/MainQueue.h>
 
-#include <thread>
 #include <tuple>
 
-#include "Common/ZVAdLoader.h"
+#include "support/AdLoaderTesting.h"
 #include "support/LoopbackServer.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
@@ -16,82 +15,10 @@ namespace zorva {
 namespace {
 
 using std::chrono::milliseconds;
+using test::FixedRequestBuilder;
+using test::Load;
 using test::LoopbackServer;
-
-// Hands the loader a fixed POST, or fails on a thread of its own.
-class FixedRequestBuilder : public ZVRequestBuilding {
- public:
-  explicit FixedRequestBuilder(std::string url, double timeout = 10) {
-    request_.url = platform::URL::URLWithString(url);
-    request_.HTTPMethod = "POST";
-    request_.HTTPBody = R"({"id":"req"})";
-    request_.timeoutInterval = timeout;
-  }
-  std::optional<Error> failure;
-  std::thread::id failureThread;
-
-  void build(Completion completion) override {
-    if (!failure) {
-      completion(request_, std::nullopt);
-      return;
-    }
-    std::thread worker([this, completion] {
-      failureThread = std::this_thread::get_id();
-      completion(std::nullopt, failure);
-    });
-    worker.join();
-  }
-
- private:
-  platform::URLRequest request_;
-};
-
-class RecordingDelegate : public ZVAdLoaderDelegate {
- public:
-  void didReceiveAd(std::shared_ptr<ZorvaAd> ad) override {
-    record([&] { this->ad = std::move(ad); });
-  }
-  void didFailToReceivedAd(const Error& e) override {
-    record([&] { error = e; });
-  }
-
-  bool done() const {
-    std::lock_guard lock(mutex);
-    return calls > 0;
-  }
-  // Waits for the first call, running the main queue meanwhile.
-  bool waitForCall() {
-    return test::runMainQueueUntil([this] { return done(); });
-  }
-
-  mutable std::mutex mutex;
-  int calls = 0;
-  std::shared_ptr<ZorvaAd> ad;
-  std::optional<Error> error;
-  bool onMainQueue = false;
-  std::thread::id thread;
-
- private:
-  template <typename F>
-  void record(F&& f) {
-    std::lock_guard lock(mutex);
-    ++calls;
-    onMainQueue = platform::MainQueue::shared().isCurrent();
-    thread = std::this_thread::get_id();
-    f();
-  }
-};
-
-struct Load {
-  std::shared_ptr<ZVAdLoader> loader = ZVAdLoader::create(std::make_shared<ZVAdLoaderConfig>());
-  std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
-  std::shared_ptr<FixedRequestBuilder> builder;
-
-  explicit Load(std::shared_ptr<FixedRequestBuilder> b) : builder(std::move(b)) {
-    loader->setDelegate(delegate);
-    loader->setRequestBuilder(builder);
-  }
-};
+using test::RecordingLoaderDelegate;
 
 Load loadFrom(LoopbackServer& server, const std::string& path, LoopbackServer::Response response) {
   server.respond(path, std::move(response));
@@ -213,7 +140,7 @@ TEST(ZVAdLoader, AnOwnerReleasedBeforeTheMainQueueRunsIsNotCalled) {
   server.respond("/bid", {.body = kBid});
   auto network = test::ObservingNetworkHandler::install();
   Load load(std::make_shared<FixedRequestBuilder>(server.url("/bid")));
-  std::weak_ptr<RecordingDelegate> watch = load.delegate;
+  std::weak_ptr<RecordingLoaderDelegate> watch = load.delegate;
   load.loader->load();
   ASSERT_TRUE(network->waitForCompletedFetches(1, milliseconds(5000)));
   load.delegate.reset();  // the ad object goes away while its answer waits on the main queue

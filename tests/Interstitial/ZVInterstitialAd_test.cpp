@@ -19,17 +19,6 @@ namespace {
 using platform::MainQueue;
 using test::Recorder;
 
-std::shared_ptr<ZVInterstitialAdDelegate> recordingDelegate(Recorder& recorder) {
-  auto delegate = std::make_shared<ZVInterstitialAdDelegate>();
-  delegate->interstitialDidReceiveAd = [&recorder](ZVInterstitialAd&) { recorder.note("receive"); };
-  delegate->interstitialDidFailToReceiveAdWithError = [&recorder](ZVInterstitialAd&, const Error&) {
-    recorder.note("fail");
-  };
-  delegate->interstitialDidClickAd = [&recorder](ZVInterstitialAd&) { recorder.note("click"); };
-  delegate->interstitialDidDismissAd = [&recorder](ZVInterstitialAd&) { recorder.note("dismiss"); };
-  return delegate;
-}
-
 class InterstitialTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -48,7 +37,8 @@ class InterstitialTest : public ::testing::Test {
 
   test::LoopbackServer server_;
   Recorder recorder_;
-  std::shared_ptr<ZVInterstitialAdDelegate> delegate_ = recordingDelegate(recorder_);
+  std::shared_ptr<ZVInterstitialAdDelegate> delegate_ =
+      test::recordingInterstitialDelegate(recorder_);
   std::shared_ptr<platform::ViewController> root_ = platform::ViewController::create();
   std::shared_ptr<platform::Window> window_;
 };
@@ -98,20 +88,6 @@ TEST_F(InterstitialTest, AVideoInterstitialAsksForVideoAndShowsTheVastPlayer) {
 
   ad->showFromViewController(root_);
   EXPECT_EQ(view->window(), window_);
-  EXPECT_EQ(ad->state(), 2);
-}
-
-// The failure is a transport failure, told on the network thread.
-TEST_F(InterstitialTest, AFailedLoadMakesItLoadableAgain) {
-  auto request = test::unreachableRequest();
-  auto ad = makeAd(request);
-  ad->loadAd();
-  ASSERT_TRUE(waitFor("fail"));
-  EXPECT_FALSE(recorder_.heard()[0].onMainThread);
-  EXPECT_EQ(ad->state(), 0);
-  request->serverUrl = server_.url(test::kServadPath);
-  ad->loadAd();
-  ASSERT_TRUE(waitFor("receive"));
   EXPECT_EQ(ad->state(), 2);
 }
 

@@ -110,17 +110,13 @@ class TrackedInterstitialTest : public TrackingTransportTest {
     server_.respond(test::kServadPath, {.body = test::bidWithMarkup(markup)});
     auto root = platform::ViewController::create();
     auto window = platform::DeviceProfile::phone().makeKeyWindow(root);
-    auto delegate = std::make_shared<ZVInterstitialAdDelegate>();
-    bool answered = false;
-    delegate->interstitialDidReceiveAd = [&](ZVInterstitialAd&) { answered = true; };
-    delegate->interstitialDidFailToReceiveAdWithError = [&](ZVInterstitialAd&, const Error&) {
-      answered = true;
-    };
+    test::Recorder recorder;
+    auto delegate = test::recordingInterstitialDelegate(recorder);
     auto ad = ZVInterstitialAd::create(test::requestFor(server_));
     ad->setDelegate(delegate);
     ad->setSwitchToVideo(true);
     ad->loadAd();
-    ASSERT_TRUE(test::runMainQueueUntil([&] { return answered; }));
+    ASSERT_TRUE(test::runMainQueueUntil([&] { return !recorder.heard().empty(); }));
     ad->showFromViewController(root);
     platform::MainQueue::shared().advanceBy(16s);
   }

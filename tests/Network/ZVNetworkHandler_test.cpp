@@ -30,15 +30,6 @@ TEST(ZVNetworkHandler, FetchesByGetAndLogsTheBodyAtInfoLevel) {
   EXPECT_EQ(log.entriesContaining("<VAST/>").size(), 1u);
 }
 
-TEST(ZVNetworkHandler, AnInvalidUrlFailsInTheTransport) {
-  std::promise<std::optional<Error>> done;
-  ZVInstanceFactory::sharedNetworkhandler()->fetchUrlString(
-      "not a url", [&](std::optional<Data>, std::optional<Error> e) { done.set_value(e); });
-  auto error = done.get_future().get();
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->domain, "libcurl");
-}
-
 TEST(ZVNetworkHandler, TrackingHandOverSendsNothingAndNeverCallsBack) {
   test::LoopbackServer server;
   server.respond("/track", {.body = "ok"});

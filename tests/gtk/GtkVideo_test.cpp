@@ -96,12 +96,11 @@ class GtkVideoTest : public OnScreenTest {
 TEST_F(GtkVideoTest, AnInterstitialVideoPlaysOnScreenFittedUnderItsBarAndTheX) {
   auto interstitial = ZVInterstitialAd::create(test::requestFor(server));
   interstitial->setSwitchToVideo(true);
-  auto listener = std::make_shared<ZVInterstitialAdDelegate>();
-  bool received = false;
-  listener->interstitialDidReceiveAd = [&](ZVInterstitialAd&) { received = true; };
+  test::Recorder recorder;
+  auto listener = test::recordingInterstitialDelegate(recorder);
   interstitial->setDelegate(listener);
   interstitial->loadAd();
-  ASSERT_TRUE(waitUntil([&] { return received; }));
+  ASSERT_TRUE(waitUntil([&] { return recorder.count("receive") == 1; }));
   interstitial->showFromViewController(host->rootViewController());
   const Watch watch = watchPlayback(200, 300);
 
@@ -129,13 +128,12 @@ TEST_F(GtkVideoTest, AnInterstitialVideoPlaysOnScreenFittedUnderItsBarAndTheX) {
 TEST_F(GtkVideoTest, AnInBannerVideoPlaysInItsFrameAndReleasingItMidPlayStopsTheVideo) {
   auto video = ZVInBannerVideo::create(test::requestFor(server), ZVAdSize{320, 180});
   video->setFrame(Rect(40, 100, 320, 180));
-  auto listener = std::make_shared<ZVInBannerVideoDelegate>();
-  bool received = false;
-  listener->bannerViewDidReceiveAd = [&](ZVInBannerVideo&) { received = true; };
+  test::Recorder recorder;
+  auto listener = test::recordingBannerDelegate<ZVInBannerVideoDelegate>(recorder);
   video->setDelegate(listener);
   host->rootViewController()->view()->addSubview(video);
   video->loadAd();
-  ASSERT_TRUE(waitUntil([&] { return received; }));
+  ASSERT_TRUE(waitUntil([&] { return recorder.count("receive") == 1; }));
   video->playAd();
   // 16:9 in 320 x 180 fills the frame exactly; outside it the app's window shows.
   ASSERT_TRUE(waitForPixel(200, 190, kRed, 60, std::chrono::seconds(10)));

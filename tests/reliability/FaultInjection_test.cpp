@@ -94,11 +94,6 @@ class FaultInjection : public ::testing::TestWithParam<Case> {
 
   std::shared_ptr<ZVInterstitialAd> makeInterstitial(std::shared_ptr<ZVAdRequest> request) {
     auto ad = ZVInterstitialAd::create(std::move(request));
-    interstitialDelegate_->interstitialDidReceiveAd = [this](ZVInterstitialAd&) {
-      recorder_.note("ad");
-    };
-    interstitialDelegate_->interstitialDidFailToReceiveAdWithError =
-        [this](ZVInterstitialAd&, const Error& error) { recorder_.note("fail", error); };
     ad->setDelegate(interstitialDelegate_);
     return ad;
   }
@@ -115,7 +110,7 @@ class FaultInjection : public ::testing::TestWithParam<Case> {
     EXPECT_GE(hostile_->connections(), 1u);
     if (recorder_.heard().empty()) return false;
     const test::Heard first = recorder_.heard()[0];
-    EXPECT_EQ(first.name, expected.heard == Heard::Ad ? "ad" : "fail");
+    EXPECT_EQ(first.name, expected.heard == Heard::Ad ? "receive" : "fail");
     EXPECT_EQ(first.onMainThread, expected.heard != Heard::FailOnNetwork);
     EXPECT_EQ(first.onNetworkThread, expected.heard == Heard::FailOnNetwork);
     if (expected.code != 0 && first.error) {
@@ -131,7 +126,7 @@ class FaultInjection : public ::testing::TestWithParam<Case> {
     platform::MainQueue::shared().runUntilIdle();
     const auto heard = recorder_.heard();
     ASSERT_EQ(heard.size(), 2u);
-    EXPECT_EQ(heard[1].name, "ad");
+    EXPECT_EQ(heard[1].name, "receive");
   }
 
   std::shared_ptr<test::ObservingNetworkHandler> handler_;
@@ -139,20 +134,16 @@ class FaultInjection : public ::testing::TestWithParam<Case> {
   std::unique_ptr<tools::HostileServer> hostile_;
   std::shared_ptr<platform::ViewController> root_ = platform::ViewController::create();
   std::shared_ptr<platform::Window> window_;
-  std::shared_ptr<ZVInterstitialAdDelegate> interstitialDelegate_ =
-      std::make_shared<ZVInterstitialAdDelegate>();
   test::Recorder recorder_;
+  std::shared_ptr<ZVInterstitialAdDelegate> interstitialDelegate_ =
+      test::recordingInterstitialDelegate(recorder_);
 };
 
 TEST_P(FaultInjection, BannerBidRequest) {
   startHostile(test::bidWithMarkup(test::kDisplayMarkup), "application/json");
   auto request = test::requestTo(hostile_->baseUrl() + test::kServadPath, kTimeout);
   auto banner = ZVBannerView::create(request, ZVAdSize{320, 50});
-  auto delegate = std::make_shared<ZVBannerViewDelegate>();
-  delegate->bannerViewDidReceiveAd = [this](ZVBannerView&) { recorder_.note("ad"); };
-  delegate->bannerViewDidFailToReceiveAdWithError = [this](ZVBannerView&, const Error& error) {
-    recorder_.note("fail", error);
-  };
+  auto delegate = test::recordingBannerDelegate<ZVBannerViewDelegate>(recorder_);
   banner->setDelegate(delegate);
   if (!firstCallbackIs(GetParam().bid, [&] { banner->loadAd(); })) return;
   EXPECT_EQ(banner->state(), 0);

@@ -4,6 +4,9 @@
 // thread-aware record of the callbacks an app hears, and a view that notes where it died.
 
 #include <zorva/ZVAdRequest.h>
+#include <zorva/ZVBannerView.h>
+#include <zorva/ZVInBannerVideo.h>
+#include <zorva/ZVInterstitialAd.h>
 #include <zorva/ZVTypes.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/URLSession.h>
@@ -91,6 +94,36 @@ class Recorder {
   mutable std::mutex mutex_;
   std::vector<Heard> heard_;
 };
+
+/// A banner's or an in-banner video's delegate that notes every callback in `recorder`:
+/// "receive", "fail" (with its error), "present", "dismiss", and a video's "finish".
+template <typename Delegate>
+std::shared_ptr<Delegate> recordingBannerDelegate(Recorder& recorder) {
+  auto delegate = std::make_shared<Delegate>();
+  delegate->bannerViewDidReceiveAd = [&recorder](auto&) { recorder.note("receive"); };
+  delegate->bannerViewDidFailToReceiveAdWithError = [&recorder](auto&, const Error& error) {
+    recorder.note("fail", error);
+  };
+  delegate->bannerViewWillPresentModal = [&recorder](auto&) { recorder.note("present"); };
+  delegate->bannerViewDidDismissModal = [&recorder](auto&) { recorder.note("dismiss"); };
+  if constexpr (requires { delegate->bannerViewDidFinishPlayingAd; }) {
+    delegate->bannerViewDidFinishPlayingAd = [&recorder](auto&) { recorder.note("finish"); };
+  }
+  return delegate;
+}
+
+/// An interstitial's delegate that notes "receive", "fail" (with its error), "click" and
+/// "dismiss" in `recorder`; it does not listen for the presentation.
+inline std::shared_ptr<ZVInterstitialAdDelegate> recordingInterstitialDelegate(Recorder& recorder) {
+  auto delegate = std::make_shared<ZVInterstitialAdDelegate>();
+  delegate->interstitialDidReceiveAd = [&recorder](auto&) { recorder.note("receive"); };
+  delegate->interstitialDidFailToReceiveAdWithError = [&recorder](auto&, const Error& error) {
+    recorder.note("fail", error);
+  };
+  delegate->interstitialDidClickAd = [&recorder](auto&) { recorder.note("click"); };
+  delegate->interstitialDidDismissAd = [&recorder](auto&) { recorder.note("dismiss"); };
+  return delegate;
+}
 
 /// The first web view in `view`'s tree (the view itself included).
 inline std::shared_ptr<platform::WebView> findWebView(const std::shared_ptr<platform::View>& view) {

@@ -212,12 +212,11 @@ TEST_F(WebKitTest, ABannerIsRenderedByWebKitPastAnAlertAndTheBidCarriesWebKitsUs
       test::kServadPath,
       {.body = test::bidWithMarkup("<p id='ad'>Zorva banner</p><script>alert('hi');</script>")});
   auto banner = ZVBannerView::create(test::requestFor(server), ZVAdSize{320, 50});
-  auto listener = std::make_shared<ZVBannerViewDelegate>();
-  int received = 0;
-  listener->bannerViewDidReceiveAd = [&](ZVBannerView&) { ++received; };
+  test::Recorder recorder;
+  auto listener = test::recordingBannerDelegate<ZVBannerViewDelegate>(recorder);
   banner->setDelegate(listener);
   banner->loadAd();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return received > 0; }));
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder.count("receive") > 0; }));
   auto webView = test::findWebView(banner);
   ASSERT_TRUE(webView && engineOf(*webView));
   EXPECT_EQ(engineOf(*webView)->renderedSize(), (Size{320, 50}));
@@ -227,7 +226,7 @@ TEST_F(WebKitTest, ABannerIsRenderedByWebKitPastAnAlertAndTheBidCarriesWebKitsUs
   EXPECT_NE(agent.find("AppleWebKit"), std::string::npos);
   ASSERT_EQ(server.requests().size(), 1u);
   EXPECT_EQ(Value::parse(server.requests()[0].body)["device"]["ua"], Value(agent));
-  EXPECT_EQ(received, 1);
+  EXPECT_EQ(recorder.count("receive"), 1u);
 }
 
 }  // namespace

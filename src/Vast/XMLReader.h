@@ -112,6 +112,40 @@ class XMLReader {
     });
     return objects;
   }
+  /// The first model object `T::create` makes from the nodes at `path`, or nullptr; the nodes
+  /// after it are not read.
+  template <ZVXMLMapping T>
+  static std::shared_ptr<T> firstObect(std::string_view path, const XMLNode& data) {
+    std::shared_ptr<T> object;
+    forEachNodeAtPath(path, data, [&](const XMLNode& node) {
+      object = T::create(node);
+      return object == nullptr;
+    });
+    return object;
+  }
+  /// The model objects read by `T::read` from the dictionaries at `path`, in order (other nodes
+  /// are skipped), made in one allocation: each pointer shares the ownership of all of them.
+  template <ZVXMLListMapping T>
+  static std::vector<std::shared_ptr<T>> obectsInOneBlock(std::string_view path,
+                                                          const XMLNode& data) {
+    std::size_t count = 0;
+    forEachNodeAtPath(path, data, [&](const XMLNode& node) {
+      count += node.isDictionary() ? 1 : 0;
+      return true;
+    });
+    std::vector<std::shared_ptr<T>> objects;
+    if (count == 0) return objects;
+    objects.reserve(count);
+    const auto block = std::make_shared<T[]>(count);
+    forEachNodeAtPath(path, data, [&](const XMLNode& node) {
+      if (!node.isDictionary()) return true;
+      T& object = block[objects.size()];
+      object.read(node);
+      objects.emplace_back(block, &object);
+      return true;
+    });
+    return objects;
+  }
   /// Calls `visit(node)` for each node `objectsForPath` would answer, in the same order, without
   /// gathering them; the walk stops when `visit` answers false.
   template <class Visit>

@@ -1,21 +1,30 @@
 #include "Vast/ZVMediaFile.h"
 
+#include <string_view>
+#include <utility>
+
 #include "Vast/XMLReader.h"
 
 namespace zorva {
 
-std::shared_ptr<ZVMediaFile> ZVMediaFile::create(const XMLNode& dictionary) {
-  if (!dictionary.isDictionary()) return nullptr;
-  auto file = std::make_shared<ZVMediaFile>();
-  file->mediaFileId = stringForKey(dictionary, "id");
-  file->delivery = stringForKey(dictionary, "delivery");
-  file->width = stringForKey(dictionary, "width");
-  file->height = stringForKey(dictionary, "height");
-  file->type = stringForKey(dictionary, "type");
-  file->bitrate = stringForKey(dictionary, "bitrate");
-  file->scalable = stringForKey(dictionary, "scalable");
-  file->mediaUrl = stringForKey(dictionary, kXMLReaderTextNodeKey);
-  return file;
+void ZVMediaFile::read(const XMLNode& dictionary) {
+  static constexpr std::pair<std::string_view, std::optional<std::string> ZVMediaFile::*>
+      kFields[] = {
+          {"id", &ZVMediaFile::mediaFileId},    {"delivery", &ZVMediaFile::delivery},
+          {"width", &ZVMediaFile::width},       {"height", &ZVMediaFile::height},
+          {"type", &ZVMediaFile::type},         {"bitrate", &ZVMediaFile::bitrate},
+          {"scalable", &ZVMediaFile::scalable}, {kXMLReaderTextNodeKey, &ZVMediaFile::mediaUrl}};
+  // One pass over the entries instead of a look-up per field: a dictionary's keys are unique, so
+  // each field meets its key at most once. An entry that is not a string reads as absent.
+  for (const XMLNode::Entry& entry : dictionary.entries()) {
+    if (!entry.value.isString()) continue;
+    for (const auto& [key, field] : kFields) {
+      if (key == entry.key) {
+        (this->*field).emplace(entry.value.string());
+        break;
+      }
+    }
+  }
 }
 
 std::optional<platform::URL> ZVMediaFile::url() const {

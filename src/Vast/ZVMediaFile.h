@@ -12,8 +12,8 @@ namespace zorva {
 /// One MediaFile element of a linear creative. Every value is the document's string, unparsed.
 class ZVMediaFile : public ZVVastAdItem, public ZVXMLMapper {
  public:
-  /// The media file of a MediaFile element's dictionary; nullptr when the node is not one.
-  static std::shared_ptr<ZVMediaFile> create(const XMLNode& dictionary);
+  /// Reads a MediaFile element's dictionary.
+  void read(const XMLNode& dictionary);
 
   /// A URL parsed from `mediaUrl`.
   std::optional<platform::URL> url() const override;

@@ -4,12 +4,9 @@
 
 namespace zorva {
 
-std::shared_ptr<ZVTracker> ZVTracker::create(const XMLNode& dictionary) {
-  if (!dictionary.isDictionary()) return nullptr;
-  auto tracker = std::make_shared<ZVTracker>();
-  tracker->event = stringForKey(dictionary, "event");
-  tracker->url = stringForKey(dictionary, kXMLReaderTextNodeKey);
-  return tracker;
+void ZVTracker::read(const XMLNode& dictionary) {
+  event = stringForKey(dictionary, "event");
+  url = stringForKey(dictionary, kXMLReaderTextNodeKey);
 }
 
 }  // namespace zorva

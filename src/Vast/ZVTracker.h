@@ -11,8 +11,8 @@ namespace zorva {
 /// One Tracking element: the URL to fetch when the named event happens.
 class ZVTracker : public ZVXMLMapper {
  public:
-  /// The tracker of a Tracking element's dictionary; nullptr when the node is not a dictionary.
-  static std::shared_ptr<ZVTracker> create(const XMLNode& dictionary);
+  /// Reads a Tracking element's dictionary.
+  void read(const XMLNode& dictionary);
 
   /// The "event" attribute ("start", "firstQuartile", "midpoint", "thirdQuartile", "complete"...).
   std::optional<std::string> event;

@@ -45,20 +45,21 @@ std::shared_ptr<ZVVastAd> ZVVastAd::create(const XMLNode& dictionary) {
   ad->title_ = XMLReader::valueForPath("AdTitle", dictionary);
   ad->desc_ = XMLReader::valueForPath("Description", dictionary);
   ad->errUrl_ = XMLReader::valueForPath("Error", dictionary);
-  // Taken element by element: an Impression without text keeps its place as null.
+  // Taken element by element: an Impression without text keeps its place.
+  std::size_t impressions = 0;
+  XMLReader::forEachNodeAtPath("Impression", dictionary,
+                               [&](const XMLNode&) { return ++impressions != 0; });
+  ad->impressions_.reserve(impressions);
   XMLReader::forEachNodeAtPath("Impression", dictionary, [&](const XMLNode& impression) {
     const XMLNode* text = impression.find(kXMLReaderTextNodeKey);
-    ad->impressions_.push_back(text && text->isString() ? Value(std::string(text->string()))
-                                                        : Value());
+    auto& url = ad->impressions_.emplace_back();
+    if (text && text->isString()) url.emplace(text->string());
     return true;
   });
-  auto linears = XMLReader::obects<ZVVastLinear>("Creatives/Creative/Linear", dictionary);
-  if (!linears.empty()) {
-    ad->adCreative_ = std::move(linears.front());
-  } else {
-    auto nonLinears =
-        XMLReader::obects<ZVVastNonLinear>("Creatives/Creative/NonLinearAds/NonLinear", dictionary);
-    if (!nonLinears.empty()) ad->adCreative_ = std::move(nonLinears.front());
+  ad->adCreative_ = XMLReader::firstObect<ZVVastLinear>("Creatives/Creative/Linear", dictionary);
+  if (!ad->adCreative_) {
+    ad->adCreative_ = XMLReader::firstObect<ZVVastNonLinear>(
+        "Creatives/Creative/NonLinearAds/NonLinear", dictionary);
   }
   return ad;
 }
@@ -95,7 +96,9 @@ std::vector<std::string> ZVVastAd::aggregatedErrorUrlsbyReplacingErrorWithValue(
 Value ZVVastAd::aggregatedImpressionUrl() const {
   Value urls = Value::array();
   forEachInChain([&](const ZVVastAd& ad) {
-    for (const Value& impression : ad.impressions_) urls.push_back(impression);
+    for (const auto& impression : ad.impressions_) {
+      urls.push_back(impression ? Value(*impression) : Value());
+    }
   });
   return urls;
 }

@@ -40,9 +40,8 @@ class ZVVastAd : public ZVXMLMapper {
   const std::optional<std::string>& desc() const { return desc_; }
   /// The first Error element's text.
   const std::optional<std::string>& errUrl() const { return errUrl_; }
-  /// The text of every Impression element, in order, as an array. An element without text gives
-  /// a null entry, so consumers skip entries that are not strings.
-  const Value& impressions() const { return impressions_; }
+  /// The text of every Impression element, in order; an element without text gives nothing.
+  const std::vector<std::optional<std::string>>& impressions() const { return impressions_; }
   /// Never filled; the error URLs come from `aggregatedErrorUrlsbyReplacingErrorWithValue`.
   const std::vector<std::string>& aggregatedErrorUrls() const { return aggregatedErrorUrls_; }
 
@@ -50,8 +49,8 @@ class ZVVastAd : public ZVXMLMapper {
   /// "[ERRORCODE]" replaced by `value`. Ads without an Error URL are left out.
   std::vector<std::string> aggregatedErrorUrlsbyReplacingErrorWithValue(
       const std::string& value) const;
-  /// The impressions of this ad and of every ad up the chain, this ad's first, null entries
-  /// included.
+  /// The impressions of this ad and of every ad up the chain, this ad's first, as an array: an
+  /// Impression without text gives a null entry, so consumers skip entries that are not strings.
   Value aggregatedImpressionUrl() const;
   /// The URLs of the trackers for `event` (any case) of this ad's creative and of every
   /// creative up the chain, this ad's first. Trackers without a URL text are left out.
@@ -72,7 +71,7 @@ class ZVVastAd : public ZVXMLMapper {
   std::optional<std::string> title_;
   std::optional<std::string> desc_;
   std::optional<std::string> errUrl_;
-  Value impressions_ = Value::array();
+  std::vector<std::optional<std::string>> impressions_;
   std::vector<std::string> aggregatedErrorUrls_;
 
   mutable std::mutex mutex_;

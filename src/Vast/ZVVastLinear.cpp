@@ -17,10 +17,11 @@ bool isListed(const std::optional<std::string>& type, const std::vector<std::str
 std::shared_ptr<ZVVastLinear> ZVVastLinear::create(const XMLNode& dictionary) {
   if (!dictionary.isDictionary()) return nullptr;
   auto linear = std::make_shared<ZVVastLinear>();
-  linear->mediaFiles_ = XMLReader::obects<ZVMediaFile>("MediaFiles/MediaFile", dictionary);
+  linear->mediaFiles_ =
+      XMLReader::obectsInOneBlock<ZVMediaFile>("MediaFiles/MediaFile", dictionary);
   linear->duration_ = XMLReader::valueForPath("Duration", dictionary);
   linear->clickThrough_ = XMLReader::valueForPath("VideoClicks/ClickThrough", dictionary);
-  linear->trackers_ = XMLReader::obects<ZVTracker>("TrackingEvents/Tracking", dictionary);
+  linear->trackers_ = XMLReader::obectsInOneBlock<ZVTracker>("TrackingEvents/Tracking", dictionary);
   // Click trackers are only ever sent by the tracking transport; without it they stay unread.
   if (ZorvaSDK::shared()->trackingTransport()) {
     linear->clickTrackers_ = XMLReader::valuesForPath("VideoClicks/ClickTracking", dictionary);

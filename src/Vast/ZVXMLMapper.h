@@ -14,9 +14,12 @@ namespace zorva {
 
 /// A model object made from one element dictionary of the XML reader's tree.
 ///
-/// Every mapper class offers `static std::shared_ptr<T> create(const XMLNode& dictionary)`, which
+/// A mapper class offers `static std::shared_ptr<T> create(const XMLNode& dictionary)`, which
 /// answers nullptr when it cannot make an object from the node (a string where an attribute
 /// collided with a child element, for one); `XMLReader::obects<T>` makes objects through it.
+/// The classes a document holds many of (trackers, media files) offer `void read(const XMLNode&
+/// dictionary)` instead, which fills a default-made object from a dictionary, so that
+/// `XMLReader::obectsInOneBlock<T>` can make a whole list in one allocation.
 class ZVXMLMapper {
  public:
   virtual ~ZVXMLMapper() = 0;
@@ -39,6 +42,12 @@ inline std::optional<std::string> ZVXMLMapper::stringForKey(const XMLNode& dicti
 template <class T>
 concept ZVXMLMapping = std::derived_from<T, ZVXMLMapper> && requires(const XMLNode& dictionary) {
   { T::create(dictionary) } -> std::same_as<std::shared_ptr<T>>;
+};
+
+template <class T>
+concept ZVXMLListMapping = std::derived_from<T, ZVXMLMapper> && std::default_initializable<T> &&
+    requires(T& object, const XMLNode& dictionary) {
+  { object.read(dictionary) } -> std::same_as<void>;
 };
 
 }  // namespace zorva

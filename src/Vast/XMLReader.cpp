@@ -362,14 +362,20 @@ std::vector<const XMLNode*> XMLReader::objectsForPath(std::string_view path, con
 }
 
 std::optional<std::string> XMLReader::valueForPath(std::string_view path, const XMLNode& data) {
-  std::optional<std::string> value;
+  const XMLNode* text = textForPath(path, data);
+  if (text == nullptr) return std::nullopt;
+  return std::optional<std::string>(std::in_place, text->string());
+}
+
+const XMLNode* XMLReader::textForPath(std::string_view path, const XMLNode& data) {
+  const XMLNode* found = nullptr;
   forEachNodeAtPath(path, data, [&](const XMLNode& node) {
     if (const XMLNode* text = node.find(kXMLReaderTextNodeKey); text && text->isString()) {
-      value.emplace(text->string());
+      found = text;
     }
     return false;  // only the first node counts
   });
-  return value;
+  return found;
 }
 
 std::vector<std::string> XMLReader::valuesForPath(std::string_view path, const XMLNode& data) {

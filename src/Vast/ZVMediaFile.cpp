@@ -1,28 +1,46 @@
 #include "Vast/ZVMediaFile.h"
 
 #include <string_view>
-#include <utility>
 
 #include "Vast/XMLReader.h"
 
 namespace zorva {
 
-void ZVMediaFile::read(const XMLNode& dictionary) {
-  static constexpr std::pair<std::string_view, std::optional<std::string> ZVMediaFile::*>
-      kFields[] = {
-          {"id", &ZVMediaFile::mediaFileId},    {"delivery", &ZVMediaFile::delivery},
-          {"width", &ZVMediaFile::width},       {"height", &ZVMediaFile::height},
-          {"type", &ZVMediaFile::type},         {"bitrate", &ZVMediaFile::bitrate},
-          {"scalable", &ZVMediaFile::scalable}, {kXMLReaderTextNodeKey, &ZVMediaFile::mediaUrl}};
+namespace {
+
+// The field an attribute (or the text) goes to, or nullptr. Switched on the length first, so that
+// each comparison is one of known size.
+std::optional<std::string_view> ZVMediaFile::*fieldFor(std::string_view key) {
+  switch (key.size()) {
+    case 2:
+      return key == "id" ? &ZVMediaFile::mediaFileId : nullptr;
+    case 4:
+      return key == "type"                  ? &ZVMediaFile::type
+             : key == kXMLReaderTextNodeKey ? &ZVMediaFile::mediaUrl
+                                            : nullptr;
+    case 5:
+      return key == "width" ? &ZVMediaFile::width : nullptr;
+    case 6:
+      return key == "height" ? &ZVMediaFile::height : nullptr;
+    case 7:
+      return key == "bitrate" ? &ZVMediaFile::bitrate : nullptr;
+    case 8:
+      return key == "delivery"   ? &ZVMediaFile::delivery
+             : key == "scalable" ? &ZVMediaFile::scalable
+                                 : nullptr;
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+void ZVMediaFile::read(const XMLNode& dictionary, ZVXMLStrings& strings) {
   // One pass over the entries instead of a look-up per field: a dictionary's keys are unique, so
   // each field meets its key at most once. An entry that is not a string reads as absent.
   for (const XMLNode::Entry& entry : dictionary.entries()) {
-    if (!entry.value.isString()) continue;
-    for (const auto& [key, field] : kFields) {
-      if (key == entry.key) {
-        (this->*field).emplace(entry.value.string());
-        break;
-      }
+    if (const auto field = fieldFor(entry.key); field != nullptr) {
+      this->*field = strings.copy(&entry.value);
     }
   }
 }

@@ -4,9 +4,9 @@
 
 namespace zorva {
 
-void ZVTracker::read(const XMLNode& dictionary) {
-  event = stringForKey(dictionary, "event");
-  url = stringForKey(dictionary, kXMLReaderTextNodeKey);
+void ZVTracker::read(const XMLNode& dictionary, ZVXMLStrings& strings) {
+  event = strings.copy(dictionary.find("event"));
+  url = strings.copy(dictionary.find(kXMLReaderTextNodeKey));
 }
 
 }  // namespace zorva

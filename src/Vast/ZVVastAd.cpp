@@ -37,29 +37,29 @@ void ZVVastAd::forEachInChain(Visit visit) const {
   }
 }
 
-std::shared_ptr<ZVVastAd> ZVVastAd::create(const XMLNode& dictionary) {
+std::shared_ptr<ZVVastAd> ZVVastAd::create(const XMLNode& dictionary, ZVXMLStrings& strings) {
   if (!dictionary.isDictionary()) return nullptr;
   auto ad = std::make_shared<ZVVastAd>();
-  ad->adTagURL_ = XMLReader::valueForPath("VASTAdTagURI", dictionary);
-  ad->system_ = XMLReader::valueForPath("AdSystem", dictionary);
-  ad->title_ = XMLReader::valueForPath("AdTitle", dictionary);
-  ad->desc_ = XMLReader::valueForPath("Description", dictionary);
-  ad->errUrl_ = XMLReader::valueForPath("Error", dictionary);
+  ad->strings_ = strings.owner();
+  ad->adTagURL_ = strings.copy(XMLReader::textForPath("VASTAdTagURI", dictionary));
+  ad->system_ = strings.copy(XMLReader::textForPath("AdSystem", dictionary));
+  ad->title_ = strings.copy(XMLReader::textForPath("AdTitle", dictionary));
+  ad->desc_ = strings.copy(XMLReader::textForPath("Description", dictionary));
+  ad->errUrl_ = strings.copy(XMLReader::textForPath("Error", dictionary));
   // Taken element by element: an Impression without text keeps its place.
   std::size_t impressions = 0;
   XMLReader::forEachNodeAtPath("Impression", dictionary,
                                [&](const XMLNode&) { return ++impressions != 0; });
   ad->impressions_.reserve(impressions);
   XMLReader::forEachNodeAtPath("Impression", dictionary, [&](const XMLNode& impression) {
-    const XMLNode* text = impression.find(kXMLReaderTextNodeKey);
-    auto& url = ad->impressions_.emplace_back();
-    if (text && text->isString()) url.emplace(text->string());
+    ad->impressions_.push_back(strings.copy(impression.find(kXMLReaderTextNodeKey)));
     return true;
   });
-  ad->adCreative_ = XMLReader::firstObect<ZVVastLinear>("Creatives/Creative/Linear", dictionary);
+  ad->adCreative_ =
+      XMLReader::firstObect<ZVVastLinear>("Creatives/Creative/Linear", dictionary, strings);
   if (!ad->adCreative_) {
     ad->adCreative_ = XMLReader::firstObect<ZVVastNonLinear>(
-        "Creatives/Creative/NonLinearAds/NonLinear", dictionary);
+        "Creatives/Creative/NonLinearAds/NonLinear", dictionary, strings);
   }
   return ad;
 }
@@ -88,7 +88,7 @@ std::vector<std::string> ZVVastAd::aggregatedErrorUrlsbyReplacingErrorWithValue(
     const std::string& value) const {
   std::vector<std::string> urls;
   forEachInChain([&](const ZVVastAd& ad) {
-    if (ad.errUrl_) urls.push_back(replacingAll(*ad.errUrl_, "[ERRORCODE]", value));
+    if (ad.errUrl_) urls.push_back(replacingAll(std::string(*ad.errUrl_), "[ERRORCODE]", value));
   });
   return urls;
 }
@@ -97,7 +97,7 @@ Value ZVVastAd::aggregatedImpressionUrl() const {
   Value urls = Value::array();
   forEachInChain([&](const ZVVastAd& ad) {
     for (const auto& impression : ad.impressions_) {
-      urls.push_back(impression ? Value(*impression) : Value());
+      urls.push_back(impression ? Value(std::string(*impression)) : Value());
     }
   });
   return urls;
@@ -109,7 +109,7 @@ std::vector<std::string> ZVVastAd::aggregatedTrackersForEvent(std::string_view e
     const auto creative = ad.adCreative();
     if (!creative) return;
     for (const auto& tracker : trackerForEvent(event, creative->trackers())) {
-      if (tracker->url) urls.push_back(*tracker->url);
+      if (tracker->url) urls.emplace_back(*tracker->url);
     }
   });
   return urls;

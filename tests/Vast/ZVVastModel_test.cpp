@@ -82,8 +82,8 @@ TEST(ZVVastNonLinear, FirstStaticResourceIsTheContentAndAnyMimeIsPlayable) {
   EXPECT_TRUE(bare->itemExistsForMime({}));
 }
 
-std::string field(const std::optional<std::string>& value) {
-  return value ? "'" + *value + "'" : "-";
+std::string field(const std::optional<std::string_view>& value) {
+  return value ? "'" + std::string(*value) + "'" : "-";
 }
 
 // Every value of a document's model, one line per object.
@@ -161,6 +161,24 @@ ad - - - - - []
  nonlinear '5' StaticResource - 'http://s/1'
   tracker 'x' 'u'
 )");
+}
+
+// Strings are views into the document's characters: whatever part of the model is kept keeps
+// them, though the document, its ads and creatives are gone.
+TEST(ZVVast, APartKeptAloneKeepsItsStrings) {
+  std::shared_ptr<ZVTracker> tracker;
+  std::shared_ptr<ZVVastAdItem> file;
+  std::shared_ptr<ZVVastAd> ad;
+  {
+    const auto vast = vastDocument(kInline);
+    const auto linear = std::dynamic_pointer_cast<ZVVastLinear>(vast->ads[1]->adCreative());
+    tracker = linear->trackers().back();
+    file = linear->adItems()->at(1);
+    ad = vast->ads[0];
+  }
+  EXPECT_EQ(tracker->event, "start");
+  EXPECT_EQ(file->url()->absoluteString(), "http://m/2.mp4");
+  EXPECT_EQ(ad->adTagURL(), "http://w/next");
 }
 
 TEST(ZVVastAd, AggregationsWalkTheWrapperChainUpward) {

@@ -168,16 +168,15 @@ ad - - - - - []
 TEST(ZVVast, APartKeptAloneKeepsItsStrings) {
   std::shared_ptr<ZVTracker> tracker;
   std::shared_ptr<ZVVastAdItem> file;
-  std::shared_ptr<ZVVastAd> ad;
   {
-    const auto vast = vastDocument(kInline);
-    const auto linear = std::dynamic_pointer_cast<ZVVastLinear>(vast->ads[1]->adCreative());
+    const auto linear =
+        std::dynamic_pointer_cast<ZVVastLinear>(vastDocument(kInline)->ads[1]->adCreative());
     tracker = linear->trackers().back();
     file = linear->adItems()->at(1);
-    ad = vast->ads[0];
   }
   EXPECT_EQ(tracker->event, "start");
   EXPECT_EQ(file->url()->absoluteString(), "http://m/2.mp4");
+  const auto ad = vastDocument(kInline)->ads[0];
   EXPECT_EQ(ad->adTagURL(), "http://w/next");
 }
 

@@ -5,8 +5,14 @@
 namespace zorva {
 
 void ZVTracker::read(const XMLNode& dictionary, ZVXMLStrings& strings) {
-  event = strings.copy(dictionary.find("event"));
-  url = strings.copy(dictionary.find(kXMLReaderTextNodeKey));
+  // One pass over the entries: a dictionary's keys are unique.
+  for (const XMLNode::Entry& entry : dictionary.entries()) {
+    if (entry.key == "event") {
+      event = strings.copy(&entry.value);
+    } else if (entry.key == kXMLReaderTextNodeKey) {
+      url = strings.copy(&entry.value);
+    }
+  }
 }
 
 }  // namespace zorva

@@ -41,20 +41,35 @@ std::shared_ptr<ZVVastAd> ZVVastAd::create(const XMLNode& dictionary, ZVXMLStrin
   if (!dictionary.isDictionary()) return nullptr;
   auto ad = std::make_shared<ZVVastAd>();
   ad->strings_ = strings.owner();
-  ad->adTagURL_ = strings.copy(XMLReader::textForPath("VASTAdTagURI", dictionary));
-  ad->system_ = strings.copy(XMLReader::textForPath("AdSystem", dictionary));
-  ad->title_ = strings.copy(XMLReader::textForPath("AdTitle", dictionary));
-  ad->desc_ = strings.copy(XMLReader::textForPath("Description", dictionary));
-  ad->errUrl_ = strings.copy(XMLReader::textForPath("Error", dictionary));
-  // Taken element by element: an Impression without text keeps its place.
-  std::size_t impressions = 0;
-  XMLReader::forEachNodeAtPath("Impression", dictionary,
-                               [&](const XMLNode&) { return ++impressions != 0; });
-  ad->impressions_.reserve(impressions);
-  XMLReader::forEachNodeAtPath("Impression", dictionary, [&](const XMLNode& impression) {
-    ad->impressions_.push_back(strings.copy(impression.find(kXMLReaderTextNodeKey)));
-    return true;
-  });
+  // One pass over the ad's entries (a dictionary's keys are unique) instead of a path query per
+  // field. As `XMLReader::valueForPath` reads it, a field is the text of its element, of the first
+  // one when the element is repeated; as `forEachNodeAtPath` visits them, every Impression
+  // element counts whatever it is, but a lone string (an attribute) is no element.
+  for (const XMLNode::Entry& entry : dictionary.entries()) {
+    const XMLNode& value = entry.value;
+    const XMLNode& first = value.isArray() ? value.elements().front() : value;
+    const auto text = [&] { return strings.copy(first.find(kXMLReaderTextNodeKey)); };
+    if (entry.key == "Impression") {
+      if (value.isArray()) {
+        ad->impressions_.reserve(value.size());
+        for (const XMLNode& impression : value.elements()) {
+          ad->impressions_.push_back(strings.copy(impression.find(kXMLReaderTextNodeKey)));
+        }
+      } else if (value.isDictionary()) {
+        ad->impressions_.push_back(text());
+      }
+    } else if (entry.key == "VASTAdTagURI") {
+      ad->adTagURL_ = text();
+    } else if (entry.key == "AdSystem") {
+      ad->system_ = text();
+    } else if (entry.key == "AdTitle") {
+      ad->title_ = text();
+    } else if (entry.key == "Description") {
+      ad->desc_ = text();
+    } else if (entry.key == "Error") {
+      ad->errUrl_ = text();
+    }
+  }
   ad->adCreative_ =
       XMLReader::firstObect<ZVVastLinear>("Creatives/Creative/Linear", dictionary, strings);
   if (!ad->adCreative_) {

@@ -3,8 +3,10 @@
 #include <expat.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -22,6 +24,21 @@ constexpr std::size_t kIndexThreshold = 16;
 // How many entries and array elements the frames a conversion leaves may have room for and
 // still be kept for the next conversion on the thread: a few typical VAST documents' worth.
 constexpr std::size_t kSpareRoom = 4096;
+
+// The largest document after which the parser is kept for the next conversion on the thread:
+// expat keeps its input buffer, about the document's size, across a reset.
+constexpr std::size_t kSpareParserBytes = 64 * 1024;
+
+struct ParserFree {
+  void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
+};
+using Parser = std::unique_ptr<XML_ParserStruct, ParserFree>;
+
+// One parser per thread for each namespace mode (the mode is fixed when a parser is made).
+Parser& spareParser(bool namespaces) {
+  thread_local std::array<Parser, 2> parsers;
+  return parsers[namespaces ? 1 : 0];
+}
 
 // White space and newline characters as the phone platform's trimming knows them: the Unicode
 // space separators, tab, the line and paragraph separators and the C0/C1 line breaks.
@@ -205,10 +222,18 @@ std::optional<XMLTree> XMLReader::objectWithData(const Data& data, unsigned long
 
   // Prefix reports and external entities need no set-up: the reader ignores prefix mappings and
   // installs no external-entity handler, so expat skips such references and never reads a DTD
-  // from outside the document.
-  XML_Parser parser =
-      namespaces_ ? XML_ParserCreateNS(nullptr, kNamespaceSeparator) : XML_ParserCreate(nullptr);
-  if (parser == nullptr) throw std::bad_alloc();
+  // from outside the document. The thread's last parser of the same mode is reset rather than a
+  // new one made: a reset parser starts as a new one (handlers, user data, options, DTD, hash
+  // salt) but keeps its buffers and tables.
+  Parser kept = std::move(spareParser(namespaces_));
+  if (kept) {
+    XML_ParserReset(kept.get(), nullptr);
+  } else {
+    kept.reset(namespaces_ ? XML_ParserCreateNS(nullptr, kNamespaceSeparator)
+                           : XML_ParserCreate(nullptr));
+    if (!kept) throw std::bad_alloc();
+  }
+  XML_Parser parser = kept.get();
   parser_ = parser;
   XML_SetUserData(parser, this);
   XML_SetElementHandler(parser, &Handlers::start, &Handlers::end);
@@ -241,8 +266,8 @@ std::optional<XMLTree> XMLReader::objectWithData(const Data& data, unsigned long
     }
     *errorPointer_ = Error(kErrorDomain, code, std::move(userInfo));
   }
-  XML_ParserFree(parser);
   parser_ = nullptr;
+  if (data.size() <= kSpareParserBytes) spareParser(namespaces_) = std::move(kept);
   // Handed on to the next conversion on this thread, unless a large document left much room.
   std::size_t room = 0;
   for (Frame& frame : dictionaryStack_) {
@@ -337,14 +362,20 @@ std::vector<const XMLNode*> XMLReader::objectsForPath(std::string_view path, con
 }
 
 std::optional<std::string> XMLReader::valueForPath(std::string_view path, const XMLNode& data) {
-  std::optional<std::string> value;
+  const XMLNode* text = textForPath(path, data);
+  if (text == nullptr) return std::nullopt;
+  return std::optional<std::string>(std::in_place, text->string());
+}
+
+const XMLNode* XMLReader::textForPath(std::string_view path, const XMLNode& data) {
+  const XMLNode* found = nullptr;
   forEachNodeAtPath(path, data, [&](const XMLNode& node) {
     if (const XMLNode* text = node.find(kXMLReaderTextNodeKey); text && text->isString()) {
-      value.emplace(text->string());
+      found = text;
     }
     return false;  // only the first node counts
   });
-  return value;
+  return found;
 }
 
 std::vector<std::string> XMLReader::valuesForPath(std::string_view path, const XMLNode& data) {

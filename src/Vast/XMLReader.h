@@ -95,19 +95,63 @@ class XMLReader {
   /// The "text" of the first node at `path`, or nothing when there is no node, it is not a
   /// dictionary, or its text is missing or not a string.
   static std::optional<std::string> valueForPath(std::string_view path, const XMLNode& data);
+  /// The string node `valueForPath` reads, or nullptr when it answers nothing.
+  static const XMLNode* textForPath(std::string_view path, const XMLNode& data);
   /// The "text" of every node at `path` that has a string text, in document order.
   static std::vector<std::string> valuesForPath(std::string_view path, const XMLNode& data);
   /// The model objects made by `T::create` from the nodes at `path`, in order; nodes for which
   /// `create` answers nullptr are skipped.
   template <ZVXMLMapping T>
-  static std::vector<std::shared_ptr<T>> obects(std::string_view path, const XMLNode& data) {
+  static std::vector<std::shared_ptr<T>> obects(std::string_view path, const XMLNode& data,
+                                                ZVXMLStrings& strings) {
     // Counted first, so that the list is made once at its size.
     std::size_t count = 0;
     forEachNodeAtPath(path, data, [&](const XMLNode&) { return ++count != 0; });
     std::vector<std::shared_ptr<T>> objects;
     objects.reserve(count);
     forEachNodeAtPath(path, data, [&](const XMLNode& node) {
-      if (auto object = T::create(node)) objects.push_back(std::move(object));
+      if (auto object = T::create(node, strings)) objects.push_back(std::move(object));
+      return true;
+    });
+    return objects;
+  }
+  /// The first model object `T::create` makes from the nodes at `path`, or nullptr; the nodes
+  /// after it are not read.
+  template <ZVXMLMapping T>
+  static std::shared_ptr<T> firstObect(std::string_view path, const XMLNode& data,
+                                       ZVXMLStrings& strings) {
+    std::shared_ptr<T> object;
+    forEachNodeAtPath(path, data, [&](const XMLNode& node) {
+      object = T::create(node, strings);
+      return object == nullptr;
+    });
+    return object;
+  }
+  /// The model objects read by `T::read` from the dictionaries at `path`, in order (other nodes
+  /// are skipped), made in one allocation: each pointer shares the ownership of all of them and
+  /// of `strings`.
+  template <ZVXMLListMapping T>
+  static std::vector<std::shared_ptr<T>> obectsInOneBlock(std::string_view path,
+                                                          const XMLNode& data,
+                                                          ZVXMLStrings& strings) {
+    std::size_t count = 0;
+    forEachNodeAtPath(path, data, [&](const XMLNode& node) {
+      count += node.isDictionary() ? 1 : 0;
+      return true;
+    });
+    std::vector<std::shared_ptr<T>> objects;
+    if (count == 0) return objects;
+    objects.reserve(count);
+    struct Block {
+      std::shared_ptr<const void> strings;
+      std::vector<T> objects;
+    };
+    const auto block = std::make_shared<Block>(strings.owner(), std::vector<T>(count));
+    forEachNodeAtPath(path, data, [&](const XMLNode& node) {
+      if (!node.isDictionary()) return true;
+      T& object = block->objects[objects.size()];
+      object.read(node, strings);
+      objects.emplace_back(block, &object);
       return true;
     });
     return objects;

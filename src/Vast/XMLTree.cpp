@@ -1,7 +1,6 @@
 #include "Vast/XMLTree.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace zorva {
 
@@ -42,13 +41,6 @@ Value XMLNode::toValue() const {
   object.reserve(size_);
   for (const Entry& entry : entries()) object.emplace_back(entry.key, entry.value.toValue());
   return dictionary;
-}
-
-std::string_view XMLArena::copy(std::string_view text) {
-  if (text.empty()) return {};
-  auto* bytes = allocate<char>(text.size());
-  std::memcpy(bytes, text.data(), text.size());
-  return {bytes, text.size()};
 }
 
 void* XMLArena::allocateInNewBlock(std::size_t size) {

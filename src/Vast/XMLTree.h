@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <span>
 #include <string_view>
@@ -95,7 +96,12 @@ class XMLArena {
     return static_cast<T*>(allocateInNewBlock(size));
   }
   /// A copy of `text` that lives as long as the arena.
-  std::string_view copy(std::string_view text);
+  std::string_view copy(std::string_view text) {
+    if (text.empty()) return {};
+    auto* bytes = allocate<char>(text.size());
+    std::memcpy(bytes, text.data(), text.size());
+    return {bytes, text.size()};
+  }
 
  private:
   void* allocateInNewBlock(std::size_t size);

@@ -1,21 +1,48 @@
 #include "Vast/ZVMediaFile.h"
 
+#include <string_view>
+
 #include "Vast/XMLReader.h"
 
 namespace zorva {
 
-std::shared_ptr<ZVMediaFile> ZVMediaFile::create(const XMLNode& dictionary) {
-  if (!dictionary.isDictionary()) return nullptr;
-  auto file = std::make_shared<ZVMediaFile>();
-  file->mediaFileId = stringForKey(dictionary, "id");
-  file->delivery = stringForKey(dictionary, "delivery");
-  file->width = stringForKey(dictionary, "width");
-  file->height = stringForKey(dictionary, "height");
-  file->type = stringForKey(dictionary, "type");
-  file->bitrate = stringForKey(dictionary, "bitrate");
-  file->scalable = stringForKey(dictionary, "scalable");
-  file->mediaUrl = stringForKey(dictionary, kXMLReaderTextNodeKey);
-  return file;
+namespace {
+
+// The field an attribute (or the text) goes to, or nullptr. Switched on the length first, so that
+// each comparison is one of known size.
+std::optional<std::string_view> ZVMediaFile::*fieldFor(std::string_view key) {
+  switch (key.size()) {
+    case 2:
+      return key == "id" ? &ZVMediaFile::mediaFileId : nullptr;
+    case 4:
+      return key == "type"                  ? &ZVMediaFile::type
+             : key == kXMLReaderTextNodeKey ? &ZVMediaFile::mediaUrl
+                                            : nullptr;
+    case 5:
+      return key == "width" ? &ZVMediaFile::width : nullptr;
+    case 6:
+      return key == "height" ? &ZVMediaFile::height : nullptr;
+    case 7:
+      return key == "bitrate" ? &ZVMediaFile::bitrate : nullptr;
+    case 8:
+      return key == "delivery"   ? &ZVMediaFile::delivery
+             : key == "scalable" ? &ZVMediaFile::scalable
+                                 : nullptr;
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+void ZVMediaFile::read(const XMLNode& dictionary, ZVXMLStrings& strings) {
+  // One pass over the entries instead of a look-up per field: a dictionary's keys are unique, so
+  // each field meets its key at most once. An entry that is not a string reads as absent.
+  for (const XMLNode::Entry& entry : dictionary.entries()) {
+    if (const auto field = fieldFor(entry.key); field != nullptr) {
+      this->*field = strings.copy(&entry.value);
+    }
+  }
 }
 
 std::optional<platform::URL> ZVMediaFile::url() const {

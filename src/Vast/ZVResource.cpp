@@ -4,7 +4,7 @@
 
 namespace zorva {
 
-std::shared_ptr<ZVResource> ZVResource::create(const XMLNode& dictionary) {
+std::shared_ptr<ZVResource> ZVResource::create(const XMLNode& dictionary, ZVXMLStrings&) {
   if (!dictionary.isDictionary()) return nullptr;
   auto resource = std::make_shared<ZVResource>();
   resource->creativeType = stringForKey(dictionary, "creativeType");

@@ -13,7 +13,7 @@ namespace zorva {
 class ZVResource : public ZVVastAdItem, public ZVXMLMapper {
  public:
   /// The resource of a StaticResource element's dictionary; nullptr when the node is not one.
-  static std::shared_ptr<ZVResource> create(const XMLNode& dictionary);
+  static std::shared_ptr<ZVResource> create(const XMLNode& dictionary, ZVXMLStrings& strings);
 
   /// A URL parsed from `content`.
   std::optional<platform::URL> url() const override;

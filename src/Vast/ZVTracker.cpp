@@ -4,12 +4,15 @@
 
 namespace zorva {
 
-std::shared_ptr<ZVTracker> ZVTracker::create(const XMLNode& dictionary) {
-  if (!dictionary.isDictionary()) return nullptr;
-  auto tracker = std::make_shared<ZVTracker>();
-  tracker->event = stringForKey(dictionary, "event");
-  tracker->url = stringForKey(dictionary, kXMLReaderTextNodeKey);
-  return tracker;
+void ZVTracker::read(const XMLNode& dictionary, ZVXMLStrings& strings) {
+  // One pass over the entries: a dictionary's keys are unique.
+  for (const XMLNode::Entry& entry : dictionary.entries()) {
+    if (entry.key == "event") {
+      event = strings.copy(&entry.value);
+    } else if (entry.key == kXMLReaderTextNodeKey) {
+      url = strings.copy(&entry.value);
+    }
+  }
 }
 
 }  // namespace zorva

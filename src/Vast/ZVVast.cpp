@@ -6,8 +6,9 @@ namespace zorva {
 
 std::shared_ptr<ZVVast> ZVVast::create(const XMLNode& dictionary) {
   auto vast = std::make_shared<ZVVast>();
-  vast->ads = XMLReader::obects<ZVVastAd>("Ad/Wrapper", dictionary);
-  auto inlineAds = XMLReader::obects<ZVVastAd>("Ad/InLine", dictionary);
+  ZVXMLStrings strings;
+  vast->ads = XMLReader::obects<ZVVastAd>("Ad/Wrapper", dictionary, strings);
+  auto inlineAds = XMLReader::obects<ZVVastAd>("Ad/InLine", dictionary, strings);
   vast->ads.insert(vast->ads.end(), inlineAds.begin(), inlineAds.end());
   vast->version = stringForKey(dictionary, "version");
   return vast;

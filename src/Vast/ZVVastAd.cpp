@@ -37,28 +37,44 @@ void ZVVastAd::forEachInChain(Visit visit) const {
   }
 }
 
-std::shared_ptr<ZVVastAd> ZVVastAd::create(const XMLNode& dictionary) {
+std::shared_ptr<ZVVastAd> ZVVastAd::create(const XMLNode& dictionary, ZVXMLStrings& strings) {
   if (!dictionary.isDictionary()) return nullptr;
   auto ad = std::make_shared<ZVVastAd>();
-  ad->adTagURL_ = XMLReader::valueForPath("VASTAdTagURI", dictionary);
-  ad->system_ = XMLReader::valueForPath("AdSystem", dictionary);
-  ad->title_ = XMLReader::valueForPath("AdTitle", dictionary);
-  ad->desc_ = XMLReader::valueForPath("Description", dictionary);
-  ad->errUrl_ = XMLReader::valueForPath("Error", dictionary);
-  // Taken element by element: an Impression without text keeps its place as null.
-  XMLReader::forEachNodeAtPath("Impression", dictionary, [&](const XMLNode& impression) {
-    const XMLNode* text = impression.find(kXMLReaderTextNodeKey);
-    ad->impressions_.push_back(text && text->isString() ? Value(std::string(text->string()))
-                                                        : Value());
-    return true;
-  });
-  auto linears = XMLReader::obects<ZVVastLinear>("Creatives/Creative/Linear", dictionary);
-  if (!linears.empty()) {
-    ad->adCreative_ = std::move(linears.front());
-  } else {
-    auto nonLinears =
-        XMLReader::obects<ZVVastNonLinear>("Creatives/Creative/NonLinearAds/NonLinear", dictionary);
-    if (!nonLinears.empty()) ad->adCreative_ = std::move(nonLinears.front());
+  ad->strings_ = strings.owner();
+  // One pass over the ad's entries (a dictionary's keys are unique) instead of a path query per
+  // field. As `XMLReader::valueForPath` reads it, a field is the text of its element, of the first
+  // one when the element is repeated; as `forEachNodeAtPath` visits them, every Impression
+  // element counts whatever it is, but a lone string (an attribute) is no element.
+  for (const XMLNode::Entry& entry : dictionary.entries()) {
+    const XMLNode& value = entry.value;
+    const XMLNode& first = value.isArray() ? value.elements().front() : value;
+    const auto text = [&] { return strings.copy(first.find(kXMLReaderTextNodeKey)); };
+    if (entry.key == "Impression") {
+      if (value.isArray()) {
+        ad->impressions_.reserve(value.size());
+        for (const XMLNode& impression : value.elements()) {
+          ad->impressions_.push_back(strings.copy(impression.find(kXMLReaderTextNodeKey)));
+        }
+      } else if (value.isDictionary()) {
+        ad->impressions_.push_back(text());
+      }
+    } else if (entry.key == "VASTAdTagURI") {
+      ad->adTagURL_ = text();
+    } else if (entry.key == "AdSystem") {
+      ad->system_ = text();
+    } else if (entry.key == "AdTitle") {
+      ad->title_ = text();
+    } else if (entry.key == "Description") {
+      ad->desc_ = text();
+    } else if (entry.key == "Error") {
+      ad->errUrl_ = text();
+    }
+  }
+  ad->adCreative_ =
+      XMLReader::firstObect<ZVVastLinear>("Creatives/Creative/Linear", dictionary, strings);
+  if (!ad->adCreative_) {
+    ad->adCreative_ = XMLReader::firstObect<ZVVastNonLinear>(
+        "Creatives/Creative/NonLinearAds/NonLinear", dictionary, strings);
   }
   return ad;
 }
@@ -87,7 +103,7 @@ std::vector<std::string> ZVVastAd::aggregatedErrorUrlsbyReplacingErrorWithValue(
     const std::string& value) const {
   std::vector<std::string> urls;
   forEachInChain([&](const ZVVastAd& ad) {
-    if (ad.errUrl_) urls.push_back(replacingAll(*ad.errUrl_, "[ERRORCODE]", value));
+    if (ad.errUrl_) urls.push_back(replacingAll(std::string(*ad.errUrl_), "[ERRORCODE]", value));
   });
   return urls;
 }
@@ -95,7 +111,9 @@ std::vector<std::string> ZVVastAd::aggregatedErrorUrlsbyReplacingErrorWithValue(
 Value ZVVastAd::aggregatedImpressionUrl() const {
   Value urls = Value::array();
   forEachInChain([&](const ZVVastAd& ad) {
-    for (const Value& impression : ad.impressions_) urls.push_back(impression);
+    for (const auto& impression : ad.impressions_) {
+      urls.push_back(impression ? Value(std::string(*impression)) : Value());
+    }
   });
   return urls;
 }
@@ -106,7 +124,7 @@ std::vector<std::string> ZVVastAd::aggregatedTrackersForEvent(std::string_view e
     const auto creative = ad.adCreative();
     if (!creative) return;
     for (const auto& tracker : trackerForEvent(event, creative->trackers())) {
-      if (tracker->url) urls.push_back(*tracker->url);
+      if (tracker->url) urls.emplace_back(*tracker->url);
     }
   });
   return urls;

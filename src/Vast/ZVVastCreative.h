@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Vast/ZVTracker.h"
@@ -19,7 +20,7 @@ class ZVVastCreative {
   /// The creative's items in document order; nothing when the creative has no item list.
   virtual std::optional<std::vector<std::shared_ptr<ZVVastAdItem>>> adItems() const = 0;
   virtual const std::vector<std::shared_ptr<ZVTracker>>& trackers() const = 0;
-  virtual const std::optional<std::string>& clickThrough() const = 0;
+  virtual const std::optional<std::string_view>& clickThrough() const = 0;
   /// Click-tracking URLs (VideoClicks/ClickTracking, NonLinearClickTracking). Read only while
   /// `ZorvaSDK::trackingTransport` is on when the document is read; empty otherwise.
   virtual const std::vector<std::string>& clickTrackers() const = 0;

@@ -9,18 +9,23 @@
 namespace zorva {
 
 namespace {
-bool isListed(const std::optional<std::string>& type, const std::vector<std::string>& mimes) {
+bool isListed(const std::optional<std::string_view>& type, const std::vector<std::string>& mimes) {
   return type && std::find(mimes.begin(), mimes.end(), *type) != mimes.end();
 }
 }  // namespace
 
-std::shared_ptr<ZVVastLinear> ZVVastLinear::create(const XMLNode& dictionary) {
+std::shared_ptr<ZVVastLinear> ZVVastLinear::create(const XMLNode& dictionary,
+                                                   ZVXMLStrings& strings) {
   if (!dictionary.isDictionary()) return nullptr;
   auto linear = std::make_shared<ZVVastLinear>();
-  linear->mediaFiles_ = XMLReader::obects<ZVMediaFile>("MediaFiles/MediaFile", dictionary);
-  linear->duration_ = XMLReader::valueForPath("Duration", dictionary);
-  linear->clickThrough_ = XMLReader::valueForPath("VideoClicks/ClickThrough", dictionary);
-  linear->trackers_ = XMLReader::obects<ZVTracker>("TrackingEvents/Tracking", dictionary);
+  linear->strings_ = strings.owner();
+  linear->mediaFiles_ =
+      XMLReader::obectsInOneBlock<ZVMediaFile>("MediaFiles/MediaFile", dictionary, strings);
+  linear->duration_ = strings.copy(XMLReader::textForPath("Duration", dictionary));
+  linear->clickThrough_ =
+      strings.copy(XMLReader::textForPath("VideoClicks/ClickThrough", dictionary));
+  linear->trackers_ =
+      XMLReader::obectsInOneBlock<ZVTracker>("TrackingEvents/Tracking", dictionary, strings);
   // Click trackers are only ever sent by the tracking transport; without it they stay unread.
   if (ZorvaSDK::shared()->trackingTransport()) {
     linear->clickTrackers_ = XMLReader::valuesForPath("VideoClicks/ClickTracking", dictionary);

@@ -97,8 +97,8 @@ void ZVVastLinearAdPlayer::didMoveToWindow() {
 
 void ZVVastLinearAdPlayer::touchesEnded() {
   const auto creative = ad_ ? ad_->adCreative() : nullptr;
-  const std::optional<std::string> clickThrough =
-      creative ? creative->clickThrough() : std::nullopt;
+  std::optional<std::string> clickThrough;
+  if (creative && creative->clickThrough()) clickThrough.emplace(*creative->clickThrough());
   if (auto d = delegate()) d->playerDidIteractedWithTargetUrl(clickThrough);
 }
 

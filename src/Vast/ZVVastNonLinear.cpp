@@ -6,13 +6,14 @@
 
 namespace zorva {
 
-std::shared_ptr<ZVVastNonLinear> ZVVastNonLinear::create(const XMLNode& dictionary) {
+std::shared_ptr<ZVVastNonLinear> ZVVastNonLinear::create(const XMLNode& dictionary,
+                                                         ZVXMLStrings& strings) {
   if (!dictionary.isDictionary()) return nullptr;
   auto nonLinear = std::make_shared<ZVVastNonLinear>();
   nonLinear->minSuggestedDuration_ = stringForKey(dictionary, "minSuggestedDuration");
-  auto resources = XMLReader::obects<ZVResource>("StaticResource", dictionary);
-  if (!resources.empty()) nonLinear->resource_ = std::move(resources.front());
-  nonLinear->trackers_ = XMLReader::obects<ZVTracker>("TrackingEvents/Tracking", dictionary);
+  nonLinear->resource_ = XMLReader::firstObect<ZVResource>("StaticResource", dictionary, strings);
+  nonLinear->trackers_ =
+      XMLReader::obectsInOneBlock<ZVTracker>("TrackingEvents/Tracking", dictionary, strings);
   // Click trackers are only ever sent by the tracking transport; without it they stay unread.
   if (ZorvaSDK::shared()->trackingTransport()) {
     nonLinear->clickTrackers_ = XMLReader::valuesForPath("NonLinearClickTracking", dictionary);

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Vast/ZVResource.h"
@@ -19,13 +20,13 @@ namespace zorva {
 class ZVVastNonLinear : public ZVVastCreative, public ZVXMLMapper {
  public:
   /// The creative of a NonLinear element's dictionary; nullptr when the node is not one.
-  static std::shared_ptr<ZVVastNonLinear> create(const XMLNode& dictionary);
+  static std::shared_ptr<ZVVastNonLinear> create(const XMLNode& dictionary, ZVXMLStrings& strings);
 
   /// The first StaticResource alone; nothing when the element has none.
   std::optional<std::vector<std::shared_ptr<ZVVastAdItem>>> adItems() const override;
   const std::vector<std::shared_ptr<ZVTracker>>& trackers() const override { return trackers_; }
   /// NonLinearClickThrough is not read: always nothing.
-  const std::optional<std::string>& clickThrough() const override { return clickThrough_; }
+  const std::optional<std::string_view>& clickThrough() const override { return clickThrough_; }
   const std::vector<std::string>& clickTrackers() const override { return clickTrackers_; }
   /// The static resource's text, or nothing.
   std::optional<std::string> creativeContent() const override;
@@ -40,7 +41,7 @@ class ZVVastNonLinear : public ZVVastCreative, public ZVXMLMapper {
  private:
   std::shared_ptr<ZVResource> resource_;
   std::optional<std::string> minSuggestedDuration_;
-  std::optional<std::string> clickThrough_;
+  std::optional<std::string_view> clickThrough_;
   std::vector<std::shared_ptr<ZVTracker>> trackers_;
   std::vector<std::string> clickTrackers_;
 };

@@ -97,7 +97,7 @@ void ZVVastParser::procesWrapperAd(const std::shared_ptr<ZVVast>& vast, int dept
 }
 
 void ZVVastParser::fetchWrapper(std::shared_ptr<ZVVastAd> wrapper, int depth) {
-  const std::string url = *wrapper->adTagURL();
+  const std::string url(*wrapper->adTagURL());
   ZVInstanceFactory::sharedNetworkhandler()->fetchUrlString(
       url, [self = shared_from_this(), wrapper = std::move(wrapper), depth](
                std::optional<Data> data, std::optional<Error>) {

@@ -95,6 +95,20 @@ TEST(XMLReaderErrors, MalformedInputFillsTheSlotAndWellFormedInputLeavesItAlone)
   EXPECT_EQ(slot, Error("earlier", 1));
 }
 
+// Conversions on a thread share a reset parser: nothing of one document reaches the next.
+TEST(XMLReaderErrors, NothingOfADocumentReachesTheNextOneOnTheThread) {
+  const auto declared =
+      read(R"(<!DOCTYPE A [<!ENTITY e "x"><!ATTLIST A d CDATA "dflt">]><A>&e;</A>)");
+  EXPECT_EQ(declared["A"].toValue(), Value::parse(R"({"d": "dflt", "text": "x"})"));
+  EXPECT_EQ(failure("<A>&e;</A>").code, XML_ERROR_UNDEFINED_ENTITY);
+  EXPECT_EQ(read("<A/>").root().toValue(), Value::parse(R"({"A": {}})"));
+
+  EXPECT_FALSE(read(R"(<v:A xmlns:v="urn:v"/>)", XMLReader::kProcessNamespaces).root().isNull());
+  EXPECT_EQ(failure("<v:A/>", XMLReader::kProcessNamespaces).code, XML_ERROR_UNBOUND_PREFIX);
+  EXPECT_EQ(failure("<A>\n<B></A>").localizedDescription(), "mismatched tag (line 2, column 6)");
+  EXPECT_EQ(read("<A><B/></A>").root().toValue(), Value::parse(R"({"A": {"B": {}}})"));
+}
+
 TEST(XMLReaderPaths, EveryMatchAtEveryLevelFansOutInDocumentOrder) {
   const auto tree = read(
       "<R><A><B><C>1</C><C>2</C></B><B><C>3</C></B></A><A><B><C>4</C></B></A>"

@@ -82,6 +82,104 @@ TEST(ZVVastNonLinear, FirstStaticResourceIsTheContentAndAnyMimeIsPlayable) {
   EXPECT_TRUE(bare->itemExistsForMime({}));
 }
 
+std::string field(const std::optional<std::string_view>& value) {
+  return value ? "'" + std::string(*value) + "'" : "-";
+}
+
+// Every value of a document's model, one line per object.
+std::string everyField(const ZVVast& vast) {
+  std::string text = "version " + field(vast.version) + "\n";
+  const auto trackers = [&](const ZVVastCreative& creative) {
+    for (const auto& tracker : creative.trackers()) {
+      text += "  tracker " + field(tracker->event) + " " + field(tracker->url) + "\n";
+    }
+  };
+  for (const auto& ad : vast.ads) {
+    text += "ad " + field(ad->adTagURL()) + " " + field(ad->system()) + " " + field(ad->title()) +
+            " " + field(ad->desc()) + " " + field(ad->errUrl()) + " " +
+            ad->aggregatedImpressionUrl().dump() + "\n";
+    const auto creative = ad->adCreative();
+    if (const auto linear = std::dynamic_pointer_cast<ZVVastLinear>(creative)) {
+      text += " linear " + field(linear->duration()) + " " + field(linear->clickThrough()) + "\n";
+      for (const auto& file : linear->mediaFiles()) {
+        text += "  file " + field(file->mediaFileId) + " " + field(file->delivery) + " " +
+                field(file->width) + " " + field(file->height) + " " + field(file->type) + " " +
+                field(file->bitrate) + " " + field(file->scalable) + " " + field(file->mediaUrl) +
+                "\n";
+      }
+      trackers(*linear);
+    } else if (const auto nonLinear = std::dynamic_pointer_cast<ZVVastNonLinear>(creative)) {
+      const auto& resource = nonLinear->resource();
+      text += " nonlinear " + field(nonLinear->minSuggestedDuration()) + " " +
+              (resource ? resource->type + " " + field(resource->creativeType) + " " +
+                              field(resource->content)
+                        : "-") +
+              "\n";
+      trackers(*nonLinear);
+    }
+  }
+  return text;
+}
+
+// Collisions and gaps in every place the model reads from: an attribute beside a child of its
+// name, an attribute named "text", elements without text, prefixed attributes, strings among
+// the elements of a path.
+TEST(ZVVast, EveryFieldOfAnAwkwardDocumentReadsAsBefore) {
+  const auto vast = vastDocument(R"(<VAST version="4.1" xmlns:x="urn:x">
+  <Ad><InLine Impression="attr" AdTitle="t"><AdSystem v="1">sys</AdSystem><AdSystem>second</AdSystem>
+    <Description/><Error>e1</Error><Impression>i1</Impression><Impression/>
+    <Creatives><Creative Linear="string"><Linear><Duration>00:00:30</Duration>
+      <VideoClicks><ClickTracking>c0</ClickTracking></VideoClicks>
+      <VideoClicks><ClickThrough>through</ClickThrough></VideoClicks>
+      <MediaFiles MediaFile="s"><MediaFile id="m1" delivery="progressive" width="640" height="360"
+        type="video/mp4" bitrate="900" scalable="true" text="attr">http://m/1</MediaFile>
+        <MediaFile x:type="video/webm" type="a"><width>9</width></MediaFile><MediaFile/>
+      </MediaFiles><MediaFiles><MediaFile id="m4">http://m/4</MediaFile></MediaFiles>
+      <TrackingEvents><Tracking event="start">http://t/s</Tracking><Tracking/>
+        <Tracking event="end"><event/>http://t/e</Tracking></TrackingEvents>
+      <TrackingEvents><Tracking event="pause">http://t/p</Tracking></TrackingEvents>
+    </Linear></Creative></Creatives></InLine></Ad>
+  <Ad><InLine><Creatives><Creative><NonLinearAds><NonLinear minSuggestedDuration="5">
+    <StaticResource>http://s/1</StaticResource><TrackingEvents><Tracking event="x">u</Tracking>
+    </TrackingEvents></NonLinear></NonLinearAds></Creative></Creatives></InLine></Ad>
+  <Ad><Wrapper><VASTAdTagURI>http://next</VASTAdTagURI><Impression>w</Impression>
+    <Creatives/></Wrapper></Ad>
+</VAST>)");
+  EXPECT_EQ(everyField(*vast), R"(version '4.1'
+ad 'http://next' - - - - ["w"]
+ad - 'sys' - '' 'e1' [null,"i1",null]
+ linear '00:00:30' 'through'
+  file 'm1' 'progressive' '640' '360' 'video/mp4' '900' 'true' 'http://m/1'
+  file - - - - 'a' - - -
+  file - - - - - - - -
+  file 'm4' - - - - - - 'http://m/4'
+  tracker 'start' 'http://t/s'
+  tracker - -
+  tracker - 'http://t/e'
+  tracker 'pause' 'http://t/p'
+ad - - - - - []
+ nonlinear '5' StaticResource - 'http://s/1'
+  tracker 'x' 'u'
+)");
+}
+
+// Strings are views into the document's characters: whatever part of the model is kept keeps
+// them, though the document, its ads and creatives are gone.
+TEST(ZVVast, APartKeptAloneKeepsItsStrings) {
+  std::shared_ptr<ZVTracker> tracker;
+  std::shared_ptr<ZVVastAdItem> file;
+  {
+    const auto linear =
+        std::dynamic_pointer_cast<ZVVastLinear>(vastDocument(kInline)->ads[1]->adCreative());
+    tracker = linear->trackers().back();
+    file = linear->adItems()->at(1);
+  }
+  EXPECT_EQ(tracker->event, "start");
+  EXPECT_EQ(file->url()->absoluteString(), "http://m/2.mp4");
+  const auto ad = vastDocument(kInline)->ads[0];
+  EXPECT_EQ(ad->adTagURL(), "http://w/next");
+}
+
 TEST(ZVVastAd, AggregationsWalkTheWrapperChainUpward) {
   const auto inlineAd = vastDocument(kInline)->ads[1];
   const auto wrapper = vastDocument(R"(<VAST><Ad><Wrapper><VASTAdTagURI>http://x</VASTAdTagURI>

@@ -69,7 +69,7 @@ std::shared_ptr<Outcome> parseToEnd(const std::string& text) {
 
 std::vector<std::string> systemsUpTheChain(std::shared_ptr<ZVVastAd> ad) {
   std::vector<std::string> systems;
-  for (; ad; ad = ad->parent()) systems.push_back(ad->system().value_or("?"));
+  for (; ad; ad = ad->parent()) systems.emplace_back(ad->system().value_or("?"));
   return systems;
 }
 

@@ -118,8 +118,8 @@ class XMLReader {
   /// The first model object `T::create` makes from the nodes at `path`, or nullptr; the nodes
   /// after it are not read.
   template <ZVXMLMapping T>
-  static std::shared_ptr<T> firstObect(std::string_view path, const XMLNode& data,
-                                       ZVXMLStrings& strings) {
+  static std::shared_ptr<T> firstObject(std::string_view path, const XMLNode& data,
+                                        ZVXMLStrings& strings) {
     std::shared_ptr<T> object;
     forEachNodeAtPath(path, data, [&](const XMLNode& node) {
       object = T::create(node, strings);
@@ -131,9 +131,9 @@ class XMLReader {
   /// are skipped), made in one allocation: each pointer shares the ownership of all of them and
   /// of `strings`.
   template <ZVXMLListMapping T>
-  static std::vector<std::shared_ptr<T>> obectsInOneBlock(std::string_view path,
-                                                          const XMLNode& data,
-                                                          ZVXMLStrings& strings) {
+  static std::vector<std::shared_ptr<T>> objectsInOneBlock(std::string_view path,
+                                                           const XMLNode& data,
+                                                           ZVXMLStrings& strings) {
     std::size_t count = 0;
     forEachNodeAtPath(path, data, [&](const XMLNode& node) {
       count += node.isDictionary() ? 1 : 0;

@@ -35,6 +35,10 @@ std::optional<std::string_view> ZVMediaFile::*fieldFor(std::string_view key) {
 
 }  // namespace
 
+std::shared_ptr<ZVMediaFile> ZVMediaFile::create(const XMLNode& dictionary) {
+  return readAlone<ZVMediaFile>(dictionary);
+}
+
 void ZVMediaFile::read(const XMLNode& dictionary, ZVXMLStrings& strings) {
   // One pass over the entries instead of a look-up per field: a dictionary's keys are unique, so
   // each field meets its key at most once. An entry that is not a string reads as absent.

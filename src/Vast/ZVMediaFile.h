@@ -13,6 +13,9 @@ namespace zorva {
 /// view into the document's strings, which every pointer to the file keeps alive.
 class ZVMediaFile : public ZVVastAdItem, public ZVXMLMapper {
  public:
+  /// The media file of a MediaFile element's dictionary, holding its own strings; nullptr when the
+  /// node is not a dictionary. A document's lists are made with `read` instead.
+  static std::shared_ptr<ZVMediaFile> create(const XMLNode& dictionary);
   /// Reads a MediaFile element's dictionary.
   void read(const XMLNode& dictionary, ZVXMLStrings& strings);
 

@@ -4,6 +4,10 @@
 
 namespace zorva {
 
+std::shared_ptr<ZVTracker> ZVTracker::create(const XMLNode& dictionary) {
+  return readAlone<ZVTracker>(dictionary);
+}
+
 void ZVTracker::read(const XMLNode& dictionary, ZVXMLStrings& strings) {
   // One pass over the entries: a dictionary's keys are unique.
   for (const XMLNode::Entry& entry : dictionary.entries()) {

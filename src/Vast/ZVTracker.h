@@ -12,6 +12,9 @@ namespace zorva {
 /// into the document's strings, which every pointer to the tracker keeps alive.
 class ZVTracker : public ZVXMLMapper {
  public:
+  /// The tracker of a Tracking element's dictionary, holding its own strings; nullptr when the node
+  /// is not a dictionary. A document's lists are made with `read` instead.
+  static std::shared_ptr<ZVTracker> create(const XMLNode& dictionary);
   /// Reads a Tracking element's dictionary.
   void read(const XMLNode& dictionary, ZVXMLStrings& strings);
 

@@ -71,9 +71,9 @@ std::shared_ptr<ZVVastAd> ZVVastAd::create(const XMLNode& dictionary, ZVXMLStrin
     }
   }
   ad->adCreative_ =
-      XMLReader::firstObect<ZVVastLinear>("Creatives/Creative/Linear", dictionary, strings);
+      XMLReader::firstObject<ZVVastLinear>("Creatives/Creative/Linear", dictionary, strings);
   if (!ad->adCreative_) {
-    ad->adCreative_ = XMLReader::firstObect<ZVVastNonLinear>(
+    ad->adCreative_ = XMLReader::firstObject<ZVVastNonLinear>(
         "Creatives/Creative/NonLinearAds/NonLinear", dictionary, strings);
   }
   return ad;

@@ -20,12 +20,12 @@ std::shared_ptr<ZVVastLinear> ZVVastLinear::create(const XMLNode& dictionary,
   auto linear = std::make_shared<ZVVastLinear>();
   linear->strings_ = strings.owner();
   linear->mediaFiles_ =
-      XMLReader::obectsInOneBlock<ZVMediaFile>("MediaFiles/MediaFile", dictionary, strings);
+      XMLReader::objectsInOneBlock<ZVMediaFile>("MediaFiles/MediaFile", dictionary, strings);
   linear->duration_ = strings.copy(XMLReader::textForPath("Duration", dictionary));
   linear->clickThrough_ =
       strings.copy(XMLReader::textForPath("VideoClicks/ClickThrough", dictionary));
   linear->trackers_ =
-      XMLReader::obectsInOneBlock<ZVTracker>("TrackingEvents/Tracking", dictionary, strings);
+      XMLReader::objectsInOneBlock<ZVTracker>("TrackingEvents/Tracking", dictionary, strings);
   // Click trackers are only ever sent by the tracking transport; without it they stay unread.
   if (ZorvaSDK::shared()->trackingTransport()) {
     linear->clickTrackers_ = XMLReader::valuesForPath("VideoClicks/ClickTracking", dictionary);

@@ -11,9 +11,9 @@ std::shared_ptr<ZVVastNonLinear> ZVVastNonLinear::create(const XMLNode& dictiona
   if (!dictionary.isDictionary()) return nullptr;
   auto nonLinear = std::make_shared<ZVVastNonLinear>();
   nonLinear->minSuggestedDuration_ = stringForKey(dictionary, "minSuggestedDuration");
-  nonLinear->resource_ = XMLReader::firstObect<ZVResource>("StaticResource", dictionary, strings);
+  nonLinear->resource_ = XMLReader::firstObject<ZVResource>("StaticResource", dictionary, strings);
   nonLinear->trackers_ =
-      XMLReader::obectsInOneBlock<ZVTracker>("TrackingEvents/Tracking", dictionary, strings);
+      XMLReader::objectsInOneBlock<ZVTracker>("TrackingEvents/Tracking", dictionary, strings);
   // Click trackers are only ever sent by the tracking transport; without it they stay unread.
   if (ZorvaSDK::shared()->trackingTransport()) {
     nonLinear->clickTrackers_ = XMLReader::valuesForPath("NonLinearClickTracking", dictionary);

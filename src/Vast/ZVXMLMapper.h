@@ -38,10 +38,11 @@ class ZVXMLStrings {
 /// A mapper class offers `static std::shared_ptr<T> create(const XMLNode& dictionary,
 /// ZVXMLStrings& strings)`, which answers nullptr when it cannot make an object from the node (a
 /// string where an attribute collided with a child element, for one); `XMLReader::obects<T>`
-/// makes objects through it. The classes a document holds many of (trackers, media files) offer
-/// `void read(const XMLNode& dictionary, ZVXMLStrings& strings)` instead, which fills a
-/// default-made object from a dictionary, so that `XMLReader::obectsInOneBlock<T>` can make a
-/// whole list in one allocation. Strings kept as views are copied into `strings`.
+/// makes objects through it. The classes a document holds many of (trackers, media files) also
+/// offer `void read(const XMLNode& dictionary, ZVXMLStrings& strings)`, which fills a default-made
+/// object from a dictionary, so that `XMLReader::objectsInOneBlock<T>` can make a whole list in
+/// one allocation; their `create` takes the dictionary alone (`readAlone`). Strings kept as views
+/// are copied into `strings`.
 class ZVXMLMapper {
  public:
   virtual ~ZVXMLMapper() = 0;
@@ -72,5 +73,21 @@ concept ZVXMLListMapping = std::derived_from<T, ZVXMLMapper> && std::default_ini
     requires(T& object, const XMLNode& dictionary, ZVXMLStrings& strings) {
   { object.read(dictionary, strings) } -> std::same_as<void>;
 };
+
+/// One object read by `T::read` from `dictionary` with strings of its own, which the pointer
+/// keeps alive; nullptr when the node is not a dictionary. The list classes' `create`.
+template <ZVXMLListMapping T>
+std::shared_ptr<T> readAlone(const XMLNode& dictionary) {
+  if (!dictionary.isDictionary()) return nullptr;
+  struct Block {
+    std::shared_ptr<const void> strings;
+    T object;
+  };
+  ZVXMLStrings strings;
+  auto block = std::make_shared<Block>();
+  block->strings = strings.owner();
+  block->object.read(dictionary, strings);
+  return std::shared_ptr<T>(block, &block->object);
+}
 
 }  // namespace zorva

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Vast/XMLReader.h"
 #include "Vast/ZVVast.h"
 #include "Vast/ZVVastLinear.h"
 #include "Vast/ZVVastNonLinear.h"
@@ -178,6 +179,21 @@ TEST(ZVVast, APartKeptAloneKeepsItsStrings) {
   EXPECT_EQ(file->url()->absoluteString(), "http://m/2.mp4");
   const auto ad = vastDocument(kInline)->ads[0];
   EXPECT_EQ(ad->adTagURL(), "http://w/next");
+
+  // A tracker or media file made from its element alone keeps its own strings.
+  std::shared_ptr<ZVMediaFile> alone;
+  {
+    const auto tree = XMLReader::dictionaryForXMLData(
+        std::string(R"(<MediaFile type="video/mp4" width="640">http://m/3.mp4</MediaFile>)"),
+        nullptr);
+    ASSERT_TRUE(tree);
+    alone = ZVMediaFile::create((*tree)["MediaFile"]);
+    EXPECT_EQ(ZVTracker::create((*tree)["MediaFile"]["type"]), nullptr);
+  }
+  ASSERT_TRUE(alone);
+  EXPECT_EQ(alone->type, "video/mp4");
+  EXPECT_EQ(alone->width, "640");
+  EXPECT_EQ(alone->mediaUrl, "http://m/3.mp4");
 }
 
 TEST(ZVVastAd, AggregationsWalkTheWrapperChainUpward) {

@@ -219,8 +219,8 @@ struct URLSession::Engine {
       } else {
         transfer->response.url = requested;
       }
-      // The answer goes out first; the handle and the transfer are put away while its reader
-      // works on it.
+      // The answer goes out first: whatever its handler hands to another thread is on its way
+      // before the handle is reset and put away.
       complete(task, std::move(transfer->responseBody), std::move(transfer->response),
                std::nullopt);
       releaseHandle(easy);

@@ -1,6 +1,8 @@
 #include "zorva/platform/URLSession.h"
 
 #include <curl/curl.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <map>
@@ -77,6 +79,10 @@ std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* user
 
 struct URLSession::Engine {
   CURLM* multi = nullptr;
+  // Wakes the worker from its poll: one write and one read, where curl's own wake-up is a send on
+  // a socket pair that the worker then drains with two receives. Without one (the process is out
+  // of descriptors) curl's wake-up does the job.
+  int wakeFd = -1;
   std::thread worker;
   std::thread::id workerId;
   mutable std::mutex mutex;
@@ -90,6 +96,7 @@ struct URLSession::Engine {
   Engine() {
     initialiseCurlOnce();
     multi = curl_multi_init();
+    wakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     worker = std::thread([this] { loop(); });
     workerId = worker.get_id();
   }
@@ -99,10 +106,11 @@ struct URLSession::Engine {
       std::lock_guard lock(mutex);
       shuttingDown = true;
     }
-    curl_multi_wakeup(multi);
+    wake();
     worker.join();
     for (CURL* easy : idle) curl_easy_cleanup(easy);
     curl_multi_cleanup(multi);
+    if (wakeFd >= 0) close(wakeFd);
   }
 
   // A handle with every option at its default: an idle one or a new one.
@@ -278,7 +286,20 @@ struct URLSession::Engine {
         std::lock_guard lock(mutex);
         if (!incoming.empty()) continue;
       }
-      curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
+      curl_waitfd woken{wakeFd, CURL_WAIT_POLLIN, 0};
+      curl_multi_poll(multi, &woken, wakeFd < 0 ? 0 : 1, 1000, nullptr);
+      if ((woken.revents & CURL_WAIT_POLLIN) != 0) {
+        eventfd_t count = 0;
+        eventfd_read(wakeFd, &count);
+      }
+    }
+  }
+
+  void wake() const {
+    if (wakeFd < 0) {
+      curl_multi_wakeup(multi);
+    } else {
+      eventfd_write(wakeFd, 1);
     }
   }
 };
@@ -330,7 +351,7 @@ void URLSession::start(std::shared_ptr<URLSessionDataTask> task) {
   if (!isDelegateQueue()) wake();
 }
 
-void URLSession::wake() { curl_multi_wakeup(engine_->multi); }
+void URLSession::wake() { engine_->wake(); }
 
 bool URLSession::isDelegateQueue() const { return std::this_thread::get_id() == engine_->workerId; }
 

@@ -53,7 +53,11 @@ void ZVAdLoader::load() {
         }
         // A builder that answers with neither sends a request without a URL, which the transport
         // turns into an error.
-        self->makeRequest(request.value_or(platform::URLRequest()));
+        if (request) {
+          self->makeRequest(*request);
+        } else {
+          self->makeRequest(platform::URLRequest());
+        }
       });
 }
 
@@ -121,7 +125,7 @@ ZVAdLoader::ResponseReading ZVAdLoader::readResponse(const Data& data) {
     if (!json) return {nullptr, std::move(parseError)};
     auto builder = ZorvaAdBuilder::create();
     builder->setJson(std::move(*json));
-    return {builder->build(), std::nullopt};
+    return {builder->buildTakingJson(), std::nullopt};
   } catch (const Exception& exception) {
     Value info = Value::object();
     info["ExceptionName"] = exception.name();

@@ -2,6 +2,7 @@
 
 #include <limits>
 #include <string>
+#include <type_traits>
 
 #include <zorva/platform/Text.h>
 
@@ -34,7 +35,8 @@ const char* kindOf(const Value& v) {
 }
 
 // The value under `key`, or nullptr when there is none. Only objects have keys.
-const Value* objectForKey(const Value& object, const char* key) {
+template <typename Json>
+Json* objectForKey(Json& object, const char* key) {
   if (!object.is_object()) raise(std::string("objectForKey:\"") + key + "\"", object);
   auto it = object.find(key);
   return it == object.end() ? nullptr : &*it;
@@ -46,7 +48,8 @@ std::size_t count(const Value& collection) {
   return collection.size();
 }
 
-const Value& firstObject(const Value& array) {
+template <typename Json>
+Json& firstObject(Json& array) {
   if (!array.is_array()) raise("firstObject", array);
   return array.front();
 }
@@ -69,25 +72,39 @@ float floatValue(const Value* v) {
   return 0.0f;
 }
 
-}  // namespace
-
-std::shared_ptr<ZorvaAd> ZorvaAdBuilder::build() const {
+// The ad of `response`, its values copied (`Json` is const) or moved out of it.
+template <typename Json>
+std::shared_ptr<ZorvaAd> readAd(Json& response) {
+  using Element = std::conditional_t<std::is_const_v<Json>, const Value, Value>;
+  auto take = [](Element* value) -> Value {
+    if constexpr (std::is_const_v<Json>) {
+      return *value;
+    } else {
+      return std::move(*value);
+    }
+  };
   auto ad = std::make_shared<ZorvaAd>();
-  const Value* seatbid = objectForKey(json_, "seatbid");
+  Element* seatbid = objectForKey(response, "seatbid");
   if (seatbid == nullptr || count(*seatbid) == 0) return nullptr;
-  const Value* bids = objectForKey(firstObject(*seatbid), "bid");
+  Element* bids = objectForKey(firstObject(*seatbid), "bid");
   if (bids == nullptr || count(*bids) == 0) return nullptr;
-  const Value& bid = firstObject(*bids);
+  Element& bid = firstObject(*bids);
 
-  if (const Value* adm = objectForKey(bid, "adm")) ad->creative = *adm;
+  if (Element* adm = objectForKey(bid, "adm")) ad->creative = take(adm);
   ad->size.width = static_cast<double>(floatValue(objectForKey(bid, "w")));
   ad->size.height = static_cast<double>(floatValue(objectForKey(bid, "h")));
-  if (const Value* id = objectForKey(bid, "id")) ad->bidId = *id;
-  if (const Value* price = objectForKey(bid, "price")) ad->price = *price;
-  if (const Value* ext = objectForKey(bid, "ext")) {
-    if (const Value* skadn = objectForKey(*ext, "skadn")) ad->skadn = *skadn;
+  if (Element* id = objectForKey(bid, "id")) ad->bidId = take(id);
+  if (Element* price = objectForKey(bid, "price")) ad->price = take(price);
+  if (Element* ext = objectForKey(bid, "ext")) {
+    if (Element* skadn = objectForKey(*ext, "skadn")) ad->skadn = take(skadn);
   }
   return ad;
 }
+
+}  // namespace
+
+std::shared_ptr<ZorvaAd> ZorvaAdBuilder::build() const { return readAd(json_); }
+
+std::shared_ptr<ZorvaAd> ZorvaAdBuilder::buildTakingJson() { return readAd(json_); }
 
 }  // namespace zorva

@@ -19,6 +19,10 @@ class ZorvaAdBuilder {
   /// that is a number or an array, a seat bid that is a string...).
   std::shared_ptr<ZorvaAd> build() const;
 
+  /// `build`, moving the ad's values out of `json` instead of copying them: for a reader that
+  /// has no further use for the response. `json` is left holding what the ad did not take.
+  std::shared_ptr<ZorvaAd> buildTakingJson();
+
  private:
   Value json_;
 };

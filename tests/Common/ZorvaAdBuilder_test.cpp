@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "Common/ZVAdLoader.h"
+#include "Common/ZorvaAdBuilder.h"
 #include "support/TestEnvironment.h"
 
 namespace zorva {
@@ -36,6 +37,27 @@ TEST(BidResponse, TheFirstBidOfTheFirstSeatBidIsKeptAsTheResponseHeldIt) {
     r = read(body);
     ASSERT_TRUE(r.ad) << body;
     EXPECT_EQ(r.ad->size, (ZVAdSize{0, 0}));
+  }
+}
+
+// The loader takes the ad's values out of the response it has no more use for; a builder asked
+// through its own interface copies them and can be asked again.
+TEST(BidResponse, BuildingCopiesAndBuildingTakingTheJsonMovesTheSameAd) {
+  auto builder = ZorvaAdBuilder::create();
+  builder->setJson(Value::parse(R"({"seatbid":[{"bid":[{"id":"b","adm":"<p>","price":1.5,)"
+                                R"("w":320,"h":50,"ext":{"skadn":{"nonce":"n"}}}]}]})"));
+  const Value before = builder->json();
+  auto copied = builder->build();
+  ASSERT_TRUE(copied);
+  EXPECT_EQ(builder->json(), before);
+  auto taken = builder->buildTakingJson();
+  ASSERT_TRUE(taken);
+  for (const auto* ad : {copied.get(), taken.get()}) {
+    EXPECT_EQ(ad->bidId, "b");
+    EXPECT_EQ(ad->creative, "<p>");
+    EXPECT_EQ(ad->price, 1.5);
+    EXPECT_EQ(ad->size, (ZVAdSize{320, 50}));
+    EXPECT_EQ(ad->skadn, before["seatbid"][0]["bid"][0]["ext"]["skadn"]);
   }
 }
 

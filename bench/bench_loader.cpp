@@ -104,28 +104,37 @@ void BM_SessionRoundTrip(benchmark::State& state) {
 }
 BENCHMARK(BM_SessionRoundTrip)->UseRealTime();
 
-std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
-
 // The same POST with a bare curl handle, reused as a tight client would, asking for the encodings
-// the SDK asks for, so that both exchanges are the same on the wire.
+// the SDK asks for, so that both exchanges are the same on the wire. The body is kept, as any
+// client keeps what it is going to read.
 class BarePost {
  public:
   BarePost() : url_(server().url("/bid")), easy_(curl_easy_init()) {
     curl_easy_setopt(easy_, CURLOPT_URL, url_.c_str());
     curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, kBody);
-    curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, discard);
+    curl_easy_setopt(
+        easy_, CURLOPT_WRITEFUNCTION, +[](char* data, std::size_t, std::size_t count, void* out) {
+          static_cast<std::string*>(out)->append(data, count);
+          return count;
+        });
+    curl_easy_setopt(easy_, CURLOPT_WRITEDATA, &body_);
     curl_easy_setopt(easy_, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
   }
   ~BarePost() { curl_easy_cleanup(easy_); }
   BarePost(const BarePost&) = delete;
   BarePost& operator=(const BarePost&) = delete;
 
-  bool perform() { return curl_easy_perform(easy_) == CURLE_OK; }
+  bool perform() {
+    body_.clear();
+    return curl_easy_perform(easy_) == CURLE_OK;
+  }
+  const std::string& body() const { return body_; }
 
  private:
   static constexpr const char* kBody =
       R"({"id":"bench","imp":[{"id":"1","banner":{"w":320,"h":50}}]})";
   std::string url_;
+  std::string body_;
   CURL* easy_;
 };
 
@@ -152,12 +161,35 @@ void BM_BareCurlPostHandedOver(benchmark::State& state) {
 }
 BENCHMARK(BM_BareCurlPostHandedOver)->UseRealTime();
 
+// The handed-over POST whose thread also parses the bid with nlohmann, as the loader must before
+// it can answer: the least a loader reading the bid on its network thread can cost.
+void BM_BareCurlPostParsedHandedOver(benchmark::State& state) {
+  BarePost post;
+  zorva::bench::HandOff handOff;
+  bool ok = true;
+  const zorva::bench::ProcessCpu cpu;
+  for (auto _ : state) {
+    handOff.run([&] {
+      ok = post.perform() && ok;
+      const auto bid = zorva::Value::parse(post.body(), nullptr, false);
+      ok = !bid.is_discarded() && ok;
+    });
+  }
+  cpu.report(state);
+  if (!ok) state.SkipWithError("curl or the parse failed");
+}
+BENCHMARK(BM_BareCurlPostParsedHandedOver)->UseRealTime();
+
 [[maybe_unused]] const bool kRatio =
     zorva::bench::reportRatio("BM_LoaderRoundTrip/real_time", "BM_BareCurlPost/real_time") &&
     zorva::bench::reportRatio("BM_LoaderRoundTrip/real_time",
                               "BM_BareCurlPostHandedOver/real_time") &&
+    zorva::bench::reportRatio("BM_LoaderRoundTrip/real_time",
+                              "BM_BareCurlPostParsedHandedOver/real_time") &&
     zorva::bench::reportRatio("BM_SessionRoundTrip/real_time",
                               "BM_BareCurlPostHandedOver/real_time") &&
+    zorva::bench::reportRatio("BM_BareCurlPostParsedHandedOver/real_time",
+                              "BM_BareCurlPost/real_time") &&
     zorva::bench::reportRatio("BM_BareCurlPostHandedOver/real_time", "BM_BareCurlPost/real_time");
 
 }  // namespace

@@ -88,6 +88,9 @@ struct URLSession::Engine {
   mutable std::mutex mutex;
   std::vector<std::shared_ptr<URLSessionDataTask>> incoming;
   bool shuttingDown = false;
+  // The worker is in (or about to enter) curl's poll: only then does a new task need a wake-up.
+  // A worker that is still busy looks at its incoming tasks before it polls again.
+  bool polling = false;
   std::atomic<std::size_t> inFlight{0};
   std::map<CURL*, std::unique_ptr<Transfer>> transfers;
   // Worker only.
@@ -285,6 +288,7 @@ struct URLSession::Engine {
         // Tasks started by the completions above did not wake the worker (see start).
         std::lock_guard lock(mutex);
         if (!incoming.empty()) continue;
+        polling = true;
       }
       curl_waitfd woken{wakeFd, CURL_WAIT_POLLIN, 0};
       curl_multi_poll(multi, &woken, wakeFd < 0 ? 0 : 1, 1000, nullptr);
@@ -292,6 +296,8 @@ struct URLSession::Engine {
         eventfd_t count = 0;
         eventfd_read(wakeFd, &count);
       }
+      std::lock_guard lock(mutex);
+      polling = false;
     }
   }
 
@@ -342,13 +348,15 @@ std::shared_ptr<URLSessionDataTask> URLSession::dataTaskWithRequest(const URLReq
 
 void URLSession::start(std::shared_ptr<URLSessionDataTask> task) {
   ++engine_->inFlight;
+  bool polling = false;
   {
     std::lock_guard lock(engine_->mutex);
     engine_->incoming.push_back(std::move(task));
+    polling = engine_->polling;
   }
-  // A completion handler starting the next exchange (a wrapper chain's next fetch) is on the
-  // worker, which looks at its incoming tasks before it waits again.
-  if (!isDelegateQueue()) wake();
+  // A worker that is not polling (busy, or a completion handler on it starting the next exchange
+  // of a wrapper chain) looks at its incoming tasks before it polls again.
+  if (polling) wake();
 }
 
 void URLSession::wake() { engine_->wake(); }

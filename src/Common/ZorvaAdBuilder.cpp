@@ -75,8 +75,7 @@ float floatValue(const Value* v) {
 // The ad of `response`, its values copied (`Json` is const) or moved out of it.
 template <typename Json>
 std::shared_ptr<ZorvaAd> readAd(Json& response) {
-  using Element = std::conditional_t<std::is_const_v<Json>, const Value, Value>;
-  auto take = [](Element* value) -> Value {
+  auto take = [](Json* value) -> Value {
     if constexpr (std::is_const_v<Json>) {
       return *value;
     } else {
@@ -84,19 +83,19 @@ std::shared_ptr<ZorvaAd> readAd(Json& response) {
     }
   };
   auto ad = std::make_shared<ZorvaAd>();
-  Element* seatbid = objectForKey(response, "seatbid");
+  Json* seatbid = objectForKey(response, "seatbid");
   if (seatbid == nullptr || count(*seatbid) == 0) return nullptr;
-  Element* bids = objectForKey(firstObject(*seatbid), "bid");
+  Json* bids = objectForKey(firstObject(*seatbid), "bid");
   if (bids == nullptr || count(*bids) == 0) return nullptr;
-  Element& bid = firstObject(*bids);
+  Json& bid = firstObject(*bids);
 
-  if (Element* adm = objectForKey(bid, "adm")) ad->creative = take(adm);
+  if (Json* adm = objectForKey(bid, "adm")) ad->creative = take(adm);
   ad->size.width = static_cast<double>(floatValue(objectForKey(bid, "w")));
   ad->size.height = static_cast<double>(floatValue(objectForKey(bid, "h")));
-  if (Element* id = objectForKey(bid, "id")) ad->bidId = take(id);
-  if (Element* price = objectForKey(bid, "price")) ad->price = take(price);
-  if (Element* ext = objectForKey(bid, "ext")) {
-    if (Element* skadn = objectForKey(*ext, "skadn")) ad->skadn = take(skadn);
+  if (Json* id = objectForKey(bid, "id")) ad->bidId = take(id);
+  if (Json* price = objectForKey(bid, "price")) ad->price = take(price);
+  if (Json* ext = objectForKey(bid, "ext")) {
+    if (Json* skadn = objectForKey(*ext, "skadn")) ad->skadn = take(skadn);
   }
   return ad;
 }

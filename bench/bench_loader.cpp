@@ -10,6 +10,7 @@
 #include <atomic>
 
 #include "Common/ZVAdLoader.h"
+#include "support/CurlBody.h"
 #include "support/HandOff.h"
 #include "support/LoopbackServer.h"
 #include "support/ProcessCpu.h"
@@ -41,14 +42,20 @@ zorva::test::LoopbackServer& server() {
   return *s;
 }
 
+// The bid request every side of the comparison sends.
+constexpr const char* kRequestBody =
+    R"({"id":"bench","imp":[{"id":"1","banner":{"w":320,"h":50}}]})";
+
+zorva::platform::URLRequest bidRequest() {
+  zorva::platform::URLRequest request(zorva::platform::URL::URLWithString(server().url("/bid")));
+  request.HTTPMethod = "POST";
+  request.HTTPBody = kRequestBody;
+  return request;
+}
+
 class FixedBuilder : public zorva::ZVRequestBuilding {
  public:
-  void build(Completion completion) override {
-    zorva::platform::URLRequest request(zorva::platform::URL::URLWithString(server().url("/bid")));
-    request.HTTPMethod = "POST";
-    request.HTTPBody = R"({"id":"bench","imp":[{"id":"1","banner":{"w":320,"h":50}}]})";
-    completion(std::move(request), std::nullopt);
-  }
+  void build(Completion completion) override { completion(bidRequest(), std::nullopt); }
 };
 
 class CountingDelegate : public zorva::ZVAdLoaderDelegate {
@@ -86,9 +93,7 @@ void BM_SessionRoundTrip(benchmark::State& state) {
   auto& queue = zorva::platform::MainQueue::shared();
   queue.bindToCurrentThread();
   auto session = zorva::platform::URLSession::sharedSession();
-  zorva::platform::URLRequest request(zorva::platform::URL::URLWithString(server().url("/bid")));
-  request.HTTPMethod = "POST";
-  request.HTTPBody = R"({"id":"bench","imp":[{"id":"1","banner":{"w":320,"h":50}}]})";
+  const auto request = bidRequest();
   int done = 0;
   const zorva::bench::ProcessCpu cpu;
   for (auto _ : state) {
@@ -111,12 +116,8 @@ class BarePost {
  public:
   BarePost() : url_(server().url("/bid")), easy_(curl_easy_init()) {
     curl_easy_setopt(easy_, CURLOPT_URL, url_.c_str());
-    curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, kBody);
-    curl_easy_setopt(
-        easy_, CURLOPT_WRITEFUNCTION, +[](char* data, std::size_t, std::size_t count, void* out) {
-          static_cast<std::string*>(out)->append(data, count);
-          return count;
-        });
+    curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, kRequestBody);
+    curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, zorva::bench::appendToString);
     curl_easy_setopt(easy_, CURLOPT_WRITEDATA, &body_);
     curl_easy_setopt(easy_, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
   }
@@ -131,8 +132,6 @@ class BarePost {
   const std::string& body() const { return body_; }
 
  private:
-  static constexpr const char* kBody =
-      R"({"id":"bench","imp":[{"id":"1","banner":{"w":320,"h":50}}]})";
   std::string url_;
   std::string body_;
   CURL* easy_;
@@ -148,22 +147,9 @@ void BM_BareCurlPost(benchmark::State& state) {
 }
 BENCHMARK(BM_BareCurlPost)->UseRealTime();
 
-// The bare POST made on a thread of its own while the calling thread sleeps: the two wake-ups an
-// exchange on a network thread answered on the main thread costs, with no SDK around them.
-void BM_BareCurlPostHandedOver(benchmark::State& state) {
-  BarePost post;
-  zorva::bench::HandOff handOff;
-  bool ok = true;
-  const zorva::bench::ProcessCpu cpu;
-  for (auto _ : state) handOff.run([&] { ok = post.perform() && ok; });
-  cpu.report(state);
-  if (!ok) state.SkipWithError("curl failed");
-}
-BENCHMARK(BM_BareCurlPostHandedOver)->UseRealTime();
-
-// The handed-over POST whose thread also parses the bid with nlohmann, as the loader must before
-// it can answer: the least a loader reading the bid on its network thread can cost.
-void BM_BareCurlPostParsedHandedOver(benchmark::State& state) {
+// The bare POST made on a thread of its own while the calling thread sleeps; `parseBid` has that
+// thread parse the bid with nlohmann too, as the loader must before it can answer.
+void handedOverPosts(benchmark::State& state, bool parseBid) {
   BarePost post;
   zorva::bench::HandOff handOff;
   bool ok = true;
@@ -171,13 +157,20 @@ void BM_BareCurlPostParsedHandedOver(benchmark::State& state) {
   for (auto _ : state) {
     handOff.run([&] {
       ok = post.perform() && ok;
-      const auto bid = zorva::Value::parse(post.body(), nullptr, false);
-      ok = !bid.is_discarded() && ok;
+      if (parseBid) ok = !zorva::Value::parse(post.body(), nullptr, false).is_discarded() && ok;
     });
   }
   cpu.report(state);
   if (!ok) state.SkipWithError("curl or the parse failed");
 }
+
+// The two wake-ups an exchange on a network thread answered on the main thread costs, with no
+// SDK around them.
+void BM_BareCurlPostHandedOver(benchmark::State& state) { handedOverPosts(state, false); }
+BENCHMARK(BM_BareCurlPostHandedOver)->UseRealTime();
+
+// The least a loader reading the bid on its network thread can cost.
+void BM_BareCurlPostParsedHandedOver(benchmark::State& state) { handedOverPosts(state, true); }
 BENCHMARK(BM_BareCurlPostParsedHandedOver)->UseRealTime();
 
 [[maybe_unused]] const bool kRatio =

@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
+#include <cctype>
 #include <memory>
 
 namespace zorva::platform {
@@ -71,6 +73,15 @@ std::vector<std::string> URL::pathComponents() const {
 std::string URL::lastPathComponent() const {
   auto components = pathComponents();
   return components.empty() ? std::string() : components.back();
+}
+
+bool URL::isWeb() const {
+  const auto is = [this](std::string_view name) {
+    return std::equal(scheme_.begin(), scheme_.end(), name.begin(), name.end(), [](char a, char b) {
+      return std::tolower(static_cast<unsigned char>(a)) == b;
+    });
+  };
+  return is("http") || is("https");
 }
 
 }  // namespace zorva::platform

@@ -159,12 +159,22 @@ struct URLSession::Engine {
                transportError(CURLE_URL_MALFORMAT, "the request has no valid URL"));
       return;
     }
+    if (!request.url->isWeb()) {
+      complete(task, std::nullopt, std::nullopt,
+               transportError(CURLE_UNSUPPORTED_PROTOCOL,
+                              "only http and https are fetched, not " + request.url->scheme()));
+      return;
+    }
     auto transfer = std::make_unique<Transfer>();
     transfer->task = task;
     transfer->easy = takeHandle();
     CURL* easy = transfer->easy;
     curl_easy_setopt(easy, CURLOPT_URL, request.url->absoluteString().c_str());
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    // A server's answer never makes the process open a file or speak another protocol: curl is
+    // held to http and https for the first URL (checked above as well) and for every redirect.
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 16L);
     // Compressed answers save bytes on a phone network; brotli costs servers far more CPU than

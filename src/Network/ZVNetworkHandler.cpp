@@ -38,7 +38,23 @@ void ZVNetworkHandler::fetchRequest(const platform::URLRequest& request, Complet
 
 void ZVNetworkHandler::fetchUrls(const std::vector<std::string>& urls, Completion) {
   if (urls.empty() || !ZorvaSDK::shared()->trackingTransport()) return;
-  if (auto transport = ZVTrackingTransport::running()) transport->send(urls);
+  auto transport = ZVTrackingTransport::running();
+  if (!transport) return;
+  // Only web URLs are kept for sending: the session would refuse any other at every attempt.
+  std::vector<std::string> web;
+  web.reserve(urls.size());
+  for (const auto& url : urls) {
+    const auto parsed = platform::URL::URLWithString(url);
+    if (parsed && parsed->isWeb()) {
+      web.push_back(url);
+    } else {
+      ZV_LOG(1, "-[ZVNetworkHandler fetchUrls:completion:]",
+             "dropped a tracking URL that is not "
+             "http or https: %s",
+             url.c_str());
+    }
+  }
+  if (!web.empty()) transport->send(web);
 }
 
 }  // namespace zorva

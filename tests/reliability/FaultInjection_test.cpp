@@ -6,13 +6,24 @@
 
 #include <zorva/ZVBannerView.h>
 #include <zorva/ZVInterstitialAd.h>
+#include <zorva/ZorvaSDK.h>
 #include <zorva/platform/DeviceProfile.h>
 #include <zorva/platform/Window.h>
 
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <filesystem>
 #include <functional>
 #include <ostream>
 
+#include "Common/ZVInstanceFactory.h"
+#include "Network/ZVNetworkHandler.h"
 #include "support/AdFormatTesting.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
@@ -72,10 +83,19 @@ const Case kCases[] = {
     {Mode::ServerErrorWithBody, kAd, kAd},
 };
 
+// A bid whose VAST is one Wrapper of `target`.
+std::string wrapperTo(const std::string& target) {
+  return test::bidWithMarkup(
+      "<VAST version=\"3.0\"><Ad id=\"w\"><Wrapper><AdSystem>w</AdSystem><VASTAdTagURI>" + target +
+      "</VASTAdTagURI></Wrapper></Ad></VAST>");
+}
+
 // Read in the logs as the mode's name.
 void PrintTo(const Case& c, std::ostream* os) { *os << tools::HostileServer::nameOf(c.mode); }
 
-class FaultInjection : public ::testing::TestWithParam<Case> {
+// A phone's window, a good server and a recorded delegate: what every load here starts from.
+template <typename Param>
+class AdLoads : public ::testing::TestWithParam<Param> {
  protected:
   void SetUp() override {
     handler_ = test::ObservingNetworkHandler::install();
@@ -85,17 +105,28 @@ class FaultInjection : public ::testing::TestWithParam<Case> {
     window_ = platform::DeviceProfile::phone().makeKeyWindow(root_);
   }
 
+  std::shared_ptr<ZVInterstitialAd> makeInterstitial(std::shared_ptr<ZVAdRequest> request) {
+    auto ad = ZVInterstitialAd::create(std::move(request));
+    ad->setDelegate(interstitialDelegate_);
+    return ad;
+  }
+
+  std::shared_ptr<test::ObservingNetworkHandler> handler_;
+  test::LoopbackServer good_;
+  std::shared_ptr<platform::ViewController> root_ = platform::ViewController::create();
+  std::shared_ptr<platform::Window> window_;
+  test::Recorder recorder_;
+  std::shared_ptr<ZVInterstitialAdDelegate> interstitialDelegate_ =
+      test::recordingInterstitialDelegate(recorder_);
+};
+
+class FaultInjection : public AdLoads<Case> {
+ protected:
   void startHostile(std::string body, std::string type) {
     std::optional<Error> error;
     hostile_ = tools::HostileServer::start(
         {.mode = GetParam().mode, .body = std::move(body), .contentType = std::move(type)}, &error);
     ASSERT_TRUE(hostile_) << error->localizedDescription();
-  }
-
-  std::shared_ptr<ZVInterstitialAd> makeInterstitial(std::shared_ptr<ZVAdRequest> request) {
-    auto ad = ZVInterstitialAd::create(std::move(request));
-    ad->setDelegate(interstitialDelegate_);
-    return ad;
   }
 
   // Runs `load` and checks the first callback against `expected`; true when it was a failure, so
@@ -129,14 +160,7 @@ class FaultInjection : public ::testing::TestWithParam<Case> {
     EXPECT_EQ(heard[1].name, "receive");
   }
 
-  std::shared_ptr<test::ObservingNetworkHandler> handler_;
-  test::LoopbackServer good_;
   std::unique_ptr<tools::HostileServer> hostile_;
-  std::shared_ptr<platform::ViewController> root_ = platform::ViewController::create();
-  std::shared_ptr<platform::Window> window_;
-  test::Recorder recorder_;
-  std::shared_ptr<ZVInterstitialAdDelegate> interstitialDelegate_ =
-      test::recordingInterstitialDelegate(recorder_);
 };
 
 TEST_P(FaultInjection, BannerBidRequest) {
@@ -164,11 +188,6 @@ TEST_P(FaultInjection, InterstitialBidRequest) {
 // The bid comes from the good server; its VAST is a Wrapper whose target is hostile.
 TEST_P(FaultInjection, VideoInterstitialWrapperFetch) {
   startHostile(test::linearVast(), "application/xml");
-  auto wrapperTo = [](const std::string& target) {
-    return test::bidWithMarkup(
-        "<VAST version=\"3.0\"><Ad id=\"w\"><Wrapper><AdSystem>w</AdSystem><VASTAdTagURI>" +
-        target + "</VASTAdTagURI></Wrapper></Ad></VAST>");
-  };
   good_.respond(test::kServadPath, {.body = wrapperTo(hostile_->baseUrl() + "/vast.xml")});
   auto ad = makeInterstitial(test::requestFor(good_, kTimeout));
   ad->setSwitchToVideo(true);
@@ -184,6 +203,105 @@ INSTANTIATE_TEST_SUITE_P(HostileServer, FaultInjection, ::testing::ValuesIn(kCas
                            std::replace(name.begin(), name.end(), '-', '_');
                            return "Mode_" + name;
                          });
+
+// Only http and https leave the process, whatever a server names: a VAST Wrapper's tag URI, a
+// redirect of a wrapper fetch or of the bid request, a tracking URL. Each foreign URL points at a
+// canary that shows whether it was used: a FIFO, whose opener would block until a writer came,
+// and a listening socket nobody accepts from, where a connection would wait in the backlog.
+class ForeignScheme : public AdLoads<const char*> {
+ protected:
+  void SetUp() override {
+    AdLoads::SetUp();
+    fifo_ = std::filesystem::temp_directory_path() / ("zorva-canary-" + std::to_string(getpid()));
+    ASSERT_EQ(mkfifo(fifo_.c_str(), 0600), 0);
+    listener_ = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), length), 0);
+    ASSERT_EQ(listen(listener_, 8), 0);
+    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
+    url_ = GetParam();
+    for (auto [mark, value] : {std::pair<std::string, std::string>{"FIFO", fifo_.string()},
+                               {"PORT", std::to_string(ntohs(address.sin_port))}}) {
+      if (auto at = url_.find(mark); at != std::string::npos) url_.replace(at, mark.size(), value);
+    }
+  }
+  void TearDown() override {
+    // Nobody opened the FIFO to read, nobody connected.
+    const int writer = open(fifo_.c_str(), O_WRONLY | O_NONBLOCK);
+    EXPECT_TRUE(writer < 0 && errno == ENXIO) << url_;
+    if (writer >= 0) close(writer);
+    EXPECT_LT(accept(listener_, nullptr, nullptr), 0) << url_;
+    close(listener_);
+    std::filesystem::remove(fifo_);
+  }
+
+  std::filesystem::path fifo_;
+  int listener_ = -1;
+  std::string url_;
+};
+
+TEST_P(ForeignScheme, IsNeverFetched) {
+  good_.respond("/moved", {.status = 302, .body = "", .location = url_});
+  auto ad = makeInterstitial(test::requestFor(good_, kTimeout));
+  ad->setSwitchToVideo(true);
+  // Each load's first callback is a failure with `code`.
+  const auto failsWith = [&](long code, const std::function<void()>& load) {
+    const std::size_t before = recorder_.heard().size();
+    load();
+    ASSERT_TRUE(
+        test::runMainQueueUntil([&] { return recorder_.heard().size() > before; }, kDeadline));
+    const auto heard = recorder_.heard()[before];
+    ASSERT_TRUE(heard.error) << heard.name;
+    EXPECT_EQ(heard.error->code, code) << heard.error->localizedDescription();
+  };
+  // A Wrapper naming it, then a Wrapper whose target redirects to it: no VAST response.
+  for (const auto& target : {url_, good_.url("/moved")}) {
+    good_.respond(test::kServadPath, {.body = wrapperTo(target)});
+    failsWith(303, [&] { ad->loadAd(); });
+  }
+  // The bid request redirected to it: curl's "unsupported protocol".
+  auto redirected = makeInterstitial(test::requestTo(good_.url("/moved"), kTimeout));
+  failsWith(1, [&] { redirected->loadAd(); });
+  // A tracking URL: dropped, while the web URL handed over with it is sent.
+  const auto queue = fifo_.string() + ".sqlite";
+  ZorvaSDK::shared()->setTrackingQueuePath(queue);
+  ZorvaSDK::shared()->setTrackingTransport(true);
+  good_.respond("/tracked", {});
+  ZVInstanceFactory::sharedNetworkhandler()->fetchUrls({url_, good_.url("/tracked")}, nullptr);
+  EXPECT_TRUE(good_.waitForRequests(5, kDeadline));
+  ZorvaSDK::shared()->setTrackingTransport(false);
+  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(queue + suffix);
+}
+
+// A Wrapper fetch that never ends holds nothing else up: a banner loads while it hangs, long
+// before the fetch's own time-out.
+using StalledFetch = AdLoads<int>;
+TEST_F(StalledFetch, HoldsNoOtherLoad) {
+  std::optional<Error> error;
+  const auto silent = tools::HostileServer::start({.mode = Mode::Silent}, &error);
+  ASSERT_TRUE(silent);
+  handler_->setDefaultTimeout(600);
+  good_.respond("/stalled", {.body = wrapperTo(silent->baseUrl() + "/vast.xml")});
+  auto video = makeInterstitial(test::requestTo(good_.url("/stalled"), kTimeout));
+  video->setSwitchToVideo(true);
+  video->loadAd();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return silent->connections() > 0; }, kDeadline));
+  auto banner = ZVBannerView::create(test::requestFor(good_, kTimeout), ZVAdSize{320, 50});
+  auto delegate = test::recordingBannerDelegate<ZVBannerViewDelegate>(recorder_);
+  banner->setDelegate(delegate);
+  banner->loadAd();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return !recorder_.heard().empty(); }, kDeadline));
+  EXPECT_EQ(recorder_.heard()[0].name, "receive");  // the banner's: the video still waits
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Schemes, ForeignScheme,
+    ::testing::Values("file://FIFO", "FILE://FIFO", "ftp://127.0.0.1:PORT/vast.xml",
+                      "gopher://127.0.0.1:PORT/_GET%20/vast.xml", "dict://127.0.0.1:PORT/d:vast",
+                      "telnet://127.0.0.1:PORT", "data:text/xml,%3CVAST%20version=%223.0%22/%3E"));
 
 }  // namespace
 }  // namespace zorva

@@ -36,6 +36,7 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
       return;
     }
     res.status = answer.status;
+    if (!answer.location.empty()) res.set_header("Location", answer.location);
     if (!answer.holdAfterBytes) {
       res.set_content(answer.body, answer.contentType.c_str());
       return;

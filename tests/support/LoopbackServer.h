@@ -29,6 +29,8 @@ class LoopbackServer {
     /// Send only this many bytes of the body (of a body announced whole), then hold the
     /// connection open without sending more until the server stops: a source that dries up.
     std::optional<std::size_t> holdAfterBytes = std::nullopt;
+    /// A "Location" header, for a redirect status.
+    std::string location = {};
   };
 
   struct Request {

@@ -514,6 +514,10 @@ GtkWindow* Host::toplevel() const {
 }
 
 bool openInDesktopBrowser(const std::string& url) {
+  // The desktop opens whatever a URI names (files, other programs' schemes): an ad's link is
+  // only ever a web page.
+  const auto parsed = platform::URL::URLWithString(url);
+  if (!parsed || !parsed->isWeb()) return false;
   return g_app_info_launch_default_for_uri(url.c_str(), nullptr, nullptr) != FALSE;
 }
 

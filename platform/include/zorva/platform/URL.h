@@ -25,6 +25,9 @@ class URL {
   /// The query without its "?", or nothing.
   const std::optional<std::string>& query() const { return query_; }
   const std::optional<std::string>& fragment() const { return fragment_; }
+  /// Whether the scheme is http or https, in any case: the only URLs that leave the process (the
+  /// URL session's fetches, the in-app and the desktop browser).
+  bool isWeb() const;
 
   /// The path split on "/": the leading "/" is a component of its own, as on the phone
   /// platform ("/app/x/id1" gives "/", "app", "x", "id1").

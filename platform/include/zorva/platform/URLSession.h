@@ -49,7 +49,9 @@ class URLSessionDataTask : public std::enable_shared_from_this<URLSessionDataTas
 ///
 /// Completion: (body, response, error). A transport failure (refused connection, time-out,
 /// cancellation, a body over the size limit) gives no body, no response and an error in the
-/// domain "libcurl" with curl's own code. Any HTTP answer, whatever its status, is a success:
+/// domain "libcurl" with curl's own code. Only http and https are fetched, redirects included: a
+/// URL of any other scheme fails at once with curl's "unsupported protocol" (1), and nothing is
+/// opened for it. Any HTTP answer, whatever its status, is a success:
 /// body (possibly empty), response, no error.
 class URLSession : public std::enable_shared_from_this<URLSession> {
  public:

@@ -33,8 +33,9 @@ struct HostOptions {
   bool screenFromDisplay = false;
 };
 
-/// Hands `url` to the desktop's default handler for its scheme (GIO), for
-/// `HostOptions::openBrowserURL`. False when the desktop has none.
+/// Hands an http or https `url` to the desktop's default browser (GIO), for
+/// `HostOptions::openBrowserURL`. False for any other scheme (nothing is opened) and when the
+/// desktop has no browser.
 bool openInDesktopBrowser(const std::string& url);
 
 /// Shows a platform window's view tree on a real screen, inside a GTK widget.

@@ -3,9 +3,14 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
+#include <functional>
 #include <limits>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace zorva::platform {
 
@@ -118,33 +123,154 @@ void fail(std::optional<Error>* error, int code, const std::string& what) {
     *error = Error::withDescription(JSONSerialization::kErrorDomain, code, what);
 }
 
-// nlohmann's own tree builder, stopped when arrays and objects nest deeper than the limit: its
-// reader keeps its place on the heap, but copying, comparing and writing a tree recurse, and
-// each open level costs about a hundred bytes, so an unclosed "[[[[..." of the transport's 64
-// MiB would cost gigabytes before failing at its end.
-class BoundedTreeBuilder : public nlohmann::detail::json_sax_dom_parser<Value> {
+// Builds the tree as nlohmann's own builder does, in time linear in the text. nlohmann's builder
+// finds a repeated key by walking every earlier entry of its object (an ordered object is a list
+// of entries), so an object of n keys costs n²/2 key comparisons: a megabyte of short keys takes
+// minutes. Here an object that grows past a few entries gets an index of its keys while it is
+// open; a repeated key still replaces the earlier value in the earlier key's place, as there.
+//
+// Arrays and objects nesting deeper than the limit stop the reading: the reader keeps its place
+// on the heap, but copying, comparing and writing a tree recurse, and each open level costs about
+// a hundred bytes, so an unclosed "[[[[..." of the transport's 64 MiB would cost gigabytes before
+// failing at its end.
+class TreeBuilder {
  public:
-  using json_sax_dom_parser::json_sax_dom_parser;
+  explicit TreeBuilder(Value& root) : root_(root) {}
 
-  bool start_object(std::size_t elements) {
-    return enter() && json_sax_dom_parser::start_object(elements);
+  bool null() { return put(nullptr) != nullptr; }
+  bool boolean(bool value) { return put(value) != nullptr; }
+  bool number_integer(Value::number_integer_t value) { return put(value) != nullptr; }
+  bool number_unsigned(Value::number_unsigned_t value) { return put(value) != nullptr; }
+  bool number_float(Value::number_float_t value, const Value::string_t&) {
+    return put(value) != nullptr;
   }
-  bool start_array(std::size_t elements) {
-    return enter() && json_sax_dom_parser::start_array(elements);
+  // The reader's buffer is taken, not copied: a 50 MB string costs its size once.
+  bool string(Value::string_t& value) { return put(std::move(value)) != nullptr; }
+  bool binary(Value::binary_t& value) { return put(std::move(value)) != nullptr; }
+  bool start_object(std::size_t) { return open(Value::value_t::object); }
+  bool start_array(std::size_t) { return open(Value::value_t::array); }
+  bool end_object() { return close(); }
+  bool end_array() { return close(); }
+
+  bool key(Value::string_t& name) {
+    Open& top = open_.back();
+    auto& entries = top.container->get_ref<Value::object_t&>();
+    if (!top.keys && entries.size() < kIndexedFrom) {
+      const auto found = std::find_if(entries.begin(), entries.end(),
+                                      [&](const auto& entry) { return entry.first == name; });
+      if (found != entries.end()) {
+        slot_ = &found->second;
+        return true;
+      }
+      entries.emplace_back(std::move(name), nullptr);
+      slot_ = &entries.back().second;
+      if (entries.size() == kIndexedFrom) index(top);
+      return true;
+    }
+    // Entry first, then the index: the index compares entries by position.
+    entries.emplace_back(std::move(name), nullptr);
+    const std::size_t at = entries.size() - 1;
+    const std::size_t earlier = top.keys->insert(at);
+    if (earlier != at) entries.pop_back();
+    slot_ = &entries.begin()[static_cast<std::ptrdiff_t>(earlier)].second;
+    return true;
   }
-  bool end_object() {
-    --depth_;
-    return json_sax_dom_parser::end_object();
-  }
-  bool end_array() {
-    --depth_;
-    return json_sax_dom_parser::end_array();
+
+  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& e) {
+    throw e;
   }
 
  private:
-  bool enter() { return ++depth_ <= JSONSerialization::kMaximumDepth; }
+  static constexpr std::size_t kIndexedFrom = 16;
 
-  std::size_t depth_ = 0;
+  // The keys of one large open object: an open-addressing table of entry positions, with each
+  // entry's hash kept beside it, so that growing the table never reads a key again.
+  class KeyIndex {
+   public:
+    explicit KeyIndex(const Value::object_t& entries) : entries_(entries) {
+      for (std::size_t at = 0; at < entries.size(); ++at) insert(at);
+    }
+
+    // Indexes entry `at`, the object's last, and answers `at`; or, when an earlier entry has its
+    // key, answers that entry's position and indexes nothing.
+    std::size_t insert(std::size_t at) {
+      const std::size_t hash = std::hash<std::string_view>()(key(at));
+      if (2 * (hashes_.size() + 1) > slots_.size()) grow();
+      const std::size_t mask = slots_.size() - 1;
+      for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+        const std::uint32_t held = slots_[slot];
+        if (held == 0) {
+          slots_[slot] = static_cast<std::uint32_t>(at + 1);
+          hashes_.push_back(hash);
+          return at;
+        }
+        if (hashes_[held - 1] == hash && key(held - 1) == key(at)) return held - 1;
+      }
+    }
+
+   private:
+    // An ordered object is a vector of entries, whose indexing the object hides behind its own.
+    const std::string& key(std::size_t at) const {
+      return entries_.begin()[static_cast<std::ptrdiff_t>(at)].first;
+    }
+
+    void grow() {
+      slots_.assign(std::max<std::size_t>(4 * kIndexedFrom, 2 * slots_.size()), 0);
+      const std::size_t mask = slots_.size() - 1;
+      for (std::size_t at = 0; at < hashes_.size(); ++at) {
+        std::size_t slot = hashes_[at] & mask;
+        while (slots_[slot] != 0) slot = (slot + 1) & mask;
+        slots_[slot] = static_cast<std::uint32_t>(at + 1);
+      }
+    }
+
+    const Value::object_t& entries_;
+    std::vector<std::size_t> hashes_;   // by entry position
+    std::vector<std::uint32_t> slots_;  // entry position + 1, or 0 for a free slot
+  };
+
+  struct Open {
+    Value* container;
+    std::unique_ptr<KeyIndex> keys;
+  };
+
+  static void index(Open& top) {
+    top.keys = std::make_unique<KeyIndex>(top.container->get_ref<const Value::object_t&>());
+  }
+
+  // Places `value` where the text has it: the root, the end of the open array, or the slot of
+  // the key just read. Containers stay where they are placed while open: their parent gets
+  // nothing new until they close.
+  template <typename T>
+  Value* put(T&& value) {
+    if (open_.empty()) {
+      root_ = Value(std::forward<T>(value));
+      return &root_;
+    }
+    Value* container = open_.back().container;
+    if (container->is_array()) {
+      auto& items = container->get_ref<Value::array_t&>();
+      items.emplace_back(std::forward<T>(value));
+      return &items.back();
+    }
+    *slot_ = Value(std::forward<T>(value));
+    return slot_;
+  }
+
+  bool open(Value::value_t type) {
+    if (open_.size() >= JSONSerialization::kMaximumDepth) return false;
+    open_.push_back({put(type), nullptr});
+    return true;
+  }
+
+  bool close() {
+    open_.pop_back();
+    return true;
+  }
+
+  Value& root_;
+  std::vector<Open> open_;
+  Value* slot_ = nullptr;
 };
 
 }  // namespace
@@ -153,7 +279,7 @@ std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, uns
                                                            std::optional<Error>* error) {
   try {
     Value value;
-    BoundedTreeBuilder builder(value);
+    TreeBuilder builder(value);
     if (!Value::sax_parse(data.begin(), data.end(), &builder)) {
       fail(error, kNestingTooDeepCode,
            "JSON text nests arrays and objects deeper than " + std::to_string(kMaximumDepth) +

@@ -55,6 +55,16 @@ std::size_t onBody(char* data, std::size_t size, std::size_t count, void* user) 
     transfer->tooLarge = true;
     return 0;  // curl ends the transfer with a write error
   }
+  if (transfer->responseBody.empty()) {
+    // Room for the whole announced body at once: grown piece by piece, a large body would be
+    // copied at each doubling and briefly held twice. An announcement that never comes true
+    // costs address space only, not memory.
+    curl_off_t announced = -1;
+    curl_easy_getinfo(transfer->easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
+    if (announced > 0 && static_cast<std::size_t>(announced) <= URLSession::kMaximumBodySize) {
+      transfer->responseBody.reserve(static_cast<std::size_t>(announced));
+    }
+  }
   transfer->responseBody.append(data, bytes);
   return bytes;
 }

@@ -52,6 +52,10 @@ TEST(ZVAdLoader, ABidArrivesOnTheMainQueueAsAnAd) {
 TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
   LoopbackServer server;
   const std::string bigCreative(10u << 20, 'a');
+  // A million keys beside the bid (17 MB): read in time linear in their number.
+  std::string manyKeys = "{";
+  for (int i = 0; i < 1000000; ++i) manyKeys += "\"k" + std::to_string(i) + "\":" + "0,";
+  manyKeys += kBid + 1;
   struct Case {
     int status;
     std::string body;
@@ -60,6 +64,7 @@ TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
   const Case cases[] = {
       {500, kBid, "ad"},
       {200, R"({"seatbid":[{"bid":[{"adm":")" + bigCreative + R"("}]}]})", "ad"},
+      {200, manyKeys, "ad"},
       {200, "{}", "no ad"},
       {200, R"({"seatbid":[]})", "no ad"},
       {200, R"(<VAST version="3.0"><Ad/></VAST>)", "nlohmann::json"},

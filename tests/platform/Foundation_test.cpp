@@ -97,6 +97,29 @@ TEST(JSONSerialization, WritesWhatNlohmannWrites) {
   }
 }
 
+// The reader's tree is nlohmann's own whatever an object's size (small objects are searched,
+// large ones indexed): a repeated key keeps its first place and takes its last value. Text
+// nested past the limit, or broken, fails with nlohmann's parse error code.
+TEST(JSONSerialization, ReadsWhatNlohmannReads) {
+  for (const int keys : {3, 17, 300}) {
+    std::string text = "{";
+    for (int i = 0; i < keys; ++i) {
+      text += "\"k" + std::to_string(i % (keys - 1)) + "\":[" + std::to_string(i) +
+              ",{\"a\":1,\"b\":true,\"a\":\"" + std::to_string(i) + "\"}],";
+    }
+    text += "\"k0\":null}";
+    const auto read = JSONSerialization::JSONObjectWithData(text, 0, nullptr);
+    ASSERT_TRUE(read) << keys;
+    EXPECT_EQ(read->dump(), Value::parse(text).dump()) << keys;
+  }
+  const std::string deep = std::string(JSONSerialization::kMaximumDepth + 1, '[');
+  for (const std::string& bad : {deep, std::string("{\"a\":}"), std::string("[1,2")}) {
+    std::optional<Error> error;
+    EXPECT_FALSE(JSONSerialization::JSONObjectWithData(bad, 0, &error));
+    EXPECT_EQ(error->code, 101) << bad.substr(0, 10);
+  }
+}
+
 TEST(JSONSerialization, RefusesWhatCannotBeWritten) {
   for (const Value& bad : {Value(std::nan("")), Value(std::string("\xff\xfe"))}) {
     std::optional<Error> error;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "zorva/engines/GLibMainLoopBridge.h"
+#include "zorva/platform/JSONSerialization.h"
 #include "zorva/platform/MainQueue.h"
 #include "zorva/platform/WebView.h"
 
@@ -91,9 +92,11 @@ ScriptResult scriptResultFrom(JSCValue* value) {
     // A cyclic object leaves an exception in the context; the next script must not see it.
     jsc_context_clear_exception(jsc_value_get_context(value));
     if (json) {
-      Value parsed = Value::parse(json, nullptr, false);
+      // The page's object, read as any JSON the process reads: in linear time, depth bounded.
+      auto parsed =
+          JSONSerialization::JSONObjectWithData(json, JSONSerialization::FragmentsAllowed, nullptr);
       g_free(json);
-      if (!parsed.is_discarded()) return {std::move(parsed), std::nullopt};
+      if (parsed) return {std::move(*parsed), std::nullopt};
     }
   }
   return {std::nullopt,

@@ -95,6 +95,16 @@ class ZORVA_EXPORT ZorvaSDK {
   bool vastCdataText() const;
   void setVastCdataText(bool value);
 
+  /// 0 (no budget) by default. Otherwise: the most VAST documents one video load fetches while
+  /// it follows Wrappers; the fetch that would go past it fails the load at once with VAST error
+  /// 302 "WRAPPER_THRESHOLD". Unbudgeted, every Wrapper of every fetched document is followed
+  /// three levels down, so one answer of N Wrappers, each answering N Wrappers, costs N + N² + N³
+  /// fetches. Taken by each VAST parse when it starts; `kVastFetchBudget` is a budget that no
+  /// ordinary chain reaches.
+  std::size_t vastFetchBudget() const;
+  void setVastFetchBudget(std::size_t value);
+  static constexpr std::size_t kVastFetchBudget = 32;
+
   /// Off by default. On: the tracking URLs the VAST player hands over (impression, progress
   /// events, completion, errors) are really sent, and so are a creative's click trackers on a
   /// click. Each URL is stored in a durable queue (an SQLite file) before the hand-over returns,
@@ -130,6 +140,7 @@ class ZORVA_EXPORT ZorvaSDK {
   bool callbacksOnMainQueue_ = false;
   bool noFillAsFailure_ = false;
   bool vastCdataText_ = false;
+  std::size_t vastFetchBudget_ = 0;
 
   bool trackingTransport_ = false;
   std::optional<std::string> trackingQueuePath_;

@@ -45,6 +45,7 @@ ZORVA_PROPERTY(bool, testMode, setTestMode, testMode_)
 ZORVA_PROPERTY(bool, callbacksOnMainQueue, setCallbacksOnMainQueue, callbacksOnMainQueue_)
 ZORVA_PROPERTY(bool, noFillAsFailure, setNoFillAsFailure, noFillAsFailure_)
 ZORVA_PROPERTY(bool, vastCdataText, setVastCdataText, vastCdataText_)
+ZORVA_PROPERTY(std::size_t, vastFetchBudget, setVastFetchBudget, vastFetchBudget_)
 
 ZORVA_PROPERTY(std::optional<std::string>, trackingQueuePath, setTrackingQueuePath,
                trackingQueuePath_)

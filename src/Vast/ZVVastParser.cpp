@@ -30,6 +30,7 @@ std::shared_ptr<ZVVastParser> ZVVastParser::create() {
   auto parser = std::shared_ptr<ZVVastParser>(new ZVVastParser());
   // Read once, so that every document of a wrapper chain is read the same way.
   if (ZorvaSDK::shared()->vastCdataText()) parser->xmlOptions_ |= XMLReader::kGatherCdata;
+  parser->fetchBudget_ = ZorvaSDK::shared()->vastFetchBudget();
   return parser;
 }
 
@@ -44,22 +45,26 @@ void ZVVastParser::parse(const std::string& text, Completion completion) {
     completion(nullptr, ZVVastError::vastErrorForErrorCode(101));
     return;
   }
-  procesVast(
-      std::move(document), [completion = std::move(completion)](
-                               std::vector<std::shared_ptr<ZVVastAd>> ads, std::optional<Error>) {
-        if (ads.empty()) {
-          completion(nullptr, ZVVastError::vastErrorForErrorCode(303));
-          return;
-        }
-        const bool playable =
-            std::any_of(ads.begin(), ads.end(), [](const auto& ad) { return ad->adCreative(); });
-        if (!playable) {
-          completion(nullptr, ZVVastError::vastErrorForErrorCode(302));
-          return;
-        }
-        platform::MainQueue::shared().post(
-            [completion, result = vast(ads)] { completion(result, std::nullopt); });
-      });
+  procesVast(std::move(document),
+             [completion = std::move(completion)](std::vector<std::shared_ptr<ZVVastAd>> ads,
+                                                  std::optional<Error> error) {
+               if (error) {
+                 completion(nullptr, std::move(error));
+                 return;
+               }
+               if (ads.empty()) {
+                 completion(nullptr, ZVVastError::vastErrorForErrorCode(303));
+                 return;
+               }
+               const bool playable = std::any_of(ads.begin(), ads.end(),
+                                                 [](const auto& ad) { return ad->adCreative(); });
+               if (!playable) {
+                 completion(nullptr, ZVVastError::vastErrorForErrorCode(302));
+                 return;
+               }
+               platform::MainQueue::shared().post(
+                   [completion, result = vast(ads)] { completion(result, std::nullopt); });
+             });
 }
 
 bool ZVVastParser::isVASTVersionSupported(const std::optional<std::string>& version) {
@@ -97,6 +102,23 @@ void ZVVastParser::procesWrapperAd(const std::shared_ptr<ZVVast>& vast, int dept
 }
 
 void ZVVastParser::fetchWrapper(std::shared_ptr<ZVVastAd> wrapper, int depth) {
+  bool withinBudget = true;
+  Block exhausted;
+  {
+    std::lock_guard lock(mutex_);
+    withinBudget = fetchBudget_ == 0 || fetches_ < fetchBudget_;
+    if (withinBudget) {
+      ++fetches_;
+    } else {
+      exhausted = std::move(block_);
+      block_ = nullptr;
+    }
+  }
+  if (!withinBudget) {
+    if (exhausted) exhausted({}, ZVVastError::vastErrorForErrorCode(302));
+    markRequestComplete();
+    return;
+  }
   const std::string url(*wrapper->adTagURL());
   ZVInstanceFactory::sharedNetworkhandler()->fetchUrlString(
       url, [self = shared_from_this(), wrapper = std::move(wrapper), depth](

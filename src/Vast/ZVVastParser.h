@@ -29,6 +29,10 @@ namespace zorva {
 ///   handler's thread when a fetch was involved, else the caller's;
 /// - nothing at all when the first answer holds no Ad: callers guard with a time-out of their own.
 ///
+/// With a fetch budget (`ZorvaSDK::vastFetchBudget`), the fetch that would go past it ends the
+/// parse at once with error 302, on the thread that met it; what is still in flight then finishes
+/// unheard.
+///
 /// A fetch's error and HTTP status are not looked at: a failed fetch or a body that is not VAST
 /// counts as a document without ads. While fetches are in flight the parser keeps itself alive;
 /// one parser serves one `parse` call.
@@ -73,6 +77,8 @@ class ZVVastParser : public std::enable_shared_from_this<ZVVastParser> {
   long outstandingRequests_ = 0;
   std::vector<std::shared_ptr<ZVVastAd>> ads_;
   Block block_;
+  std::size_t fetches_ = 0;
+  std::size_t fetchBudget_ = 0;
   unsigned long xmlOptions_ = XMLReader::kProcessNamespaces;
 };
 

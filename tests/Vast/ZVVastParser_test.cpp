@@ -1,6 +1,7 @@
 #include "Vast/ZVVastParser.h"
 
 #include <gtest/gtest.h>
+#include <zorva/ZorvaSDK.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/URLSession.h>
 
@@ -73,15 +74,23 @@ std::vector<std::string> systemsUpTheChain(std::shared_ptr<ZVVastAd> ad) {
   return systems;
 }
 
-TEST(ZVVastParser, InLineAnswerCompletesOnTheMainQueueWithoutFetching) {
-  auto parser = ZVVastParser::create();
-  auto outcome = parse(parser, inlineDocument("only"));
-  EXPECT_EQ(outcome->calls, 0);  // success is always delivered later, on the main queue
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return outcome->calls > 0; }));
-  EXPECT_TRUE(outcome->onMainQueue);
-  EXPECT_FALSE(outcome->error.has_value());
-  ASSERT_EQ(outcome->vast->ads.size(), 1u);
-  EXPECT_EQ(outcome->vast->ads[0]->system(), "only");
+// Without a fetch, success is still told later, on the main queue. The result is the first leaf
+// to finish, even when only a later one has a creative.
+TEST(ZVVastParser, AnAnswerWithoutWrappersSucceedsOnTheMainQueueWithItsFirstLeaf) {
+  const std::string twoLeaves =
+      "<VAST version=\"3.0\"><Ad><InLine><AdSystem>bare</AdSystem></InLine></Ad>"
+      "<Ad><InLine><AdSystem>full</AdSystem><Creatives><Creative><Linear/></Creative>"
+      "</Creatives></InLine></Ad></VAST>";
+  for (const auto& [text, system] :
+       {std::pair{inlineDocument("only"), "only"}, std::pair{twoLeaves, "bare"}}) {
+    auto outcome = parse(ZVVastParser::create(), text);
+    EXPECT_EQ(outcome->calls, 0);
+    ASSERT_TRUE(test::runMainQueueUntil([&] { return outcome->calls > 0; }));
+    EXPECT_TRUE(outcome->onMainQueue);
+    EXPECT_FALSE(outcome->error.has_value());
+    ASSERT_EQ(outcome->vast->ads.size(), 1u);
+    EXPECT_EQ(outcome->vast->ads[0]->system(), system);
+  }
 }
 
 TEST(ZVVastParser, WrapperIsResolvedOverHttpAndBecomesTheParent) {
@@ -111,6 +120,26 @@ TEST(ZVVastParser, FourthWrapperOfAChainIsKeptUnresolved) {
   EXPECT_EQ(systemsUpTheChain(kept), (std::vector<std::string>{"w3", "w2", "w1", "w0"}));
   EXPECT_EQ(kept->aggregatedTrackersForEvent("start").size(), 4u);
   EXPECT_EQ(server.requests().size(), 3u);
+}
+
+// An answer of four Wrappers, each answering four Wrappers: 4 + 16 + 64 fetches (the deepest kept
+// as leaves) without a budget; with one, the fetch past it fails the parse.
+TEST(ZVVastParser, AFetchBudgetBoundsAFanOutOfWrappers) {
+  test::LoopbackServer server;
+  const std::string one = wrapperDocument("f", server.url("/fan"));
+  const std::string ad = one.substr(one.find("<Ad>"), one.rfind("</VAST>") - one.find("<Ad>"));
+  const std::string fan = "<VAST version=\"4.0\">" + ad + ad + ad + ad + "</VAST>";
+  server.respond("/fan", {200, fan, "application/xml"});
+  for (const std::size_t budget : {std::size_t{0}, ZorvaSDK::kVastFetchBudget}) {
+    ZorvaSDK::shared()->setVastFetchBudget(budget);
+    const std::size_t before = server.requests().size();
+    auto outcome = parseToEnd(fan);
+    const std::size_t fetches = budget == 0 ? 84 : budget;
+    ASSERT_TRUE(server.waitForRequests(before + fetches, milliseconds(10000)));
+    EXPECT_EQ(server.requests().size(), before + fetches);
+    EXPECT_EQ(outcome->error ? outcome->error->code : 0, budget == 0 ? 0 : 302);
+  }
+  ZorvaSDK::shared()->setVastFetchBudget(0);
 }
 
 TEST(ZVVastParser, InLineBesideAWrapperWinsEvenWhenTheWrapperResolves) {
@@ -158,36 +187,23 @@ TEST(ZVVastParser, TwoWrappersBothResolveBeforeTheOnlyCompletion) {
   EXPECT_EQ(parser->ads().at(1)->system(), "old");
 }
 
-// The result is the first leaf to finish, even when only a later one has a creative.
-TEST(ZVVastParser, AnyLeafWithACreativeMakesASuccessHoldingTheFirstLeaf) {
-  auto outcome = parseToEnd(
-      "<VAST version=\"3.0\"><Ad><InLine><AdSystem>bare</AdSystem></InLine>"
-      "</Ad><Ad><InLine><AdSystem>full</AdSystem><Creatives><Creative>"
-      "<Linear/></Creative></Creatives></InLine></Ad></VAST>");
-  ASSERT_FALSE(outcome->error);
-  ASSERT_EQ(outcome->vast->ads.size(), 1u);
-  EXPECT_EQ(outcome->vast->ads[0]->system(), "bare");
-}
-
-TEST(ZVVastParser, FailedWrapperFetchesEndInNoVastResponseOnTheNetworkThread) {
+// After a fetch, failures are told on the network thread: no document (a refused connection, a
+// 404 that is not XML, no URL at all) is no VAST response, leaves without a creative the threshold.
+TEST(ZVVastParser, FailuresAfterAFetchArriveOnTheNetworkThread) {
   test::LoopbackServer server;  // "/missing" answers 404 with a body that is not XML
+  server.respond("/bare", {200, inlineDocument("bare", false), "application/xml"});
   const std::string refused =
       "http://127.0.0.1:" + std::to_string(test::LoopbackServer::unusedPort()) + "/x";
-  for (const std::string& target : {refused, server.url("/missing"), std::string("not a url")}) {
-    auto outcome = parseToEnd(wrapperDocument("w", target));
+  const std::pair<std::string, long> cases[] = {{refused, 303},
+                                                {server.url("/missing"), 303},
+                                                {"not a url", 303},
+                                                {server.url("/bare"), 302}};
+  for (const auto& [target, code] : cases) {
+    auto outcome = parseToEnd(wrapperDocument("w", target, false));
     ASSERT_TRUE(outcome->error.has_value()) << target;
-    EXPECT_EQ(outcome->error->code, 303) << target;
+    EXPECT_EQ(outcome->error->code, code) << target;
     EXPECT_TRUE(outcome->onNetworkThread) << target;
   }
-}
-
-TEST(ZVVastParser, LeavesWithoutCreativeAreAThresholdErrorOnTheNetworkThreadAfterAFetch) {
-  test::LoopbackServer server;
-  server.respond("/bare", {200, inlineDocument("bare", false), "application/xml"});
-  auto fetched = parseToEnd(wrapperDocument("w", server.url("/bare"), false));
-  ASSERT_TRUE(fetched->error.has_value());
-  EXPECT_EQ(fetched->error->code, 302);
-  EXPECT_TRUE(fetched->onNetworkThread);
 }
 
 // Without any fetch an error is reported at once, on the caller's thread. Versions are compared

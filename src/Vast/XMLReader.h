@@ -146,7 +146,7 @@ class XMLReader {
       std::shared_ptr<const void> strings;
       std::vector<T> objects;
     };
-    const auto block = std::make_shared<Block>(strings.owner(), std::vector<T>(count));
+    const auto block = std::make_shared<Block>(Block{strings.owner(), std::vector<T>(count)});
     forEachNodeAtPath(path, data, [&](const XMLNode& node) {
       if (!node.isDictionary()) return true;
       T& object = block->objects[objects.size()];

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <string>
@@ -122,6 +123,56 @@ void fail(std::optional<Error>* error, int code, const std::string& what) {
   if (error != nullptr)
     *error = Error::withDescription(JSONSerialization::kErrorDomain, code, what);
 }
+
+// Walks a text as nlohmann's reader asks for it, one character at a time, reading a run of white
+// space between tokens longer than `kLongRun` as its first character. The reader keeps every
+// character of the token it is at, white space before it included, for its error messages: a
+// body of 50 MB of spaces was held twice more, and its error described it in full. The values
+// read are the same; an error's position counts such a run as one character.
+class CollapsingIterator {
+ public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = char;
+  using difference_type = std::ptrdiff_t;
+  using pointer = const char*;
+  using reference = const char&;
+
+  static constexpr std::ptrdiff_t kLongRun = 4096;
+
+  CollapsingIterator(const char* at, const char* end) : at_(at), end_(end) {}
+
+  reference operator*() const { return *at_; }
+  bool operator==(const CollapsingIterator& other) const { return at_ == other.at_; }
+
+  CollapsingIterator& operator++() {
+    const char c = *at_++;
+    if (inString_) {
+      if (escaped_) {
+        escaped_ = false;
+      } else if (c == '\\') {
+        escaped_ = true;
+      } else if (c == '"') {
+        inString_ = false;
+      }
+    } else if (c == '"') {
+      inString_ = true;
+    } else if (isSpace(c) && at_ >= runEnd_) {
+      // A run is measured once, at its first character.
+      runEnd_ = std::find_if_not(at_, end_, isSpace);
+      if (runEnd_ - at_ >= kLongRun) at_ = runEnd_;
+    }
+    return *this;
+  }
+
+ private:
+  static bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+  const char* at_;
+  const char* end_;
+  const char* runEnd_ = nullptr;
+  bool inString_ = false;
+  bool escaped_ = false;
+};
 
 // Builds the tree as nlohmann's own builder does, in time linear in the text. nlohmann's builder
 // finds a repeated key by walking every earlier entry of its object (an ordered object is a list
@@ -280,7 +331,9 @@ std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, uns
   try {
     Value value;
     TreeBuilder builder(value);
-    if (!Value::sax_parse(data.begin(), data.end(), &builder)) {
+    const char* const end = data.data() + data.size();
+    if (!Value::sax_parse(CollapsingIterator(data.data(), end), CollapsingIterator(end, end),
+                          &builder)) {
       fail(error, kNestingTooDeepCode,
            "JSON text nests arrays and objects deeper than " + std::to_string(kMaximumDepth) +
                " levels");

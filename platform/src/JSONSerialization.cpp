@@ -1,5 +1,7 @@
 #include "zorva/platform/JSONSerialization.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -129,6 +131,11 @@ void fail(std::optional<Error>* error, int code, const std::string& what) {
 // character of the token it is at, white space before it included, for its error messages: a
 // body of 50 MB of spaces was held twice more, and its error described it in full. The values
 // read are the same; an error's position counts such a run as one character.
+//
+// Over a text the reader owns (`release`), the pages already read are given back to the system
+// as it goes: the reader holds a string token twice (what it means and, for errors, what it
+// said), so a 50 MB string would otherwise be held three times. Nothing behind the reader's
+// place is read again.
 class CollapsingIterator {
  public:
   using iterator_category = std::input_iterator_tag;
@@ -139,7 +146,8 @@ class CollapsingIterator {
 
   static constexpr std::ptrdiff_t kLongRun = 4096;
 
-  CollapsingIterator(const char* at, const char* end) : at_(at), end_(end) {}
+  CollapsingIterator(const char* at, const char* end, bool release = false)
+      : at_(at), end_(end), released_(release ? pageAfter(at) : nullptr) {}
 
   reference operator*() const { return *at_; }
   bool operator==(const CollapsingIterator& other) const { return at_ == other.at_; }
@@ -161,15 +169,31 @@ class CollapsingIterator {
       runEnd_ = std::find_if_not(at_, end_, isSpace);
       if (runEnd_ - at_ >= kLongRun) at_ = runEnd_;
     }
+    if (released_ != nullptr && at_ - released_ >= kReleaseStep) {
+      const char* const upTo = pageAfter(at_ - kPage + 1);  // the page holding at_ stays
+      madvise(const_cast<char*>(released_), static_cast<std::size_t>(upTo - released_),
+              MADV_DONTNEED);
+      released_ = upTo;
+    }
     return *this;
   }
 
  private:
+  static constexpr std::ptrdiff_t kPage = 4096;
+  static constexpr std::ptrdiff_t kReleaseStep = 1 << 20;
+
+  // The first page boundary at or after `at`.
+  static const char* pageAfter(const char* at) {
+    const auto address = reinterpret_cast<std::uintptr_t>(at);
+    return reinterpret_cast<const char*>((address + kPage - 1) & ~std::uintptr_t(kPage - 1));
+  }
+
   static bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
   const char* at_;
   const char* end_;
   const char* runEnd_ = nullptr;
+  const char* released_;  // what is before it went back to the system; null: keep everything
   bool inString_ = false;
   bool escaped_ = false;
 };
@@ -326,21 +350,24 @@ class TreeBuilder {
 
 }  // namespace
 
-std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, unsigned options,
-                                                           std::optional<Error>* error) {
+namespace {
+
+std::optional<Value> read(const Data& data, bool release, unsigned options,
+                          std::optional<Error>* error) {
   try {
     Value value;
     TreeBuilder builder(value);
     const char* const end = data.data() + data.size();
-    if (!Value::sax_parse(CollapsingIterator(data.data(), end), CollapsingIterator(end, end),
-                          &builder)) {
-      fail(error, kNestingTooDeepCode,
-           "JSON text nests arrays and objects deeper than " + std::to_string(kMaximumDepth) +
-               " levels");
+    if (!Value::sax_parse(CollapsingIterator(data.data(), end, release),
+                          CollapsingIterator(end, end), &builder)) {
+      fail(error, JSONSerialization::kNestingTooDeepCode,
+           "JSON text nests arrays and objects deeper than " +
+               std::to_string(JSONSerialization::kMaximumDepth) + " levels");
       return std::nullopt;
     }
-    if (!(options & FragmentsAllowed) && !value.is_object() && !value.is_array()) {
-      fail(error, kFragmentNotAllowedCode,
+    if (!(options & JSONSerialization::FragmentsAllowed) && !value.is_object() &&
+        !value.is_array()) {
+      fail(error, JSONSerialization::kFragmentNotAllowedCode,
            "JSON text did not start with array or object and option to allow "
            "fragments not set.");
       return std::nullopt;
@@ -350,6 +377,19 @@ std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, uns
     fail(error, e.id, e.what());
     return std::nullopt;
   }
+}
+
+}  // namespace
+
+std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, unsigned options,
+                                                           std::optional<Error>* error) {
+  return read(data, false, options, error);
+}
+
+std::optional<Value> JSONSerialization::JSONObjectWithData(Data&& data, unsigned options,
+                                                           std::optional<Error>* error) {
+  const Data text = std::move(data);
+  return read(text, true, options, error);
 }
 
 std::optional<Data> JSONSerialization::dataWithJSONObject(const Value& object,

@@ -75,14 +75,15 @@ void ZVAdLoader::makeRequest(const platform::URLRequest& request) {
           self->tellFailure(*error);
           return;
         }
-        const Data body = std::move(data).value_or(Data());
+        Data body = std::move(data).value_or(Data());
         if (ZVLog::level() >= 3) {
           ZV_LOG(3, "-[ZVAdLoader makeRequest:]_block_invoke", "\nResponse - %s\n",
                  platform::describe(platform::stringFromUTF8Data(body)).c_str());
         }
-        ResponseReading reading = readResponse(body);
+        const bool noBody = body.empty();
+        ResponseReading reading = readResponse(std::move(body));
         if (ZorvaSDK::shared()->noFillAsFailure())
-          reading = noFillAsFailure(body, std::move(reading));
+          reading = noFillAsFailure(noBody, std::move(reading));
         // The queued work holds the loader; the delegate is read when it runs.
         platform::MainQueue::shared().post([self, reading = std::move(reading)] {
           auto delegate = self->delegate();
@@ -108,17 +109,17 @@ void ZVAdLoader::tellFailure(const Error& error) {
   });
 }
 
-ZVAdLoader::ResponseReading ZVAdLoader::noFillAsFailure(const Data& body, ResponseReading reading) {
+ZVAdLoader::ResponseReading ZVAdLoader::noFillAsFailure(bool noBody, ResponseReading reading) {
   // No body (HTTP 204) is no bid too, not JSON the parser could not read.
-  if (body.empty() || (!reading.ad && !reading.error)) return {nullptr, ZVUtility::noFillError()};
+  if (noBody || (!reading.ad && !reading.error)) return {nullptr, ZVUtility::noFillError()};
   return reading;
 }
 
-ZVAdLoader::ResponseReading ZVAdLoader::readResponse(const Data& data) {
+ZVAdLoader::ResponseReading ZVAdLoader::readResponse(Data data) {
   try {
     std::optional<Error> parseError;
     auto json = platform::JSONSerialization::JSONObjectWithData(
-        data,
+        std::move(data),
         platform::JSONSerialization::MutableContainers |
             platform::JSONSerialization::FragmentsAllowed,
         &parseError);

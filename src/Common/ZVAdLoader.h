@@ -47,15 +47,16 @@ class ZVAdLoader : public std::enable_shared_from_this<ZVAdLoader> {
   };
   /// Parses `data` as JSON (fragments allowed) and builds the ad: the JSON parser's error when
   /// the body is not JSON, code 0 "NoAdsError" with "ExceptionName" and "ExceptionReason" in the
-  /// description when reading the response raised.
-  static ResponseReading readResponse(const Data& data);
+  /// description when reading the response raised. The body is the reader's: what has been read
+  /// of a large one is given back to the system as the reading goes.
+  static ResponseReading readResponse(Data data);
 
  private:
   explicit ZVAdLoader(std::shared_ptr<ZVAdLoaderConfig> config) : config_(std::move(config)) {}
 
   /// Tells a transport or building failure: here, or on the main queue when the settings ask.
   void tellFailure(const Error& error);
-  static ResponseReading noFillAsFailure(const Data& body, ResponseReading reading);
+  static ResponseReading noFillAsFailure(bool noBody, ResponseReading reading);
 
   // The delegate and builder are set on the main thread and read on network threads too.
   mutable std::mutex mutex_;

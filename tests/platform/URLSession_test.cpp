@@ -58,14 +58,6 @@ TEST(URLSession, EveryCompletionArrivesOnTheWorkerThreadAndAnyStatusWithABodyIsA
   EXPECT_TRUE(refused.onWorker);
 }
 
-TEST(URLSession, ABodyOverTheLimitFailsInsteadOfGrowingWithoutBound) {
-  LoopbackServer server;
-  server.respond("/huge", {.body = std::string(URLSession::kMaximumBodySize + 1, 'h')});
-  auto huge = fetch(server.url("/huge"));
-  ASSERT_TRUE(huge.error);
-  EXPECT_EQ(huge.error->code, 63);  // file too large
-}
-
 // The VAST parser's bookkeeping is unlocked: it relies on this.
 TEST(URLSession, CompletionsRunOneAtATimeOnOneThread) {
   LoopbackServer server;

@@ -41,17 +41,16 @@ void ZVNetworkHandler::fetchUrls(const std::vector<std::string>& urls, Completio
   auto transport = ZVTrackingTransport::running();
   if (!transport) return;
   // Only web URLs are kept for sending: the session would refuse any other at every attempt.
+  // (Text that is no URL at all is the transport's to drop.)
   std::vector<std::string> web;
   web.reserve(urls.size());
   for (const auto& url : urls) {
     const auto parsed = platform::URL::URLWithString(url);
-    if (parsed && parsed->isWeb()) {
-      web.push_back(url);
-    } else {
+    if (parsed && !parsed->isWeb()) {
       ZV_LOG(1, "-[ZVNetworkHandler fetchUrls:completion:]",
-             "dropped a tracking URL that is not "
-             "http or https: %s",
-             url.c_str());
+             "dropped a tracking URL that is not http or https: %s", url.c_str());
+    } else {
+      web.push_back(url);
     }
   }
   if (!web.empty()) transport->send(web);

@@ -115,8 +115,9 @@ struct Host::State {
   std::vector<GtkWidget*> stacking;
   /// Where a press landed; the touch ends there.
   std::weak_ptr<platform::View> pressed;
-  /// Browsers already handed to `options.openBrowserURL`.
-  std::set<const platform::ViewController*> handedOver;
+  /// Browsers already handed to `options.openBrowserURL`, held weakly: a new browser at a freed
+  /// one's address is another browser.
+  std::map<const platform::ViewController*, std::weak_ptr<platform::ViewController>> handedOver;
   /// What the keyboard and assistive technology meet, as the last pass found it.
   std::vector<Element> elements;
   std::unique_ptr<AccessibleTree> accessible;
@@ -127,7 +128,7 @@ struct Host::State {
   GtkEventController* windowKeys = nullptr;
   /// The presented controllers shown, bottom first.
   std::vector<std::unique_ptr<Presentation>> presentations;
-  /// The focus changed while a pass ran: one more pass draws it.
+  /// The tree or the focus changed while a pass ran: one more pass draws it.
   bool redrawAfterSync = false;
 
   void scheduleSync();
@@ -259,7 +260,11 @@ void Host::State::readDisplayScreen() {
 }
 
 void Host::State::scheduleSync() {
-  if (syncing || tick) return;
+  if (syncing) {
+    redrawAfterSync = true;
+    return;
+  }
+  if (tick) return;
   tick = gtk_widget_add_tick_callback(area, onTick, this, nullptr);
 }
 
@@ -280,11 +285,7 @@ void Host::State::sync() {
 }
 
 void Host::State::focusChanged() {
-  if (syncing) {
-    redrawAfterSync = true;
-  } else if (!gone) {
-    scheduleSync();
-  }
+  if (!gone) scheduleSync();
 }
 
 GtkWidget* Host::State::widgetOf(const Element& element) const {
@@ -675,10 +676,15 @@ void Host::State::restack() {
 
 void Host::State::handOverBrowser(const NativeItem& item) {
   auto browser = std::static_pointer_cast<platform::SafariViewController>(item.controller);
-  if (!handedOver.insert(browser.get()).second) return;
-  options.openBrowserURL(browser->url().absoluteString());
-  // Closed on a later turn, as if Done had been pressed, never inside the host's own frame.
-  platform::MainQueue::shared().post([weak = std::weak_ptr(browser)] {
+  std::erase_if(handedOver, [](const auto& entry) { return entry.second.expired(); });
+  auto& handed = handedOver[browser.get()];
+  if (handed.lock() == browser) return;
+  handed = browser;
+  // The app hears of it on a later turn, never inside the host's own pass (its handler may
+  // change the tree or take the host down); the browser then closes as if Done had been pressed.
+  auto& queue = platform::MainQueue::shared();
+  queue.post([open = options.openBrowserURL, url = browser->url().absoluteString()] { open(url); });
+  queue.post([weak = std::weak_ptr(browser)] {
     if (auto b = weak.lock()) b->finish();
   });
 }

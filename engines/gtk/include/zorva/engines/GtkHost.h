@@ -22,7 +22,8 @@ struct HostOptions {
   /// window, a live page with a Done button. Set: the browser's address goes to this function
   /// instead (`openInDesktopBrowser` hands it to the desktop's default browser) and the in-app
   /// browser closes itself at once, so the SDK hears it presented and dismissed as if the user
-  /// had pressed Done straight away.
+  /// had pressed Done straight away. The function runs once per browser, from the main queue,
+  /// never inside the host's drawing pass: it may change the tree or destroy the host.
   std::function<void(const std::string& url)> openBrowserURL;
   /// Off (the default): the main screen keeps the size and scale the device profile gave it.
   /// On: the host sets the main screen's bounds (in logical pixels, the SDK's points) and scale

@@ -7,9 +7,11 @@
 #include <zorva/ZVInterstitialAd.h>
 #include <zorva/platform/Button.h>
 #include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/MainQueue.h>
 #include <zorva/platform/ProgressView.h>
 #include <zorva/platform/Screen.h>
 #include <zorva/platform/ViewController.h>
+#include <zorva/platform/WebView.h>
 #include <zorva/platform/Window.h>
 
 #include <cstring>
@@ -362,6 +364,34 @@ TEST_F(GtkHostTest, KeysCloseWhatTheCloseControlsCloseAndEachPartIsNamedForAssis
     ASSERT_TRUE(waitForPixel(200, 575, kBlue));
   }
   EXPECT_EQ(app->keys, 1) << "the ads took every other key";
+}
+
+// A host that could never show an ad says why, once each: a page rendered headless (no web
+// engine), a container that is never put on the screen.
+TEST_F(GtkHostTest, AHostThatCouldNeverShowAnAdSaysWhyOnce) {
+  test::LogCapture log;
+  platform::WebEngine::setFactory({});
+  attach(400, 600);
+  for (int i = 0; i < 2; ++i) {
+    host->rootViewController()->view()->addSubview(
+        platform::WebView::create(Rect(0, 10 * i, 100, 10), {}));
+  }
+  ASSERT_TRUE(waitUntil([&] { return !log.entriesContaining("headless web engine").empty(); }));
+
+  test::useVirtualClock();
+  GtkWidget* hidden = g_object_ref_sink(gtk_box_new(GTK_ORIENTATION_VERTICAL, 0));
+  auto unseen = Host::attach(GTK_CONTAINER(hidden));
+  unseen->rootViewController()->view()->addSubview(platform::View::create(Rect(0, 0, 10, 10)));
+  platform::MainQueue::shared().advanceBy(std::chrono::seconds(4));
+  EXPECT_TRUE(log.entriesContaining("never shown").empty());
+  platform::MainQueue::shared().advanceBy(std::chrono::seconds(20));
+  unseen->rootViewController()->view()->addSubview(platform::View::create(Rect(0, 0, 10, 10)));
+  platform::MainQueue::shared().advanceBy(std::chrono::seconds(20));
+  EXPECT_EQ(log.entriesContaining("never shown").size(), 1u);
+  EXPECT_EQ(log.entriesContaining("headless web engine").size(), 1u);
+  EXPECT_EQ(log.entriesContaining(" - E - ").size(), 2u);
+  unseen.reset();
+  g_object_unref(hidden);
 }
 
 }  // namespace

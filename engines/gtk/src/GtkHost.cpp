@@ -7,13 +7,16 @@
 #include <cmath>
 #include <map>
 #include <set>
+#include <source_location>
 
 #include "Accessible.h"
 #include "PlacementBox.h"
 #include "Scene.h"
 #include "SystemPanels.h"
+#include "zorva/engines/GLibMainLoopBridge.h"
 #include "zorva/engines/WebKitWebEngine.h"
 #include "zorva/platform/Button.h"
+#include "zorva/platform/LogSink.h"
 #include "zorva/platform/MainQueue.h"
 #include "zorva/platform/PlayerItem.h"
 #include "zorva/platform/SafariViewController.h"
@@ -28,6 +31,9 @@ namespace zorva::gtk {
 using platform::Rect;
 
 namespace {
+
+// How long after its tree first changes an area may stay off the screen before the host says so.
+constexpr std::chrono::seconds kMapWait{5};
 
 int floorInt(double v) { return static_cast<int>(std::floor(v)); }
 int ceilInt(double v) { return static_cast<int>(std::ceil(v)); }
@@ -130,6 +136,10 @@ struct Host::State {
   std::vector<std::unique_ptr<Presentation>> presentations;
   /// The tree or the focus changed while a pass ran: one more pass draws it.
   bool redrawAfterSync = false;
+  /// Why the host would never show an ad, each reason said once.
+  std::set<std::string> said;
+  /// Looks, a while after the tree first changed, whether the area has been shown.
+  std::shared_ptr<platform::Timer> mapCheck;
 
   void scheduleSync();
   void sync();
@@ -155,6 +165,8 @@ struct Host::State {
   void focusChanged();
   void takeDown();
   void readDisplayScreen();
+  void warnOnce(const std::string& why,
+                std::source_location where = std::source_location::current());
 
   static gboolean onTick(GtkWidget*, GdkFrameClock*, gpointer data) {
     auto* self = static_cast<State*>(data);
@@ -259,7 +271,30 @@ void Host::State::readDisplayScreen() {
   screen.setScale(gdk_monitor_get_scale_factor(monitor));
 }
 
+// In the SDK's log as an error entry (shown at the default level 1), and as a GLib warning.
+void Host::State::warnOnce(const std::string& why, std::source_location where) {
+  if (!said.insert(why).second) return;
+  g_warning("Zorva GTK host: %s", why.c_str());
+  platform::LogSink::shared().write("Zorva SDK: - E - GtkHost.cpp #" +
+                                    std::to_string(where.line()) + " " + where.function_name() +
+                                    " => \n" + why + "\n");
+}
+
 void Host::State::scheduleSync() {
+  // Changes before the area is on the screen are drawn when it is mapped; if it never is, the
+  // app hears why nothing shows.
+  if (!mapCheck && !gtk_widget_get_mapped(area)) {
+    mapCheck = platform::MainQueue::shared().scheduleTimer(kMapWait, [this] {
+      const auto root = window->rootViewController();
+      const bool holdsAds =
+          root && (!root->view()->subviews().empty() || root->presentedViewController());
+      if (holdsAds && !gtk_widget_get_mapped(area)) {
+        warnOnce("the host's widget is not on the screen " + std::to_string(kMapWait.count()) +
+                 " s after its tree changed: the container it was attached to is never shown, "
+                 "so no ad in it can be seen");
+      }
+    });
+  }
   if (syncing) {
     redrawAfterSync = true;
     return;
@@ -275,6 +310,11 @@ void Host::State::sync() {
   // The ring shows once the window shows where the keyboard is (GTK's focus-visible).
   const bool ringed = current && keyWindow && gtk_window_get_focus_visible(GTK_WINDOW(keyWindow));
   Scene scene = buildScene(window, ringed ? current.get() : nullptr);
+  if (scene.headlessPage) {
+    warnOnce(
+        "an ad's page renders with the headless web engine and shows nothing: call "
+        "WebKitWebEngine::install() at start-up, before the first ad is made");
+  }
   elements = std::move(scene.elements);
   place(std::move(scene.items));
   followPresentations();
@@ -715,6 +755,7 @@ void Host::State::takeDown() {
   window->setNeedsDisplayHandler(nullptr);
   if (tick) gtk_widget_remove_tick_callback(area, tick);
   tick = 0;
+  if (mapCheck) mapCheck->invalidate();
   for (auto& [view, native] : natives) release(native);
   natives.clear();
   for (auto& [key, feed] : videos) {
@@ -733,6 +774,11 @@ Host::Host(std::unique_ptr<State> state) : state_(std::move(state)) {
   State* s = state_.get();
   // Videos on a screen are heard too, where the system has an audio output.
   platform::GStreamerMediaEngine::setPlaysSound(true);
+  if (!platform::GLibMainLoopBridge::isInstalled()) {
+    s->warnOnce(
+        "no main-loop bridge: the SDK's main queue does not run under GTK's loop, so no "
+        "ad loads; call WebKitWebEngine::install() at start-up");
+  }
   s->area = hostAreaNew();
   g_object_ref_sink(s->area);
   s->accessible = std::make_unique<AccessibleTree>(s->area);

@@ -117,7 +117,10 @@ class SceneBuilder {
     } else if (auto web = std::dynamic_pointer_cast<platform::WebView>(view)) {
       // A page rendered by WebKit shows in WebKit's widget; a headless page has no pixels, so
       // only its background is drawn.
-      if (!std::dynamic_pointer_cast<platform::WebKitWebEngine>(web->engine())) return false;
+      if (!std::dynamic_pointer_cast<platform::WebKitWebEngine>(web->engine())) {
+        scene_.headlessPage = true;
+        return false;
+      }
     } else {
       return false;
     }

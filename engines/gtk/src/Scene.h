@@ -89,6 +89,8 @@ struct Element {
 
 struct Scene {
   std::vector<SceneItem> items;
+  /// A web view in the tree renders with the headless engine: it has no pixels to show.
+  bool headlessPage = false;
   /// In drawing order: an element comes before the ones inside it.
   std::vector<Element> elements;
 };

@@ -772,8 +772,8 @@ void Host::State::takeDown() {
 
 Host::Host(std::unique_ptr<State> state) : state_(std::move(state)) {
   State* s = state_.get();
-  // Videos on a screen are heard too, where the system has an audio output.
-  platform::GStreamerMediaEngine::setPlaysSound(true);
+  // Videos on a screen are heard too, where the system has an audio output (for the process).
+  if (s->options.playsSound) platform::GStreamerMediaEngine::setPlaysSound(true);
   if (!platform::GLibMainLoopBridge::isInstalled()) {
     s->warnOnce(
         "no main-loop bridge: the SDK's main queue does not run under GTK's loop, so no "

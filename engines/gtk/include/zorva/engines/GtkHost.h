@@ -16,7 +16,9 @@ class Window;
 
 namespace zorva::gtk {
 
-/// Settings of a host. Each is off by default; off, the host shows what the platform shows.
+/// Settings of a host. Each default is the host's behaviour before the setting existed. The two
+/// that reach beyond the host's widget (`playsSound`, `screenFromDisplay`) change a setting of
+/// the whole process, and say so.
 struct HostOptions {
   /// Empty (the default): a click that opens the in-app browser shows the browser over the
   /// window, a live page with a Done button. Set: the browser's address goes to this function
@@ -32,6 +34,11 @@ struct HostOptions {
   /// requests carry the real display's "w", "h" and "pxratio". Apply the device profile first:
   /// applying one afterwards puts the profile's screen back until the next map.
   bool screenFromDisplay = false;
+  /// On (the default): making the host turns on `GStreamerMediaEngine::setPlaysSound` for the
+  /// whole process, so videos loaded from then on are heard where the system has an audio
+  /// output (the host never turns it off again). Off: the host leaves the setting as it is, and
+  /// videos keep playing into the engine's silent sink unless the app turns sound on itself.
+  bool playsSound = true;
 };
 
 /// Hands `url` to the desktop's default handler for its scheme (GIO), for

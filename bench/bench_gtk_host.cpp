@@ -72,7 +72,7 @@ void BM_BannerFrame(benchmark::State& state) {
   for (auto _ : state) {
     auto scene = zorva::gtk::buildScene(window);
     std::vector<zorva::gtk::DrawOp> ops;
-    for (auto& item : scene) {
+    for (auto& item : scene.items) {
       if (auto* op = std::get_if<zorva::gtk::DrawOp>(&item)) ops.push_back(std::move(*op));
     }
     zorva::gtk::paint(cr, ops);

@@ -7,9 +7,11 @@
 #include <zorva/ZVInterstitialAd.h>
 #include <zorva/platform/Button.h>
 #include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/MainQueue.h>
 #include <zorva/platform/ProgressView.h>
 #include <zorva/platform/Screen.h>
 #include <zorva/platform/ViewController.h>
+#include <zorva/platform/WebView.h>
 #include <zorva/platform/Window.h>
 
 #include <cstring>
@@ -218,9 +220,14 @@ TEST_F(GtkHostTest, APlainBidsLinkOpensTheBrowserOnALivePageWithADoneButton) {
   EXPECT_TRUE(waitForPixel(200, 575, kGreen)) << "the ad did not follow its link";
 }
 
+// The app's handler runs outside the host's own pass: it may even take the host down.
 TEST_F(GtkHostTest, BrowserAddressesGoToTheAppsHandlerWhenItAsks) {
   std::vector<std::string> handed;
-  attach(400, 600, true, HostOptions{[&](const std::string& url) { handed.push_back(url); }});
+  attach(400, 600, true, HostOptions{[&](const std::string& url) {
+           handed.push_back(url);
+           host.reset();
+         }});
+  const auto window = host->window();
   auto banner = loadBanner(Rect(40, 550, 320, 50), /*store=*/false);
   ASSERT_TRUE(waitForPixel(200, 575, kGreen));
   click(200, 575);
@@ -285,6 +292,106 @@ TEST_F(GtkHostTest, AnInterstitialCoversTheWindowFollowsItsSizeAndItsXTakesItDow
   EXPECT_EQ(recorder.names(), (std::vector<std::string>{"receive", "present"}));
   EXPECT_EQ(interstitial->state(), 3);
   EXPECT_EQ(host->rootViewController()->presentedViewController(), nullptr);
+}
+
+// Without a pointer: Escape and the remote's Back close what each close control closes, Tab
+// reaches the modal's "X" (drawing its focus ring) and Return, or the remote's OK, activates the
+// focused control; the focus goes back to the app. Assistive technology meets every part.
+TEST_F(GtkHostTest, KeysCloseWhatTheCloseControlsCloseAndEachPartIsNamedForAssistiveTechnology) {
+  enum class Ad { Interstitial, Browser, StoreSheet };
+  const struct {
+    Ad ad;
+    std::vector<KeySym> keys;
+    const char* control;  // the accessible push button that closes the ad
+  } cases[] = {
+      {Ad::Interstitial, {XK_Escape}, "Close ad"},
+      {Ad::Interstitial, {XK_Tab, XK_Return}, "Close ad"},
+      {Ad::Interstitial, {XF86XK_Back}, "Close ad"},
+      {Ad::Browser, {XK_Escape}, "Done"},
+      {Ad::Browser, {XK_Return}, "Done"},
+      {Ad::StoreSheet, {XK_Escape}, "Close"},
+      {Ad::StoreSheet, {XK_Select}, "Close"},
+  };
+  constexpr Pixel kRing{51, 133, 227};
+  server.respond("/landing", {.body = "<body style='margin:0;background:#ffff00'></body>",
+                              .contentType = "text/html"});
+  attach(400, 600);
+  ASSERT_TRUE(waitUntil([&] { return host->window()->bounds().size.width == 400; }));
+  press(XK_Escape);
+  ASSERT_TRUE(waitUntil([&] { return app->keys == 1; })) << "with no ad shown Escape is the app's";
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.control << " with " << c.keys.size() << " key(s)");
+    const std::size_t dismissed = recorder.count("dismiss");
+    std::shared_ptr<ZVBannerView> banner;
+    std::shared_ptr<ZVInterstitialAd> interstitial;
+    if (c.ad == Ad::Interstitial) {
+      server.respond(
+          test::kServadPath,
+          {.body = test::bidWithMarkup(solidCreative("#ff0000", server.url("/landing")))});
+      interstitial = ZVInterstitialAd::create(test::requestFor(server));
+      interstitial->loadAd();
+      ASSERT_TRUE(waitUntil([&] { return interstitial->state() == 2; }));
+      interstitial->showFromViewController(host->rootViewController());
+      ASSERT_TRUE(waitForPixel(200, 300, kRed));
+      EXPECT_TRUE(hasAccessible(ATK_ROLE_DIALOG, "Advertisement"));
+      EXPECT_EQ(shot().count(kRing, 348, 0, 52, 52), 0) << "no ring before a key is pressed";
+    } else {
+      const std::size_t received = recorder.count("receive");
+      banner = loadBanner(Rect(40, 550, 320, 50), c.ad == Ad::StoreSheet);
+      ASSERT_TRUE(waitUntil([&] { return recorder.count("receive") > received; }));
+      ASSERT_TRUE(waitForPixel(200, 575, kGreen));
+      EXPECT_TRUE(hasAccessible(ATK_ROLE_PANEL, "Advertisement"));
+      click(200, 575);
+      ASSERT_TRUE(waitForPixel(200, 300, c.ad == Ad::StoreSheet ? kWhite : kYellow));
+      EXPECT_EQ(recorder.count("dismiss"), dismissed);
+    }
+    EXPECT_TRUE(hasAccessible(ATK_ROLE_PUSH_BUTTON, c.control));
+    for (KeySym key : c.keys) {
+      press(key);
+      if (key != XK_Tab) continue;
+      ASSERT_TRUE(waitUntil([&] { return shot().count(kRing, 348, 0, 52, 52) > 100; }))
+          << "the X's focus ring";
+      shot().writePng("gtk-focus-ring.png");
+    }
+    ASSERT_TRUE(waitForPixel(200, 300, kBlue)) << "the app is back";
+    EXPECT_EQ(host->rootViewController()->presentedViewController(), nullptr);
+    // The focus is back where it was: on the app's content, or on the banner's page clicked.
+    GtkWidget* focus = gtk_window_get_focus(GTK_WINDOW(app->toplevel));
+    EXPECT_TRUE(banner ? gtk_widget_is_ancestor(focus, host->widget()) : focus == app->content);
+    // A banner's delegate hears the sheet go as after a click; the X's closing is not reported.
+    EXPECT_EQ(recorder.count("dismiss"), dismissed + (banner ? 1 : 0));
+    if (banner) banner->removeFromSuperview();
+    ASSERT_TRUE(waitForPixel(200, 575, kBlue));
+  }
+  EXPECT_EQ(app->keys, 1) << "the ads took every other key";
+}
+
+// A host that could never show an ad says why, once each: a page rendered headless (no web
+// engine), a container that is never put on the screen.
+TEST_F(GtkHostTest, AHostThatCouldNeverShowAnAdSaysWhyOnce) {
+  test::LogCapture log;
+  platform::WebEngine::setFactory({});
+  attach(400, 600);
+  for (int i = 0; i < 2; ++i) {
+    host->rootViewController()->view()->addSubview(
+        platform::WebView::create(Rect(0, 10 * i, 100, 10), {}));
+  }
+  ASSERT_TRUE(waitUntil([&] { return !log.entriesContaining("headless web engine").empty(); }));
+
+  test::useVirtualClock();
+  GtkWidget* hidden = g_object_ref_sink(gtk_box_new(GTK_ORIENTATION_VERTICAL, 0));
+  auto unseen = Host::attach(GTK_CONTAINER(hidden));
+  unseen->rootViewController()->view()->addSubview(platform::View::create(Rect(0, 0, 10, 10)));
+  platform::MainQueue::shared().advanceBy(std::chrono::seconds(4));
+  EXPECT_TRUE(log.entriesContaining("never shown").empty());
+  platform::MainQueue::shared().advanceBy(std::chrono::seconds(20));
+  unseen->rootViewController()->view()->addSubview(platform::View::create(Rect(0, 0, 10, 10)));
+  platform::MainQueue::shared().advanceBy(std::chrono::seconds(20));
+  EXPECT_EQ(log.entriesContaining("never shown").size(), 1u);
+  EXPECT_EQ(log.entriesContaining("headless web engine").size(), 1u);
+  EXPECT_EQ(log.entriesContaining(" - E - ").size(), 2u);
+  unseen.reset();
+  g_object_unref(hidden);
 }
 
 }  // namespace

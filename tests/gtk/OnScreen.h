@@ -1,8 +1,10 @@
 #pragma once
 
 // An app's window in the suite's virtual X server with the on-screen host in it, its pixels read
-// back from the server (not WebKit's own snapshot), clicks made with the XTest pointer.
+// back from the server (not WebKit's own snapshot), clicks and keys made with XTest, what assistive
+// technology is told read from the window's ATK tree.
 
+#include <gdk/gdkx.h>
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
 
@@ -20,15 +22,16 @@
 namespace zorva::gtk {
 
 /// An app's window: an overlay, where the host puts the SDK's tree, over the app's own content
-/// when it has some (a blue area that counts the clicks it gets).
+/// when it has some (a blue area that has the keyboard's focus and counts the clicks and the
+/// keys it gets).
 class AppWindow {
  public:
-  AppWindow(int width, int height, bool content) {
+  AppWindow(int width, int height, bool withContent) {
     toplevel = gtk_window_new(GTK_WINDOW_TOPLEVEL);
     gtk_window_set_default_size(GTK_WINDOW(toplevel), width, height);
     gtk_window_move(GTK_WINDOW(toplevel), 0, 0);
     overlay = gtk_overlay_new();
-    if (content) {
+    if (withContent) {
       GtkWidget* area = gtk_drawing_area_new();
       gtk_widget_add_events(area, GDK_BUTTON_PRESS_MASK);
       g_signal_connect(area, "draw", G_CALLBACK(+[](GtkWidget*, cairo_t* cr, gpointer) {
@@ -37,16 +40,21 @@ class AppWindow {
                          return FALSE;
                        }),
                        nullptr);
-      g_signal_connect(area, "button-press-event",
-                       G_CALLBACK(+[](GtkWidget*, GdkEvent*, gpointer clicks) {
-                         ++*static_cast<int*>(clicks);
-                         return TRUE;
-                       }),
-                       &clicks);
+      for (const auto* signal : {"button-press-event", "key-press-event"}) {
+        g_signal_connect(area, signal, G_CALLBACK(+[](GtkWidget*, GdkEvent* event, gpointer app) {
+                           auto* self = static_cast<AppWindow*>(app);
+                           ++(event->type == GDK_KEY_PRESS ? self->keys : self->clicks);
+                           return TRUE;
+                         }),
+                         this);
+      }
+      gtk_widget_set_can_focus(area, TRUE);
       gtk_container_add(GTK_CONTAINER(overlay), area);
+      content = area;
     }
     gtk_container_add(GTK_CONTAINER(toplevel), overlay);
     gtk_widget_show_all(toplevel);
+    if (content) gtk_widget_grab_focus(content);
   }
   ~AppWindow() { gtk_widget_destroy(toplevel); }
   AppWindow(const AppWindow&) = delete;
@@ -54,7 +62,8 @@ class AppWindow {
 
   GtkWidget* toplevel;
   GtkWidget* overlay;
-  int clicks = 0;
+  GtkWidget* content = nullptr;
+  int clicks = 0, keys = 0;
 };
 
 class OnScreenTest : public testing::Test {
@@ -113,6 +122,27 @@ class OnScreenTest : public testing::Test {
   void click(int x, int y) {
     auto [ox, oy] = origin();
     screen.click(ox + x, oy + y);
+  }
+
+  /// Types a key in the app's window.
+  void press(KeySym keysym, bool shift = false) {
+    GtkWidget* top = host->toplevel() ? GTK_WIDGET(host->toplevel()) : app->toplevel;
+    screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(top)), keysym, shift);
+  }
+
+  /// Whether the window's accessible tree holds an object with `role` named `name`.
+  bool hasAccessible(AtkRole role, const std::string& name) const {
+    return holds(gtk_widget_get_accessible(GTK_WIDGET(host->toplevel())), role, name);
+  }
+  static bool holds(AtkObject* object, AtkRole role, const std::string& name) {
+    const char* own = atk_object_get_name(object);
+    bool found = atk_object_get_role(object) == role && own && name == own;
+    for (int i = 0; !found && i < atk_object_get_n_accessible_children(object); ++i) {
+      AtkObject* child = atk_object_ref_accessible_child(object, i);
+      found = child && holds(child, role, name);
+      if (child) g_object_unref(child);
+    }
+    return found;
   }
 
   test::XScreen screen;

@@ -1,12 +1,14 @@
 #pragma once
 
 // The X server as a person at the screen meets it: the pixels it shows (XGetImage on the root
-// window, whatever drew them) and a pointer driven through the XTest extension. Header-only, for
-// the suites that run under a virtual X server.
+// window, whatever drew them) and a pointer and a keyboard driven through the XTest extension.
+// Header-only, for the suites that run under a virtual X server.
 
+#include <X11/XF86keysym.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
 #include <cairo.h>
 
 #include <cstdint>
@@ -138,6 +140,30 @@ class XScreen {
     XTestFakeMotionEvent(display_, -1, x, y, CurrentTime);
     XTestFakeButtonEvent(display_, 1, True, CurrentTime);
     XTestFakeButtonEvent(display_, 1, False, CurrentTime);
+    XSync(display_, False);
+  }
+
+  /// Gives `window` the keyboard and types the key of `keysym` (with Shift held when `shift`). A
+  /// key the server's keyboard lacks (a remote's Back or OK) is put on a free key code first.
+  void key(::Window window, KeySym keysym, bool shift = false) const {
+    XSetInputFocus(display_, window, RevertToParent, CurrentTime);
+    KeyCode code = XKeysymToKeycode(display_, keysym);
+    if (!code) {
+      int min = 0, max = 0, perCode = 0;
+      XDisplayKeycodes(display_, &min, &max);
+      KeySym* map =
+          XGetKeyboardMapping(display_, static_cast<KeyCode>(min), max - min + 1, &perCode);
+      for (int c = max; c >= min && !code; --c) {
+        if (map[(c - min) * perCode] == NoSymbol) code = static_cast<KeyCode>(c);
+      }
+      XFree(map);
+      XChangeKeyboardMapping(display_, code, 1, &keysym, 1);
+    }
+    const KeyCode shiftCode = XKeysymToKeycode(display_, XK_Shift_L);
+    if (shift) XTestFakeKeyEvent(display_, shiftCode, True, CurrentTime);
+    XTestFakeKeyEvent(display_, code, True, CurrentTime);
+    XTestFakeKeyEvent(display_, code, False, CurrentTime);
+    if (shift) XTestFakeKeyEvent(display_, shiftCode, False, CurrentTime);
     XSync(display_, False);
   }
 

@@ -7,11 +7,16 @@
 #include <cmath>
 #include <map>
 #include <set>
+#include <source_location>
 
+#include "Accessible.h"
 #include "PlacementBox.h"
 #include "Scene.h"
 #include "SystemPanels.h"
+#include "zorva/engines/GLibMainLoopBridge.h"
 #include "zorva/engines/WebKitWebEngine.h"
+#include "zorva/platform/Button.h"
+#include "zorva/platform/LogSink.h"
 #include "zorva/platform/MainQueue.h"
 #include "zorva/platform/PlayerItem.h"
 #include "zorva/platform/SafariViewController.h"
@@ -26,6 +31,9 @@ namespace zorva::gtk {
 using platform::Rect;
 
 namespace {
+
+// How long after its tree first changes an area may stay off the screen before the host says so.
+constexpr std::chrono::seconds kMapWait{5};
 
 int floorInt(double v) { return static_cast<int>(std::floor(v)); }
 int ceilInt(double v) { return static_cast<int>(std::ceil(v)); }
@@ -75,6 +83,24 @@ struct NativeWidget {
   std::unique_ptr<SystemPanel> panel;
 };
 
+/// A presented controller the host shows, and the widget that had the keyboard's focus before
+/// it came (null once that widget is gone).
+struct Presentation {
+  Presentation(std::shared_ptr<platform::ViewController> presented, GtkWidget* focus)
+      : controller(std::move(presented)), before(focus) {
+    if (before) g_object_add_weak_pointer(G_OBJECT(before), reinterpret_cast<gpointer*>(&before));
+  }
+  ~Presentation() {
+    if (before)
+      g_object_remove_weak_pointer(G_OBJECT(before), reinterpret_cast<gpointer*>(&before));
+  }
+  Presentation(const Presentation&) = delete;
+  Presentation& operator=(const Presentation&) = delete;
+
+  std::weak_ptr<platform::ViewController> controller;
+  GtkWidget* before;
+};
+
 struct Host::State {
   std::shared_ptr<platform::Window> window;
   HostOptions options;
@@ -95,8 +121,25 @@ struct Host::State {
   std::vector<GtkWidget*> stacking;
   /// Where a press landed; the touch ends there.
   std::weak_ptr<platform::View> pressed;
-  /// Browsers already handed to `options.openBrowserURL`.
-  std::set<const platform::ViewController*> handedOver;
+  /// Browsers already handed to `options.openBrowserURL`, held weakly: a new browser at a freed
+  /// one's address is another browser.
+  std::map<const platform::ViewController*, std::weak_ptr<platform::ViewController>> handedOver;
+  /// What the keyboard and assistive technology meet, as the last pass found it.
+  std::vector<Element> elements;
+  std::unique_ptr<AccessibleTree> accessible;
+  /// The drawn button the keyboard's focus is on, while the area has the focus.
+  std::weak_ptr<platform::View> focused;
+  /// The top-level window whose keys the host sees before its widgets do, and what hears them.
+  GtkWidget* keyWindow = nullptr;
+  GtkEventController* windowKeys = nullptr;
+  /// The presented controllers shown, bottom first.
+  std::vector<std::unique_ptr<Presentation>> presentations;
+  /// The tree or the focus changed while a pass ran: one more pass draws it.
+  bool redrawAfterSync = false;
+  /// Why the host would never show an ad, each reason said once.
+  std::set<std::string> said;
+  /// Looks, a while after the tree first changed, whether the area has been shown.
+  std::shared_ptr<platform::Timer> mapCheck;
 
   void scheduleSync();
   void sync();
@@ -110,8 +153,20 @@ struct Host::State {
   void handOverBrowser(const NativeItem& item);
   bool press(double x, double y);
   bool releaseAt(double x, double y);
+  GtkWidget* widgetOf(const Element& element) const;
+  std::vector<int> focusStops(int* scope = nullptr) const;
+  bool moveFocus(GtkDirectionType direction);
+  bool focusStop(const Element& element, GtkDirectionType direction);
+  bool activateFocused();
+  bool closeTopmost();
+  void followPresentations();
+  void followKeyWindow();
+  void leaveKeyWindow();
+  void focusChanged();
   void takeDown();
   void readDisplayScreen();
+  void warnOnce(const std::string& why,
+                std::source_location where = std::source_location::current());
 
   static gboolean onTick(GtkWidget*, GdkFrameClock*, gpointer data) {
     auto* self = static_cast<State*>(data);
@@ -152,6 +207,47 @@ struct Host::State {
     if (event->type == GDK_BUTTON_RELEASE) return self->releaseAt(event->x, event->y);
     return FALSE;
   }
+  // Keys the host answers wherever the focus is: Escape and Back close the topmost presented
+  // controller as its close control would; a remote's OK activates the focused control.
+  static gboolean onWindowKey(GtkEventControllerKey*, guint key, guint, GdkModifierType,
+                              gpointer data) {
+    auto* self = static_cast<State*>(data);
+    if (self->gone) return FALSE;
+    if (key == GDK_KEY_Escape || key == GDK_KEY_Back) return self->closeTopmost();
+    return key == GDK_KEY_Select && self->activateFocused();
+  }
+  // Keys on the host's own controls, while the area has the focus.
+  static gboolean onKey(GtkWidget*, GdkEventKey* event, gpointer data) {
+    auto* self = static_cast<State*>(data);
+    switch (event->keyval) {
+      case GDK_KEY_Return:
+      case GDK_KEY_KP_Enter:
+      case GDK_KEY_ISO_Enter:
+      case GDK_KEY_space:
+      case GDK_KEY_KP_Space:
+        return self->activateFocused();
+      case GDK_KEY_Up:
+      case GDK_KEY_Left:
+        // Arrows stay among the host's stops: at the ends they go nowhere.
+        self->moveFocus(GTK_DIR_UP);
+        return !self->focusStops().empty();
+      case GDK_KEY_Down:
+      case GDK_KEY_Right:
+        self->moveFocus(GTK_DIR_DOWN);
+        return !self->focusStops().empty();
+      default:
+        return FALSE;
+    }
+  }
+  static gboolean onFocus(GtkWidget*, GtkDirectionType direction, gpointer data) {
+    return static_cast<State*>(data)->moveFocus(direction);
+  }
+  static void onFocusShown(GObject*, GParamSpec*, gpointer data) {
+    static_cast<State*>(data)->focusChanged();
+  }
+  static void onHierarchy(GtkWidget*, GtkWidget*, gpointer data) {
+    static_cast<State*>(data)->followKeyWindow();
+  }
   static gboolean onTouch(GtkWidget*, GdkEventTouch* event, gpointer data) {
     auto* self = static_cast<State*>(data);
     if (event->type == GDK_TOUCH_BEGIN) return self->press(event->x, event->y);
@@ -175,16 +271,249 @@ void Host::State::readDisplayScreen() {
   screen.setScale(gdk_monitor_get_scale_factor(monitor));
 }
 
+// In the SDK's log as an error entry (shown at the default level 1), and as a GLib warning.
+void Host::State::warnOnce(const std::string& why, std::source_location where) {
+  if (!said.insert(why).second) return;
+  g_warning("Zorva GTK host: %s", why.c_str());
+  platform::LogSink::shared().write("Zorva SDK: - E - GtkHost.cpp #" +
+                                    std::to_string(where.line()) + " " + where.function_name() +
+                                    " => \n" + why + "\n");
+}
+
 void Host::State::scheduleSync() {
-  if (syncing || tick) return;
+  // Changes before the area is on the screen are drawn when it is mapped; if it never is, the
+  // app hears why nothing shows.
+  if (!mapCheck && !gtk_widget_get_mapped(area)) {
+    mapCheck = platform::MainQueue::shared().scheduleTimer(kMapWait, [this] {
+      const auto root = window->rootViewController();
+      const bool holdsAds =
+          root && (!root->view()->subviews().empty() || root->presentedViewController());
+      if (holdsAds && !gtk_widget_get_mapped(area)) {
+        warnOnce("the host's widget is not on the screen " + std::to_string(kMapWait.count()) +
+                 " s after its tree changed: the container it was attached to is never shown, "
+                 "so no ad in it can be seen");
+      }
+    });
+  }
+  if (syncing) {
+    redrawAfterSync = true;
+    return;
+  }
+  if (tick) return;
   tick = gtk_widget_add_tick_callback(area, onTick, this, nullptr);
 }
 
 void Host::State::sync() {
   syncing = true;
   window->layoutIfNeeded();
-  place(buildScene(window));
+  const auto current = gtk_widget_is_focus(area) ? focused.lock() : nullptr;
+  // The ring shows once the window shows where the keyboard is (GTK's focus-visible).
+  const bool ringed = current && keyWindow && gtk_window_get_focus_visible(GTK_WINDOW(keyWindow));
+  Scene scene = buildScene(window, ringed ? current.get() : nullptr);
+  if (scene.headlessPage) {
+    warnOnce(
+        "an ad's page renders with the headless web engine and shows nothing: call "
+        "WebKitWebEngine::install() at start-up, before the first ad is made");
+  }
+  elements = std::move(scene.elements);
+  place(std::move(scene.items));
+  followPresentations();
+  accessible->update(
+      elements, [this](const Element& element) { return widgetOf(element); }, current.get());
   syncing = false;
+  if (std::exchange(redrawAfterSync, false)) scheduleSync();
+}
+
+void Host::State::focusChanged() {
+  if (!gone) scheduleSync();
+}
+
+GtkWidget* Host::State::widgetOf(const Element& element) const {
+  if (element.role != Element::Role::Page && element.role != Element::Role::Sheet) return nullptr;
+  auto it = natives.find(element.id);
+  return it == natives.end() ? nullptr : it->second.content;
+}
+
+// The controls and pages the keyboard moves through: inside the topmost presented controller
+// when one is shown (its close control first), otherwise all of them, in drawing order.
+std::vector<int> Host::State::focusStops(int* within) const {
+  int scope = -1;
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    const auto role = elements[i].role;
+    if (role == Element::Role::Dialog || (role == Element::Role::Sheet && widgetOf(elements[i]))) {
+      scope = static_cast<int>(i);
+    }
+  }
+  std::vector<int> stops;
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    const Element& element = elements[i];
+    if (element.role == Element::Role::Ad || element.role == Element::Role::Dialog) continue;
+    if (element.role != Element::Role::Button && !widgetOf(element)) continue;
+    int at = static_cast<int>(i);
+    while (at > scope) at = elements[at].parent;
+    if (at == scope) stops.push_back(static_cast<int>(i));
+  }
+  std::stable_partition(stops.begin(), stops.end(), [&](int i) { return elements[i].closes; });
+  if (within) *within = scope;
+  return stops;
+}
+
+// Moves the focus one stop on. False when it leaves the host: past the ends, unless a presented
+// controller holds it (it goes round).
+bool Host::State::moveFocus(GtkDirectionType direction) {
+  int scope = -1;
+  const std::vector<int> stops = focusStops(&scope);
+  const int count = static_cast<int>(stops.size());
+  const bool forward =
+      direction == GTK_DIR_TAB_FORWARD || direction == GTK_DIR_DOWN || direction == GTK_DIR_RIGHT;
+  GtkWidget* focus = keyWindow ? gtk_window_get_focus(GTK_WINDOW(keyWindow)) : nullptr;
+  const bool inside = focus && (focus == area || gtk_widget_is_ancestor(focus, area));
+  // Where the focus is: a stop, or the host itself (just before the first stop).
+  int at = -1;
+  const auto current = focused.lock();
+  for (int k = 0; k < count; ++k) {
+    const Element& element = elements[stops[k]];
+    GtkWidget* widget = widgetOf(element);
+    if (focus == area
+            ? element.id == current.get()
+            : widget && focus && (focus == widget || gtk_widget_is_ancestor(focus, widget))) {
+      at = k;
+    }
+  }
+  // A sheet moves the focus through its own widgets before leaving.
+  if (at >= 0 && elements[stops[at]].role == Element::Role::Sheet &&
+      gtk_widget_child_focus(widgetOf(elements[stops[at]]), direction)) {
+    return true;
+  }
+  const bool held = scope >= 0;
+  int next = !inside ? (forward ? 0 : count - 1) : (forward ? at + 1 : at - 1);
+  for (int tries = 0; tries < count; ++tries, next += forward ? 1 : -1) {
+    if (next < 0 || next >= count) {
+      if (!held) break;
+      next = forward ? 0 : count - 1;
+    }
+    if (focusStop(elements[stops[next]], direction)) return true;
+  }
+  focused.reset();
+  focusChanged();
+  return false;
+}
+
+bool Host::State::focusStop(const Element& element, GtkDirectionType direction) {
+  if (element.role == Element::Role::Button) {
+    focused = element.view;
+    if (!gtk_widget_is_focus(area)) gtk_widget_grab_focus(area);
+    focusChanged();
+    return true;
+  }
+  focused.reset();
+  focusChanged();
+  // A page takes the focus into WebKit, which moves it through the page from there.
+  return gtk_widget_child_focus(widgetOf(element), direction);
+}
+
+// Runs what a tap on the focused control runs.
+bool Host::State::activateFocused() {
+  GtkWidget* focus = keyWindow ? gtk_window_get_focus(GTK_WINDOW(keyWindow)) : nullptr;
+  if (focus && focus != area && GTK_IS_BUTTON(focus) && gtk_widget_is_ancestor(focus, area)) {
+    gtk_widget_activate(focus);
+    return true;
+  }
+  auto view = focused.lock();
+  if (focus != area || !view) return false;
+  const bool shown = std::any_of(elements.begin(), elements.end(),
+                                 [&](const Element& element) { return element.id == view.get(); });
+  if (shown) view->touchesEnded();
+  return shown;
+}
+
+// Escape closes what a tap on the topmost presented controller's close control closes.
+bool Host::State::closeTopmost() {
+  for (int i = static_cast<int>(elements.size()) - 1; i >= 0; --i) {
+    const Element& element = elements[i];
+    if (element.role == Element::Role::Sheet && widgetOf(element)) {
+      auto controller = element.controller.lock();
+      if (auto browser = std::dynamic_pointer_cast<platform::SafariViewController>(controller)) {
+        browser->finish();
+      } else if (auto sheet =
+                     std::dynamic_pointer_cast<platform::StoreProductViewController>(controller)) {
+        sheet->finish();
+      }
+      return true;
+    }
+    if (element.role != Element::Role::Dialog) continue;
+    for (int k = static_cast<int>(elements.size()) - 1; k > i; --k) {
+      if (elements[k].closes && elements[k].parent == i) {
+        if (auto button = elements[k].view.lock()) button->touchesEnded();
+        return true;
+      }
+    }
+    return false;
+  }
+  return false;
+}
+
+// The focus moves into a controller when it is shown and back to where it was when it goes.
+void Host::State::followPresentations() {
+  std::vector<const Element*> shown;
+  for (const auto& element : elements) {
+    if (element.role == Element::Role::Dialog ||
+        (element.role == Element::Role::Sheet && widgetOf(element))) {
+      shown.push_back(&element);
+    }
+  }
+  std::size_t keep = 0;
+  while (keep < presentations.size() && keep < shown.size() &&
+         presentations[keep]->controller.lock() == shown[keep]->controller.lock()) {
+    ++keep;
+  }
+  if (keep == presentations.size() && keep == shown.size()) return;
+  if (keep < presentations.size()) {
+    GtkWidget* before = presentations[keep]->before;
+    if (before) g_object_ref(before);
+    presentations.resize(keep);
+    if (before && keep == shown.size()) gtk_widget_grab_focus(before);
+    if (before) g_object_unref(before);
+  }
+  if (!keyWindow) return;
+  for (std::size_t i = keep; i < shown.size(); ++i) {
+    presentations.push_back(std::make_unique<Presentation>(
+        shown[i]->controller.lock(), gtk_window_get_focus(GTK_WINDOW(keyWindow))));
+  }
+  if (shown.size() > keep) {
+    const Element& top = *shown.back();
+    focused.reset();
+    if (top.role == Element::Role::Sheet) {
+      gtk_widget_child_focus(widgetOf(top), GTK_DIR_TAB_FORWARD);
+    } else {
+      gtk_widget_grab_focus(area);
+    }
+  }
+  focusChanged();
+}
+
+void Host::State::followKeyWindow() {
+  GtkWidget* top = gtk_widget_get_toplevel(area);
+  if (!GTK_IS_WINDOW(top)) top = nullptr;
+  if (top == keyWindow) return;
+  leaveKeyWindow();
+  keyWindow = top;
+  if (!top) return;
+  g_object_add_weak_pointer(G_OBJECT(top), reinterpret_cast<gpointer*>(&keyWindow));
+  // Before the window hands the key to its focus widget (the capture phase).
+  windowKeys = gtk_event_controller_key_new(top);
+  gtk_event_controller_set_propagation_phase(windowKeys, GTK_PHASE_CAPTURE);
+  g_signal_connect(windowKeys, "key-pressed", G_CALLBACK(onWindowKey), this);
+  g_signal_connect(top, "notify::focus-visible", G_CALLBACK(onFocusShown), this);
+}
+
+void Host::State::leaveKeyWindow() {
+  if (windowKeys) g_object_unref(windowKeys);
+  windowKeys = nullptr;
+  if (!keyWindow) return;
+  g_signal_handlers_disconnect_by_data(keyWindow, this);
+  g_object_remove_weak_pointer(G_OBJECT(keyWindow), reinterpret_cast<gpointer*>(&keyWindow));
+  keyWindow = nullptr;
 }
 
 DrawLayer& Host::State::layerAt(std::size_t index) {
@@ -387,10 +716,15 @@ void Host::State::restack() {
 
 void Host::State::handOverBrowser(const NativeItem& item) {
   auto browser = std::static_pointer_cast<platform::SafariViewController>(item.controller);
-  if (!handedOver.insert(browser.get()).second) return;
-  options.openBrowserURL(browser->url().absoluteString());
-  // Closed on a later turn, as if Done had been pressed, never inside the host's own frame.
-  platform::MainQueue::shared().post([weak = std::weak_ptr(browser)] {
+  std::erase_if(handedOver, [](const auto& entry) { return entry.second.expired(); });
+  auto& handed = handedOver[browser.get()];
+  if (handed.lock() == browser) return;
+  handed = browser;
+  // The app hears of it on a later turn, never inside the host's own pass (its handler may
+  // change the tree or take the host down); the browser then closes as if Done had been pressed.
+  auto& queue = platform::MainQueue::shared();
+  queue.post([open = options.openBrowserURL, url = browser->url().absoluteString()] { open(url); });
+  queue.post([weak = std::weak_ptr(browser)] {
     if (auto b = weak.lock()) b->finish();
   });
 }
@@ -421,6 +755,7 @@ void Host::State::takeDown() {
   window->setNeedsDisplayHandler(nullptr);
   if (tick) gtk_widget_remove_tick_callback(area, tick);
   tick = 0;
+  if (mapCheck) mapCheck->invalidate();
   for (auto& [view, native] : natives) release(native);
   natives.clear();
   for (auto& [key, feed] : videos) {
@@ -429,15 +764,29 @@ void Host::State::takeDown() {
   videos.clear();
   for (auto& layer : layers) g_signal_handlers_disconnect_by_data(layer.widget, this);
   layers.clear();
+  presentations.clear();
+  elements.clear();
+  leaveKeyWindow();
   g_signal_handlers_disconnect_by_data(area, this);
 }
 
 Host::Host(std::unique_ptr<State> state) : state_(std::move(state)) {
   State* s = state_.get();
-  // Videos on a screen are heard too, where the system has an audio output.
-  platform::GStreamerMediaEngine::setPlaysSound(true);
-  s->area = placementBoxNew(false);
+  // Videos on a screen are heard too, where the system has an audio output (for the process).
+  if (s->options.playsSound) platform::GStreamerMediaEngine::setPlaysSound(true);
+  if (!platform::GLibMainLoopBridge::isInstalled()) {
+    s->warnOnce(
+        "no main-loop bridge: the SDK's main queue does not run under GTK's loop, so no "
+        "ad loads; call WebKitWebEngine::install() at start-up");
+  }
+  s->area = hostAreaNew();
   g_object_ref_sink(s->area);
+  s->accessible = std::make_unique<AccessibleTree>(s->area);
+  gtk_widget_set_can_focus(s->area, TRUE);
+  g_signal_connect(s->area, "key-press-event", G_CALLBACK(State::onKey), s);
+  g_signal_connect(s->area, "focus", G_CALLBACK(State::onFocus), s);
+  g_signal_connect(s->area, "notify::is-focus", G_CALLBACK(State::onFocusShown), s);
+  g_signal_connect(s->area, "hierarchy-changed", G_CALLBACK(State::onHierarchy), s);
   gtk_widget_set_hexpand(s->area, TRUE);
   gtk_widget_set_vexpand(s->area, TRUE);
   g_signal_connect(s->area, "size-allocate", G_CALLBACK(State::onAllocate), s);

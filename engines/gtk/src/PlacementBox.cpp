@@ -130,6 +130,8 @@ GtkWidget* placementBoxNew(bool withWindow) {
   return box;
 }
 
+GType placementBoxType() { return zorva_placement_box_get_type(); }
+
 void placementBoxPlace(GtkWidget* box, GtkWidget* child, int x, int y, int width, int height) {
   auto& list = placements(box);
   const GdkRectangle rect{x, y, std::max(width, 1), std::max(height, 1)};

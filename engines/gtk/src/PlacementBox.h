@@ -9,6 +9,8 @@ namespace zorva::gtk {
 /// big it is. With a window of its own (`placementBoxNew(true)`) it also cuts its children at its
 /// edges, which is how a native widget is clipped to its superviews in the tree.
 GtkWidget* placementBoxNew(bool withWindow);
+/// The box's type, for a subclass.
+GType placementBoxType();
 /// Adds `child` at `x`, `y` with size `width` x `height`, or moves and resizes it there.
 void placementBoxPlace(GtkWidget* box, GtkWidget* child, int x, int y, int width, int height);
 

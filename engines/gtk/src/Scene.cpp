@@ -24,6 +24,9 @@ namespace {
 constexpr Color kTintColor{0.0, 122.0 / 255.0, 1.0, 1.0};
 constexpr Color kTrackColor{229.0 / 255.0, 229.0 / 255.0, 234.0 / 255.0, 1.0};
 constexpr double kTitlePoints = 15;
+// The keyboard's focus ring: a line this wide, this far outside the control's edge.
+constexpr Color kFocusColor{0.2, 0.52, 0.89, 1.0};
+constexpr double kFocusWidth = 3, kFocusGap = 2;
 
 Rect offset(const Rect& rect, const platform::Point& by) {
   return Rect(rect.origin.x + by.x, rect.origin.y + by.y, rect.size.width, rect.size.height);
@@ -31,51 +34,75 @@ Rect offset(const Rect& rect, const platform::Point& by) {
 
 class SceneBuilder {
  public:
-  explicit SceneBuilder(const platform::Window& window) {
+  SceneBuilder(const platform::Window& window, const platform::View* focused) : focused_(focused) {
     // Presented controllers whose views the host shows as panels of its own.
-    for (auto controller = window.rootViewController(); controller;
-         controller = controller->presentedViewController()) {
+    auto root = window.rootViewController();
+    if (root) rootView_ = root->viewIfLoaded().get();
+    for (auto controller = root; controller; controller = controller->presentedViewController()) {
       if (auto view = controller->viewIfLoaded()) controllers_[view.get()] = controller;
     }
   }
 
-  std::vector<SceneItem> build(const std::shared_ptr<platform::Window>& window) {
+  Scene build(const std::shared_ptr<platform::Window>& window) {
     const Rect bounds = window->bounds();
-    visit(window, platform::Point{0, 0}, bounds, 1.0);
-    return std::move(items_);
+    visit(window, platform::Point{0, 0}, bounds, 1.0, -1);
+    return std::move(scene_);
   }
 
  private:
   void visit(const std::shared_ptr<platform::View>& view, const platform::Point& origin,
-             const Rect& clip, double alpha) {
+             const Rect& clip, double alpha, int parent) {
     if (view->isHidden()) return;
     const double opacity = alpha * view->alpha();
     if (opacity <= 0) return;
     // The window is the root: its frame is where it is, not where its contents are drawn.
-    const bool isRoot = !view->superview();
-    const Rect frame = isRoot ? view->bounds() : offset(view->frame(), origin);
-    if (native(view, frame, clip, opacity)) return;
+    const auto superview = view->superview();
+    const Rect frame = superview ? offset(view->frame(), origin) : view->bounds();
+    if (native(view, frame, clip, opacity, parent)) return;
 
+    parent = element(view, superview.get(), intersect(clip, frame), parent);
     drawOwn(*view, frame, clip, opacity);
     const Rect inner = view->clipsToBounds() ? intersect(clip, frame) : clip;
     std::map<const platform::Layer*, std::shared_ptr<platform::View>> subviews;
     for (const auto& sub : view->subviews()) subviews[sub->layer().get()] = sub;
     for (const auto& layer : view->layer()->sublayers()) {
       if (auto it = subviews.find(layer.get()); it != subviews.end()) {
-        visit(it->second, frame.origin, inner, opacity);
+        visit(it->second, frame.origin, inner, opacity, parent);
       } else if (auto video = std::dynamic_pointer_cast<platform::PlayerLayer>(layer)) {
         DrawOp op = base(DrawOp::Kind::Video, offset(video->frame(), frame.origin), inner,
                          opacity * video->opacity());
         op.video = video;
         op.gravity = video->videoGravity();
         op.takesPointer = true;
-        items_.emplace_back(std::move(op));
+        scene_.items.emplace_back(std::move(op));
       }
     }
   }
 
+  // The element `view` is, if any; returns the element its subviews lie in.
+  int element(const std::shared_ptr<platform::View>& view, const platform::View* superview,
+              const Rect& shown, int parent) {
+    Element element{Element::Role::Ad, view, view.get(), {}, "Advertisement", shown, parent, false};
+    if (auto it = controllers_.find(view.get());
+        it != controllers_.end() && view.get() != rootView_) {
+      element.role = Element::Role::Dialog;
+      element.controller = it->second;
+    } else if (const auto* button = dynamic_cast<const platform::Button*>(view.get())) {
+      element.role = Element::Role::Button;
+      // A presented controller's own button, over its content, is its way out.
+      element.closes = superview && superview != rootView_ && controllers_.count(superview);
+      element.name = element.closes
+                         ? "Close ad"
+                         : button->titleForState(platform::kControlStateNormal).value_or("");
+    } else if (!rootView_ || superview != rootView_) {
+      return parent;
+    }
+    scene_.elements.push_back(std::move(element));
+    return static_cast<int>(scene_.elements.size()) - 1;
+  }
+
   bool native(const std::shared_ptr<platform::View>& view, const Rect& frame, const Rect& clip,
-              double opacity) {
+              double opacity, int parent) {
     NativeItem item{NativeItem::Kind::WebPage, view,   nullptr, frame,
                     intersect(clip, frame),    opacity};
     if (auto it = controllers_.find(view.get()); it != controllers_.end()) {
@@ -90,11 +117,26 @@ class SceneBuilder {
     } else if (auto web = std::dynamic_pointer_cast<platform::WebView>(view)) {
       // A page rendered by WebKit shows in WebKit's widget; a headless page has no pixels, so
       // only its background is drawn.
-      if (!std::dynamic_pointer_cast<platform::WebKitWebEngine>(web->engine())) return false;
+      if (!std::dynamic_pointer_cast<platform::WebKitWebEngine>(web->engine())) {
+        scene_.headlessPage = true;
+        return false;
+      }
     } else {
       return false;
     }
-    if (!isEmpty(item.clip)) items_.emplace_back(std::move(item));
+    if (isEmpty(item.clip)) return true;
+    Element element{Element::Role::Page, view,   view.get(), item.controller, "",
+                    item.clip,           parent, false};
+    if (item.kind == NativeItem::Kind::Browser) {
+      element.name = std::static_pointer_cast<platform::SafariViewController>(item.controller)
+                         ->url()
+                         .absoluteString();
+    } else if (item.kind == NativeItem::Kind::StoreSheet) {
+      element.name = "App Store";
+    }
+    if (item.controller) element.role = Element::Role::Sheet;
+    scene_.elements.push_back(std::move(element));
+    scene_.items.emplace_back(std::move(item));
     return true;
   }
 
@@ -105,14 +147,14 @@ class SceneBuilder {
       op.color = *background;
       op.radius = layer.cornerRadius();
       op.takesPointer = true;
-      items_.emplace_back(std::move(op));
+      scene_.items.emplace_back(std::move(op));
     }
     if (layer.borderWidth() > 0) {
       DrawOp op = base(DrawOp::Kind::Border, frame, clip, opacity);
       op.color = layer.borderColor().value_or(Color::blackColor());
       op.radius = layer.cornerRadius();
       op.amount = layer.borderWidth();
-      items_.emplace_back(std::move(op));
+      scene_.items.emplace_back(std::move(op));
     }
     if (const auto* button = dynamic_cast<const platform::Button*>(&view)) {
       DrawOp op = base(DrawOp::Kind::Title, frame, clip, opacity);
@@ -120,14 +162,25 @@ class SceneBuilder {
       op.color =
           button->buttonType() == platform::ButtonType::Custom ? Color::whiteColor() : kTintColor;
       op.takesPointer = true;
-      items_.emplace_back(std::move(op));
+      scene_.items.emplace_back(std::move(op));
+      if (&view == focused_) {
+        const double out = kFocusGap + kFocusWidth;
+        DrawOp ring = base(DrawOp::Kind::Border,
+                           Rect(frame.origin.x - out, frame.origin.y - out,
+                                frame.size.width + 2 * out, frame.size.height + 2 * out),
+                           clip, 1.0);
+        ring.color = kFocusColor;
+        ring.amount = kFocusWidth;
+        ring.radius = layer.cornerRadius() > 0 ? layer.cornerRadius() + out : 0;
+        scene_.items.emplace_back(std::move(ring));
+      }
     } else if (const auto* bar = dynamic_cast<const platform::ProgressView*>(&view)) {
       DrawOp op = base(DrawOp::Kind::Progress, frame, clip, opacity);
       op.amount = bar->progress();
       op.color = bar->progressTintColor().value_or(kTintColor);
       op.track = bar->trackTintColor().value_or(kTrackColor);
       op.takesPointer = true;
-      items_.emplace_back(std::move(op));
+      scene_.items.emplace_back(std::move(op));
     }
   }
 
@@ -140,8 +193,10 @@ class SceneBuilder {
     return op;
   }
 
+  const platform::View* focused_;
+  const platform::View* rootView_ = nullptr;
   std::map<const platform::View*, std::shared_ptr<platform::ViewController>> controllers_;
-  std::vector<SceneItem> items_;
+  Scene scene_;
 };
 
 void roundedRect(cairo_t* cr, const Rect& r, double radius) {
@@ -215,8 +270,8 @@ Rect intersect(const Rect& a, const Rect& b) {
 
 bool isEmpty(const Rect& rect) { return rect.size.width <= 0 || rect.size.height <= 0; }
 
-std::vector<SceneItem> buildScene(const std::shared_ptr<platform::Window>& window) {
-  return SceneBuilder(*window).build(window);
+Scene buildScene(const std::shared_ptr<platform::Window>& window, const platform::View* focused) {
+  return SceneBuilder(*window, focused).build(window);
 }
 
 void paint(cairo_t* cr, const std::vector<DrawOp>& ops) {

@@ -61,9 +61,45 @@ struct NativeItem {
 /// The tree flattened in drawing order: runs of drawn ops between native widgets.
 using SceneItem = std::variant<DrawOp, NativeItem>;
 
+/// What the keyboard and assistive technology meet in the tree: each ad the app placed, each
+/// presented controller, their buttons and their pages.
+struct Element {
+  enum class Role {
+    Ad,      // a view the app put in the root view: a panel named "Advertisement"
+    Dialog,  // a presented controller the host draws (the modal)
+    Button,  // a button; a presented controller's own button is its close control
+    Page,    // a web view shown by WebKit's widget
+    Sheet,   // the presented browser or store sheet, a GTK panel of the host's
+  };
+  Role role = Role::Ad;
+  /// Held weakly: a host keeps the elements between passes, and they keep nothing alive.
+  std::weak_ptr<platform::View> view;
+  /// The view's address, its key in the pass that found it.
+  const platform::View* id = nullptr;
+  /// Dialogs and sheets: the presented controller.
+  std::weak_ptr<platform::ViewController> controller;
+  std::string name;
+  /// In window coordinates, cut at what its superviews let show.
+  platform::Rect frame;
+  /// The element it lies in (its index in the list), -1 at the top.
+  int parent = -1;
+  /// A button that closes the presented controller it lies in.
+  bool closes = false;
+};
+
+struct Scene {
+  std::vector<SceneItem> items;
+  /// A web view in the tree renders with the headless engine: it has no pixels to show.
+  bool headlessPage = false;
+  /// In drawing order: an element comes before the ones inside it.
+  std::vector<Element> elements;
+};
+
 /// Walks `window`'s tree (views, and the layers put in by hand, such as a video layer) from the
 /// bottom up. Hidden and fully transparent views, with everything under them, are left out.
-std::vector<SceneItem> buildScene(const std::shared_ptr<platform::Window>& window);
+/// `focused`, a button with the keyboard's focus, gets a focus ring around it.
+Scene buildScene(const std::shared_ptr<platform::Window>& window,
+                 const platform::View* focused = nullptr);
 
 /// Draws `ops` on `cr`, whose origin is the window's top-left corner.
 void paint(cairo_t* cr, const std::vector<DrawOp>& ops);

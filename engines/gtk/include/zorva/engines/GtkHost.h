@@ -16,13 +16,16 @@ class Window;
 
 namespace zorva::gtk {
 
-/// Settings of a host. Each is off by default; off, the host shows what the platform shows.
+/// Settings of a host. Each default is the host's behaviour before the setting existed. The two
+/// that reach beyond the host's widget (`playsSound`, `screenFromDisplay`) change a setting of
+/// the whole process, and say so.
 struct HostOptions {
   /// Empty (the default): a click that opens the in-app browser shows the browser over the
   /// window, a live page with a Done button. Set: the browser's address goes to this function
   /// instead (`openInDesktopBrowser` hands it to the desktop's default browser) and the in-app
   /// browser closes itself at once, so the SDK hears it presented and dismissed as if the user
-  /// had pressed Done straight away.
+  /// had pressed Done straight away. The function runs once per browser, from the main queue,
+  /// never inside the host's drawing pass: it may change the tree or destroy the host.
   std::function<void(const std::string& url)> openBrowserURL;
   /// Off (the default): the main screen keeps the size and scale the device profile gave it.
   /// On: the host sets the main screen's bounds (in logical pixels, the SDK's points) and scale
@@ -31,6 +34,11 @@ struct HostOptions {
   /// requests carry the real display's "w", "h" and "pxratio". Apply the device profile first:
   /// applying one afterwards puts the profile's screen back until the next map.
   bool screenFromDisplay = false;
+  /// On (the default): making the host turns on `GStreamerMediaEngine::setPlaysSound` for the
+  /// whole process, so videos loaded from then on are heard where the system has an audio
+  /// output (the host never turns it off again). Off: the host leaves the setting as it is, and
+  /// videos keep playing into the engine's silent sink unless the app turns sound on itself.
+  bool playsSound = true;
 };
 
 /// Hands an http or https `url` to the desktop's default browser (GIO), for

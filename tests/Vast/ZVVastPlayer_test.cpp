@@ -139,15 +139,26 @@ TEST_F(VastPlayerTest, AFailingMediaPutsItsCodeIntoEveryErrorUrlOfTheChain) {
   EXPECT_EQ(delegate->events, std::vector<std::string>{"fail:405"});
 }
 
-TEST_F(VastPlayerTest, ANonLinearAdIsShownAsHtmlWithTheBidsSkadn) {
+// A non-linear ad is shown as HTML with the bid's attribution. The parser's result is the first
+// leaf: one without a creative leaves the player no ad to pick, and an empty non-linear page.
+TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
+  const auto show = [&](const std::string& markup, const Value& skadn) {
+    player = makePlayer(markup, skadn);
+    player->play();
+    MainQueue::shared().runUntilIdle();
+    return std::dynamic_pointer_cast<ZVVastNonLinearAdPlayer>(player->vastAdPlayer());
+  };
+  const auto empty =
+      show("<VAST version=\"3.0\"><Ad><InLine/></Ad>" +
+               test::linearVast().substr(std::string("<VAST version=\"3.0\">").size()),
+           Value());
+  ASSERT_TRUE(empty);
+  EXPECT_FALSE(empty->ad());
   const Value skadn = {{"itunesitem", "123"}};
-  player = makePlayer(test::nonLinearVast("<b>overlay</b>"), skadn);
-  player->play();
-  MainQueue::shared().runUntilIdle();
-  auto nonLinear = std::dynamic_pointer_cast<ZVVastNonLinearAdPlayer>(player->vastAdPlayer());
+  const auto nonLinear = show(test::nonLinearVast("<b>overlay</b>"), skadn);
   ASSERT_TRUE(nonLinear);
   EXPECT_EQ(nonLinear->skadn(), skadn);
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "load"}));
   std::vector<double> times;
   for (const auto& point : player->trackingPoints()) times.push_back(point.time);
   EXPECT_EQ(times, (std::vector<double>{0, 3.75, 7.5, 11.25, 15}));
@@ -155,19 +166,6 @@ TEST_F(VastPlayerTest, ANonLinearAdIsShownAsHtmlWithTheBidsSkadn) {
   // A second load report rebuilds the points rather than adding five more.
   player->playerDidLoad();
   EXPECT_EQ(player->trackingPoints().size(), 5u);
-}
-
-// The parser's result is the first leaf, here one without a creative: the player then has no
-// ad to pick and shows an empty non-linear page.
-TEST_F(VastPlayerTest, AResultWithoutACreativeGetsAnEmptyNonLinearPlayer) {
-  player = makePlayer("<VAST version=\"3.0\"><Ad><InLine/></Ad>" +
-                      test::linearVast().substr(std::string("<VAST version=\"3.0\">").size()));
-  player->play();
-  MainQueue::shared().runUntilIdle();
-  auto nonLinear = std::dynamic_pointer_cast<ZVVastNonLinearAdPlayer>(player->vastAdPlayer());
-  ASSERT_TRUE(nonLinear);
-  EXPECT_FALSE(nonLinear->ad());
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
 }
 
 // A start report fires the impression of the whole chain; a tap goes to the link resolver, whose

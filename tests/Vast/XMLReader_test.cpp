@@ -38,7 +38,7 @@ TEST(XMLReaderTree, AttributesChildrenAndOneThenArrayPromotion) {
   EXPECT_TRUE(tree.root().isNull());  // NOLINT(bugprone-use-after-move)
 }
 
-TEST(XMLReaderTree, TextIsTrimmedAndCarriedIntoTheNextElementThatEnds) {
+TEST(XMLReaderTree, TextIsTrimmedAndCarriedIntoTheNextElementThatEndsWithoutCdata) {
   const auto tree = read("<A>\n  lead <B> word \n</B><C>  </C><D/><E>\u00a0x\u3000</E>tail</A>");
   const auto& a = tree["A"];
   // The parent's own text before B joins B's text; B's trailing text is consumed by B.
@@ -48,12 +48,10 @@ TEST(XMLReaderTree, TextIsTrimmedAndCarriedIntoTheNextElementThatEnds) {
   EXPECT_FALSE(hasText(a["D"]));            // no character data since C ended
   EXPECT_EQ(a["E"]["text"].string(), "x");  // Unicode spaces are trimmed too
   EXPECT_EQ(a["text"].string(), "tail");
-}
-
-TEST(XMLReaderTree, CdataContentNeverReachesTheText) {
-  const auto tree = read("<A><B><![CDATA[http://x/y.mp4]]></B><C> a<![CDATA[zz]]>b </C></A>");
-  EXPECT_FALSE(hasText(tree["A"]["B"]));
-  EXPECT_EQ(tree["A"]["C"]["text"].string(), "ab");
+  // CDATA content never reaches the text.
+  const auto cdata = read("<A><B><![CDATA[http://x/y.mp4]]></B><C> a<![CDATA[zz]]>b </C></A>");
+  EXPECT_FALSE(hasText(cdata["A"]["B"]));
+  EXPECT_EQ(cdata["A"]["C"]["text"].string(), "ab");
 }
 
 TEST(XMLReaderTree, KeyCollisionsAreKeptAsTheyFall) {
@@ -79,7 +77,6 @@ TEST(XMLReaderTree, NamespaceOptionReportsLocalNames) {
                 .root()
                 .toValue(),
             local.root().toValue());
-  EXPECT_EQ(failure("<a:B/>", XMLReader::kProcessNamespaces).code, XML_ERROR_UNBOUND_PREFIX);
 }
 
 TEST(XMLReaderErrors, MalformedInputFillsTheSlotAndWellFormedInputLeavesItAlone) {

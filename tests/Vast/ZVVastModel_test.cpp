@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
+#include <zorva/platform/Bundle.h>
 
 #include "Vast/XMLReader.h"
 #include "Vast/ZVVast.h"
+#include "Vast/ZVVastError.h"
 #include "Vast/ZVVastLinear.h"
 #include "Vast/ZVVastNonLinear.h"
 #include "support/VastDocuments.h"
@@ -219,6 +221,26 @@ TEST(ZVVastAd, AggregationsWalkTheWrapperChainUpward) {
   EXPECT_EQ(inlineAd->aggregatedTrackersForEvent("complete"),
             (std::vector<std::string>{"http://t/complete"}));
   EXPECT_TRUE(inlineAd->aggregatedTrackersForEvent("midpoint").empty());
+}
+
+TEST(ZVVastError, KnownCodesAreNamedAndUnknownOnesKeepTheirNumberWithEmptyTexts) {
+  const auto parsing = ZVVastError::vastErrorForErrorCode(100);
+  EXPECT_EQ(parsing.domain, "ZorvaSDK");
+  EXPECT_EQ(parsing.localizedDescription(),
+            "VAST error: XML_PARSING_ERROR, Message: Failed to parse vast response.");
+  EXPECT_EQ(ZVVastError::vastErrorForErrorCode(302).localizedDescription(),
+            "VAST error: WRAPPER_THRESHOLD, Message: ");
+  for (const std::int64_t code : {102LL, 406LL, -1LL, 1LL << 40}) {
+    const auto error = ZVVastError::vastErrorForErrorCode(code);
+    EXPECT_EQ(error.code, code);
+    EXPECT_EQ(error.localizedDescription(), "VAST error: , Message: ");
+  }
+}
+
+TEST(ZVVastError, TheAppMayTranslateTheDescription) {
+  platform::Bundle::mainBundle().setStringsTable(
+      "Localizable", {{"VAST error: NO_VAST_RESPONSE, Message: ", "Keine VAST-Antwort"}});
+  EXPECT_EQ(ZVVastError::vastErrorForErrorCode(303).localizedDescription(), "Keine VAST-Antwort");
 }
 
 }  // namespace

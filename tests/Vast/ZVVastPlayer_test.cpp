@@ -10,7 +10,6 @@
 
 #include <algorithm>
 
-#include "Common/ZVLog.h"
 #include "Vast/ZVVastLinearAdPlayer.h"
 #include "Vast/ZVVastNonLinearAdPlayer.h"
 #include "Vast/ZVVastPlayer.h"
@@ -86,38 +85,33 @@ class VastPlayerTest : public ::testing::Test {
   std::shared_ptr<ZVVastLinearAdPlayer> linear;
 };
 
-TEST_F(VastPlayerTest, PointsAtTheQuartersFireOnePerReportWithTheInfoLogLine) {
-  ZVLog::setLevel(3);
-  test::LogCapture log;
-  auto engine = startLinear(20, 0.5);
-  ASSERT_TRUE(engine);
-  for (double position : {5.2, 5.4, 10.1, 15.0, 20.0}) reportAt(*engine, position);
-
-  EXPECT_EQ(handler->handedOverUrls(),
-            (Lists{track("start"), track("firstQuartile"), track("midpoint"),
-                   track("thirdQuartile"), track("complete")}));
-  const auto lines = log.entriesContaining("Time - ");
-  ASSERT_EQ(lines.size(), 5u);
-  EXPECT_NE(lines[0].find("\nTime - 0.500000 Event - start, Tracks - (\n    "
-                          "\"http://track/start\"\n)\n"),
-            std::string::npos)
-      << lines[0];
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
-}
-
-// Overdue points then fire one per report, as at a zero duration below.
-TEST_F(VastPlayerTest, AFirstReportPastSeveralPointsFiresOnlyStart) {
-  ASSERT_TRUE(startLinear(20, 12));
-  EXPECT_EQ(handler->handedOverUrls(), Lists{track("start")});
-}
-
-TEST_F(VastPlayerTest, AZeroDurationFiresOnePointPerReportThenEmptyLists) {
-  auto engine = startLinear(0, 0);
-  ASSERT_TRUE(engine);
-  for (int i = 0; i < 5; ++i) reportAt(*engine, 0);
-  EXPECT_EQ(handler->handedOverUrls(),
-            (Lists{track("start"), track("firstQuartile"), track("midpoint"),
-                   track("thirdQuartile"), track("complete"), std::vector<std::string>()}));
+// One point fires per report: a first report past several fires only the start, the overdue
+// points then one by one, and reports past the last hand over empty lists.
+TEST_F(VastPlayerTest, ProgressPointsFireOnePerReport) {
+  struct Case {
+    double duration, first;
+    std::vector<double> reports;
+    Lists expected;
+  };
+  const auto points = [](std::size_t n) {
+    Lists lists;
+    for (std::size_t i = 0; i < n; ++i) lists.push_back(track(test::kProgressEvents[i]));
+    return lists;
+  };
+  Lists zero = points(5);
+  zero.emplace_back();
+  for (const auto& [duration, first, reports, expected] :
+       {Case{20, 0.5, {5.2, 5.4, 10.1, 15.0, 20.0}, points(5)}, Case{20, 12, {}, points(1)},
+        Case{0, 0, {0, 0, 0, 0, 0}, zero}}) {
+    SCOPED_TRACE(std::to_string(duration) + " from " + std::to_string(first));
+    handler = test::ObservingNetworkHandler::install();
+    delegate = std::make_shared<RecordingAdDelegate>();
+    auto engine = startLinear(duration, first);
+    ASSERT_TRUE(engine);
+    for (double position : reports) reportAt(*engine, position);
+    EXPECT_EQ(handler->handedOverUrls(), expected);
+    EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+  }
 }
 
 TEST_F(VastPlayerTest, AMalformedDocumentFailsAtOnceWith100AndHandsOverNothing) {
@@ -145,15 +139,26 @@ TEST_F(VastPlayerTest, AFailingMediaPutsItsCodeIntoEveryErrorUrlOfTheChain) {
   EXPECT_EQ(delegate->events, std::vector<std::string>{"fail:405"});
 }
 
-TEST_F(VastPlayerTest, ANonLinearAdIsShownAsHtmlWithTheBidsSkadn) {
+// A non-linear ad is shown as HTML with the bid's attribution. The parser's result is the first
+// leaf: one without a creative leaves the player no ad to pick, and an empty non-linear page.
+TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
+  const auto show = [&](const std::string& markup, const Value& skadn) {
+    player = makePlayer(markup, skadn);
+    player->play();
+    MainQueue::shared().runUntilIdle();
+    return std::dynamic_pointer_cast<ZVVastNonLinearAdPlayer>(player->vastAdPlayer());
+  };
+  const auto empty =
+      show("<VAST version=\"3.0\"><Ad><InLine/></Ad>" +
+               test::linearVast().substr(std::string("<VAST version=\"3.0\">").size()),
+           Value());
+  ASSERT_TRUE(empty);
+  EXPECT_FALSE(empty->ad());
   const Value skadn = {{"itunesitem", "123"}};
-  player = makePlayer(test::nonLinearVast("<b>overlay</b>"), skadn);
-  player->play();
-  MainQueue::shared().runUntilIdle();
-  auto nonLinear = std::dynamic_pointer_cast<ZVVastNonLinearAdPlayer>(player->vastAdPlayer());
+  const auto nonLinear = show(test::nonLinearVast("<b>overlay</b>"), skadn);
   ASSERT_TRUE(nonLinear);
   EXPECT_EQ(nonLinear->skadn(), skadn);
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "load"}));
   std::vector<double> times;
   for (const auto& point : player->trackingPoints()) times.push_back(point.time);
   EXPECT_EQ(times, (std::vector<double>{0, 3.75, 7.5, 11.25, 15}));
@@ -163,22 +168,14 @@ TEST_F(VastPlayerTest, ANonLinearAdIsShownAsHtmlWithTheBidsSkadn) {
   EXPECT_EQ(player->trackingPoints().size(), 5u);
 }
 
-// The parser's result is the first leaf, here one without a creative: the player then has no
-// ad to pick and shows an empty non-linear page.
-TEST_F(VastPlayerTest, AResultWithoutACreativeGetsAnEmptyNonLinearPlayer) {
-  player = makePlayer("<VAST version=\"3.0\"><Ad><InLine/></Ad>" +
-                      test::linearVast().substr(std::string("<VAST version=\"3.0\">").size()));
-  player->play();
-  MainQueue::shared().runUntilIdle();
-  auto nonLinear = std::dynamic_pointer_cast<ZVVastNonLinearAdPlayer>(player->vastAdPlayer());
-  ASSERT_TRUE(nonLinear);
-  EXPECT_FALSE(nonLinear->ad());
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
-}
-
-TEST_F(VastPlayerTest, ATapGoesToTheLinkResolverAndModalReportsOnlyToDelegatesThatTakeThem) {
-  auto engine = startLinear(20, 0);
-  ASSERT_TRUE(engine);
+// A start report fires the impression of the whole chain; a tap goes to the link resolver, whose
+// modal reports reach only delegates that take them.
+TEST_F(VastPlayerTest, AStartFiresTheImpressionAndATapGoesToTheLinkResolver) {
+  ASSERT_TRUE(startLinear(20, 1));
+  player->playerDidStartPlaying();
+  EXPECT_EQ(handler->handedOverUrls().back(), std::vector<std::string>{"http://imp/inline"});
+  EXPECT_EQ(delegate->events.back(), "start");
+  delegate->events = {"load"};
   linear->touchesEnded();
   player->playerDidIteractedWithTargetUrl(std::nullopt);  // nowhere to go: nothing opens
   EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent"}));
@@ -235,14 +232,6 @@ TEST_F(VastPlayerTest, AWrapperChainFailureIsToldOnTheNetworkThreadAndThePlayerD
     ASSERT_TRUE(test::runMainQueueUntil([&] { return probe->destroyed.load(); }));
     EXPECT_TRUE(probe->onMainThread);
   }
-}
-
-TEST_F(VastPlayerTest, AStartReportFiresTheImpressionOfTheWholeChain) {
-  auto engine = startLinear(20, 1);
-  ASSERT_TRUE(engine);
-  player->playerDidStartPlaying();
-  EXPECT_EQ(handler->handedOverUrls().back(), std::vector<std::string>{"http://imp/inline"});
-  EXPECT_EQ(delegate->events.back(), "start");
 }
 
 }  // namespace

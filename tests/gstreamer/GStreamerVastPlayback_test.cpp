@@ -48,16 +48,16 @@ class GStreamerVastPlaybackTest : public testing::Test {
     player->setDelegate(delegate);
     window->addSubview(player);
     player->play();
-    std::optional<std::chrono::steady_clock::time_point> first;
     std::size_t seen = 0;
     ASSERT_TRUE(test::runMainQueueUntil(
         [&] {
           const auto lists = handler->handedOverUrls();
           for (; seen < lists.size(); ++seen) {
             if (lists[seen].empty()) continue;
-            if (!first) first = std::chrono::steady_clock::now();
-            const std::chrono::duration<double> at = std::chrono::steady_clock::now() - *first;
-            handedOver.emplace_back(lists[seen].front(), at.count());
+            const auto playing =
+                std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer());
+            handedOver.emplace_back(lists[seen].front(),
+                                    playing ? playing->player()->currentTime().seconds() : -1);
           }
           return std::any_of(delegate->events.begin(), delegate->events.end(),
                              [](auto& e) { return e == "end" || e.starts_with("fail"); });
@@ -73,7 +73,7 @@ class GStreamerVastPlaybackTest : public testing::Test {
   std::shared_ptr<platform::Window> window = platform::Window::create({0, 0, 320, 480});
   std::shared_ptr<ZVVastPlayer> player;
   std::shared_ptr<ZVVastLinearAdPlayer> linear;
-  // The first address of each list handed over, and when, in seconds after the first list.
+  // The first address of each list handed over, and the media position when it was seen.
   std::vector<std::pair<std::string, double>> handedOver;
 };
 
@@ -86,16 +86,17 @@ TEST_F(GStreamerVastPlaybackTest, TheAdPlaysToTheEndFiringEachProgressEventInOrd
   EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "end"}));
   EXPECT_GT(std::chrono::steady_clock::now() - started, 3500ms);  // real playback, not a jump
   EXPECT_NEAR(linear->mediaDuration(), 4.0, 0.05);
-  // Each progress event at its media time; "complete" once from a progress report at the end of
-  // the media and once more from the end itself. Reports after the last point hand over empty
-  // lists, as many as ticks come between.
+  // Each progress event at its media time, never before it and before the next point however late
+  // a busy machine runs the reports; "complete" once from a progress report at the end of the
+  // media and once more from the end itself. Reports after the last point hand over empty lists.
   const std::vector<std::pair<std::string, double>> expected{{"start", 0},    {"firstQuartile", 1},
                                                              {"midpoint", 2}, {"thirdQuartile", 3},
                                                              {"complete", 4}, {"complete", 4}};
   ASSERT_EQ(handedOver.size(), expected.size());
   for (std::size_t i = 0; i < expected.size(); ++i) {
     EXPECT_EQ(handedOver[i].first, "http://track/" + expected[i].first);
-    EXPECT_NEAR(handedOver[i].second, expected[i].second, 0.3) << expected[i].first;
+    EXPECT_GE(handedOver[i].second, expected[i].second - 0.05) << expected[i].first;
+    EXPECT_LT(handedOver[i].second, expected[i].second + 1) << expected[i].first;
   }
   EXPECT_FLOAT_EQ(linear->progressView()->progress(), 1.0f);
 }

@@ -83,13 +83,5 @@ TEST(HeadlessWebEngine, ADeadWebViewReportsNothing) {
   EXPECT_FALSE(called);
 }
 
-// The host's own factory is exercised by the WebKit suite.
-TEST(WebEngine, AFactoryThatMakesNothingFallsBackToTheHeadlessEngine) {
-  WebEngine::setFactory([](std::weak_ptr<WebEngineClient>, const WebViewConfiguration&) {
-    return std::shared_ptr<WebEngine>();
-  });
-  EXPECT_TRUE(HeadlessWebEngine::of(*WebView::create(Rect(), WebViewConfiguration())));
-}
-
 }  // namespace
 }  // namespace zorva::platform

@@ -98,6 +98,7 @@ TEST(MainQueue, RepeatingTimerFiresEveryIntervalUntilInvalidatedFromItsOwnAction
     if (fired.size() == 5) timer->invalidate();
   });
   const TimePoint start = queue.now();
+  const std::weak_ptr<int> watch = captured;
   captured.reset();
   queue.advanceBy(milliseconds(10));
   ASSERT_EQ(fired.size(), 4u);
@@ -107,6 +108,7 @@ TEST(MainQueue, RepeatingTimerFiresEveryIntervalUntilInvalidatedFromItsOwnAction
   queue.advanceBy(milliseconds(100));
   EXPECT_EQ(fired.size(), 5u);
   EXPECT_FALSE(timer->isValid());
+  EXPECT_TRUE(watch.expired());  // the action, released with the timer
   EXPECT_FALSE(queue.nextFireDate().has_value());
 }
 

@@ -1,13 +1,15 @@
 // The media player stand-in, for what the linear player's own tests cannot show: the periodic time
 // observer on the main queue's clock, end notifications per item, automatic playback to the end,
-// and the fallback when a host's engine factory makes nothing.
+// and the fallback when a host's media or web engine factory makes nothing.
 #include <gtest/gtest.h>
 
 #include <zorva/platform/HeadlessMediaEngine.h>
+#include <zorva/platform/HeadlessWebEngine.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/NotificationCenter.h>
 #include <zorva/platform/Player.h>
 #include <zorva/platform/PlayerItem.h>
+#include <zorva/platform/WebView.h>
 
 #include "support/TestEnvironment.h"
 
@@ -101,9 +103,13 @@ TEST(NotificationCenter, DeliversByNameAndSenderToLiveObserversOnly) {
 }
 
 // The host's own factories are exercised by the GStreamer and WebKit suites.
-TEST(MediaEngine, AFactoryThatMakesNothingFallsBackToTheHeadlessEngine) {
+TEST(EngineFactories, AFactoryThatMakesNothingFallsBackToTheHeadlessEngine) {
   MediaEngine::setFactory([](std::weak_ptr<MediaEngineClient>) { return nullptr; });
   EXPECT_TRUE(HeadlessMediaEngine::of(*PlayerItem::create(*URL::URLWithString("http://m/2.mp4"))));
+  WebEngine::setFactory([](std::weak_ptr<WebEngineClient>, const WebViewConfiguration&) {
+    return std::shared_ptr<WebEngine>();
+  });
+  EXPECT_TRUE(HeadlessWebEngine::of(*WebView::create(Rect(), WebViewConfiguration())));
 }
 
 }  // namespace

@@ -81,7 +81,7 @@ TEST(AdServer, StopCutsADelayedAnswerShortAndATakenPortIsReported) {
   auto before = std::chrono::steady_clock::now();
   hanging->stop();
   answer.get();
-  EXPECT_LT(std::chrono::steady_clock::now() - before, 10s);
+  EXPECT_LT(std::chrono::steady_clock::now() - before, 30s);  // half the delay it would wait
 }
 
 class CampaignsFile : public testing::Test {

@@ -28,10 +28,10 @@ int main(int argc, char** argv) {
   auto delegate = std::make_shared<ZVBannerViewDelegate>();  // the banner holds it weakly
   delegate->bannerViewDidReceiveAd = [&](ZVBannerView&) { received = done = true; };
   delegate->bannerViewDidFailToReceiveAdWithError = [&](ZVBannerView&, const Error& error) {
-    // On the main queue, with the conventions on; classifyError says what to do next.
-    const bool noFill = classifyError(error) == ZVErrorKind::NoFill;
-    std::cout << "banner: " << (noFill ? "no ad" : "failed") << " (" << error.localizedDescription()
-              << ")\n";
+    // On the main queue, with the conventions on; classifyError says what to do next (retry
+    // later on no fill, when the network is back on a network error...).
+    std::cout << "banner: no ad (" << error.localizedDescription() << ")\n";
+    if (auto status = httpStatusOf(error)) std::cout << "banner: HTTP status " << *status << "\n";
     done = true;
   };
   banner->setDelegate(delegate);

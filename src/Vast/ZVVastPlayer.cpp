@@ -1,7 +1,6 @@
 #include "Vast/ZVVastPlayer.h"
 
 #include <zorva/ZorvaSDK.h>
-
 #include <zorva/platform/MainQueue.h>
 
 #include "Common/ZVInstanceFactory.h"

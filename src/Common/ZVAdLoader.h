@@ -19,8 +19,8 @@ namespace zorva {
 ///  - `didFailToReceivedAd` with the transport error (logged at level 1): the URL session's
 ///    worker thread, deliberately not the main queue.
 ///  - `didFailToReceivedAd` with the builder's error: the thread the builder answered on.
-/// The HTTP status is not looked at unless asked (below). Callbacks hold the loader weakly: a loader released during a
-/// load reports nothing.
+/// The HTTP status is not looked at unless asked (below). Callbacks hold the loader weakly: a
+/// loader released during a load reports nothing.
 ///
 /// With `ZorvaSDK::callbacksOnMainQueue` on, the last two failures are told on the main queue
 /// too. With `ZorvaSDK::noFillAsFailure` on, an answer without a bid (no ad and no error, or an

@@ -73,8 +73,9 @@ class ZORVA_EXPORT ZorvaSDK {
   void setTestMode(bool value);
 
   /// Off by default. On: every failure of an ad load reaches the ad format, and so the app's
-  /// delegate, on the main queue, like received ads. Off, transport failures are told on the
-  /// network thread and request-building failures on the thread the request was built on.
+  /// delegate, on the main queue, like received ads, a VAST wrapper chain's failures included.
+  /// Off, transport failures are told on the network thread, request-building failures on the
+  /// thread the request was built on, and a wrapper chain's failures on the network thread.
   bool callbacksOnMainQueue() const;
   void setCallbacksOnMainQueue(bool value);
 

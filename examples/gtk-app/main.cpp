@@ -7,7 +7,6 @@
 #include <zorva/engines/GtkHost.h>
 #include <zorva/engines/WebKitWebEngine.h>
 #include <zorva/platform/LayoutConstraint.h>
-#include <zorva/platform/MainQueue.h>
 #include <zorva/platform/ViewController.h>
 
 #include <charconv>
@@ -131,9 +130,7 @@ class App {
 
     bannerDelegate_->bannerViewDidReceiveAd = [](ZVBannerView&) { say("banner: ad received"); };
     bannerDelegate_->bannerViewDidFailToReceiveAdWithError = [](ZVBannerView&, const Error& e) {
-      // Network failures arrive on the SDK's network thread: hop to the main queue.
-      platform::MainQueue::shared().post(
-          [message = e.localizedDescription()] { say("banner: no ad (" + message + ")"); });
+      say("banner: no ad (" + e.localizedDescription() + ")");  // on GTK's thread: see main
     };
 
     // The SDK's tree over the content: it takes only the clicks that land on its ads.
@@ -154,10 +151,12 @@ class App {
     };
     interstitialDelegate_->interstitialDidFailToReceiveAdWithError = [this](ZVInterstitialAd&,
                                                                             const Error& e) {
-      platform::MainQueue::shared().post([this, message = e.localizedDescription()] {
-        say("interstitial: no ad (" + message + ")");
-        enableButtons(true);
-      });
+      say("interstitial: no ad (" + e.localizedDescription() + ")");
+      enableButtons(true);
+    };
+    // Its "X", or Escape: the same object could load the next one.
+    interstitialDelegate_->interstitialDidDismissAd = [](ZVInterstitialAd&) {
+      say("interstitial: closed");
     };
 
     gtk_widget_show_all(window_);
@@ -214,8 +213,8 @@ class App {
     });
   }
 
-  // A new interstitial for every press: one that was shown stays shown, even once closed. A video
-  // one plays its VAST video full screen, with its sound.
+  // A new interstitial for every press, of the kind pressed. A video one plays its VAST video full
+  // screen, with its sound.
   void interstitial(bool video) {
     if (host_->rootViewController()->presentedViewController()) {
       say("interstitial: one is on screen already");
@@ -267,6 +266,11 @@ int main(int argc, char** argv) {
   if (!platform::GStreamerMediaEngine::install(&whyNot)) {
     std::cerr << "gtk-app: videos will not play (" << whyNot << ")\n";
   }
+  // What a GTK app expects of a library: every callback on GTK's thread (so the delegates touch
+  // widgets directly), failures told rather than fatal (no fill, HTTP errors, missing ids), the
+  // interstitial's close told, bid requests saying this is a Linux desktop, and a refreshed
+  // banner that does not keep its earlier ads. See docs/settings.md.
+  ZorvaSDK::shared()->setAppConventions(true);
   App app(*options);
   g_unix_signal_add(SIGINT, quitOnSignal, &app);
   g_unix_signal_add(SIGTERM, quitOnSignal, &app);

@@ -9,8 +9,11 @@
 int main(int argc, char** argv) {
   using namespace zorva;
   auto& mainQueue = platform::MainQueue::shared();  // this thread is the app's main thread
+  // What a Linux app expects: every callback on the main queue, failures (no fill, HTTP errors,
+  // missing ids) told instead of fatal, the request saying it comes from this desktop.
+  ZorvaSDK::shared()->setAppConventions(true);
   auto root = platform::ViewController::create();
-  auto window = platform::DeviceProfile::phone().makeKeyWindow(root);
+  auto window = platform::DeviceProfile::desktop().makeKeyWindow(root);
 
   auto request = std::make_shared<ZVAdRequest>();
   request->publisherId = "my-publisher-id";
@@ -25,11 +28,11 @@ int main(int argc, char** argv) {
   auto delegate = std::make_shared<ZVBannerViewDelegate>();  // the banner holds it weakly
   delegate->bannerViewDidReceiveAd = [&](ZVBannerView&) { received = done = true; };
   delegate->bannerViewDidFailToReceiveAdWithError = [&](ZVBannerView&, const Error& error) {
-    // Network failures arrive on the SDK's network thread: hop to the main queue.
-    mainQueue.post([&done, message = error.localizedDescription()] {
-      std::cout << "banner: no ad (" << message << ")\n";
-      done = true;
-    });
+    // On the main queue, with the conventions on; classifyError says what to do next (retry
+    // later on no fill, when the network is back on a network error...).
+    std::cout << "banner: no ad (" << error.localizedDescription() << ")\n";
+    if (auto status = httpStatusOf(error)) std::cout << "banner: HTTP status " << *status << "\n";
+    done = true;
   };
   banner->setDelegate(delegate);
   banner->loadAd();

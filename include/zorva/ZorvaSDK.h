@@ -19,7 +19,7 @@ class ZORVA_EXPORT ZorvaSDK {
  public:
   /// The one settings object of the process; safe to call from any thread.
   static std::shared_ptr<ZorvaSDK> shared();
-  /// The SDK version, "1.3.0" (`ZORVA_VERSION_STRING`).
+  /// The SDK version, "1.3.0", whatever the package's version (`ZORVA_VERSION_STRING`) is.
   static std::string version();
   /// Sets the log level: 1 errors (initial), 2 warnings, 3 information, 4 debug, 5 verbose;
   /// 0 silences the SDK.
@@ -73,8 +73,9 @@ class ZORVA_EXPORT ZorvaSDK {
   void setTestMode(bool value);
 
   /// Off by default. On: every failure of an ad load reaches the ad format, and so the app's
-  /// delegate, on the main queue, like received ads. Off, transport failures are told on the
-  /// network thread and request-building failures on the thread the request was built on.
+  /// delegate, on the main queue, like received ads, a VAST wrapper chain's failures included.
+  /// Off, transport failures are told on the network thread, request-building failures on the
+  /// thread the request was built on, and a wrapper chain's failures on the network thread.
   bool callbacksOnMainQueue() const;
   void setCallbacksOnMainQueue(bool value);
 
@@ -87,6 +88,56 @@ class ZORVA_EXPORT ZorvaSDK {
   /// True for the error of an answer without a bid: domain "ZorvaSDK", code 0, described
   /// "NoAdsError(0) : no fill".
   static bool isNoFill(const platform::Error& error);
+
+  /// Off by default. On, every convention below is turned on together (off, turned off
+  /// together); each stays settable alone afterwards. The conventions are what a Linux app
+  /// expects of a library: failures told, never fatal, on the main queue. `appConventions` is
+  /// true while all of them are on. See docs/settings.md for what each one replaces.
+  bool appConventions() const;
+  void setAppConventions(bool value);
+
+  /// Off by default. On: closing the interstitial (its "X", or Escape where the host has keys)
+  /// tells `interstitialDidDismissAd` and makes the interstitial loadable again. Off, the close
+  /// only removes the modal.
+  bool interstitialCloseDismisses() const;
+  void setInterstitialCloseDismisses(bool value);
+  /// Off by default. On: a load whose request lacks `publisherId` or `adunitId` fails through the
+  /// format's failure callback, on the main queue, with `ZVErrorCode::InvalidRequest`. Off, such
+  /// a load aborts the process.
+  bool invalidRequestAsFailure() const;
+  void setInvalidRequestAsFailure(bool value);
+  /// Off by default. On: an answer with an HTTP status of 400 or more fails the load with
+  /// `ZVErrorCode::HTTPStatus` (see `ZVErrors.h`, `httpStatusOf`). Off, the status is not looked
+  /// at and the body is read as a bid response whatever it is.
+  bool httpStatusAsFailure() const;
+  void setHttpStatusAsFailure(bool value);
+  /// Off by default. On: the ids in the bid request's query string are percent-encoded (RFC 3986
+  /// unreserved characters kept). Off, they are sent as they are.
+  bool percentEncodeQuery() const;
+  void setPercentEncodeQuery(bool value);
+  /// Off by default. On: the bid request says "Content-Type: application/json" and
+  /// "x-openrtb-version" (2.5, or 2.6 with `sendRegulations`). Off, neither header is set.
+  bool openRtbHeaders() const;
+  void setOpenRtbHeaders(bool value);
+  /// Off by default. On: turning it on applies `platform::DeviceProfile::desktop()` when the app
+  /// has applied no device profile, and an interstitial asks for the main screen's size when the
+  /// device's idiom has no interstitial size (0 x 0). Off, the phone profile stays.
+  bool desktopProfileByDefault() const;
+  void setDesktopProfileByDefault(bool value);
+  /// Off by default. On: a refreshed banner removes the earlier ad's view once the new one is in
+  /// place. Off, every refreshed ad's view stays under the newer ones.
+  bool bannerRemovesEarlierAds() const;
+  void setBannerRemovesEarlierAds(bool value);
+  /// Off by default. On: a VAST answer holding no ad (or a document that is not VAST) fails the
+  /// load as no fill. Off, such an answer leaves the load waiting for ever and the ad object not
+  /// loadable.
+  bool videoLoadBounded() const;
+  void setVideoLoadBounded(bool value);
+  /// Off by default. On: a refused `loadAd` ("Ad Not in loadable state") and a callback that
+  /// finds the app's delegate already released are logged at level 1 (errors), so the default
+  /// level shows them. Off, the refusal is a level-2 warning and the lost callback is not logged.
+  bool logMissedCallbacks() const;
+  void setLogMissedCallbacks(bool value);
 
   /// Off by default. On: the VAST parser reads CDATA sections as text, like plain character
   /// data, in every document of a wrapper chain — ad servers put most URLs (media files,
@@ -141,6 +192,15 @@ class ZORVA_EXPORT ZorvaSDK {
   bool noFillAsFailure_ = false;
   bool vastCdataText_ = false;
   std::size_t vastFetchBudget_ = 0;
+  bool interstitialCloseDismisses_ = false;
+  bool invalidRequestAsFailure_ = false;
+  bool httpStatusAsFailure_ = false;
+  bool percentEncodeQuery_ = false;
+  bool openRtbHeaders_ = false;
+  bool desktopProfileByDefault_ = false;
+  bool bannerRemovesEarlierAds_ = false;
+  bool videoLoadBounded_ = false;
+  bool logMissedCallbacks_ = false;
 
   bool trackingTransport_ = false;
   std::optional<std::string> trackingQueuePath_;

@@ -2,6 +2,7 @@
 
 #include <sys/utsname.h>
 
+#include <atomic>
 #include <cctype>
 #include <fstream>
 
@@ -84,7 +85,16 @@ Rect DeviceProfile::screenBounds() const {
   return isLandscape(orientation) ? Rect(0, 0, s.height, s.width) : Rect(0, 0, s.width, s.height);
 }
 
+namespace {
+std::atomic<bool> applied{false};
+}  // namespace
+
+bool DeviceProfile::anyApplied() { return applied; }
+
+void DeviceProfile::forgetApplied() { applied = false; }
+
 void DeviceProfile::apply() const {
+  applied = true;
   auto& device = Device::currentDevice();
   device.setModel(model);
   device.setSystemVersion(systemVersion);

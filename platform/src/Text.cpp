@@ -3,6 +3,8 @@
 #include <locale.h>
 #include <stdlib.h>
 
+#include <string>
+
 namespace zorva::platform {
 
 namespace {
@@ -13,12 +15,41 @@ locale_t cLocale() {
   return locale;
 }
 
+// The decimal number at the start of `text` (white space, a sign, digits with an optional
+// fraction, an optional exponent), or an empty string when there is none: hexadecimal, "inf" and
+// "nan", which the C library would read, are not decimal numbers.
+std::string decimalPrefix(const std::string& text) {
+  auto digit = [&](std::size_t at) {
+    return at < text.size() && text[at] >= '0' && text[at] <= '9';
+  };
+  std::size_t end = 0;
+  while (end < text.size() && (text[end] == ' ' || (text[end] >= '\t' && text[end] <= '\r'))) ++end;
+  if (end < text.size() && (text[end] == '+' || text[end] == '-')) ++end;
+  bool digits = false;
+  for (; digit(end); ++end) digits = true;
+  if (end < text.size() && text[end] == '.') {
+    for (++end; digit(end); ++end) digits = true;
+  }
+  if (!digits) return std::string();
+  if (end < text.size() && (text[end] == 'e' || text[end] == 'E')) {
+    std::size_t exponent = end + 1;
+    if (exponent < text.size() && (text[exponent] == '+' || text[exponent] == '-')) ++exponent;
+    if (digit(exponent)) {
+      for (end = exponent; digit(end); ++end) {
+      }
+    }
+  }
+  return text.substr(0, end);
+}
+
 }  // namespace
 
-float floatFromText(const std::string& text) { return strtof_l(text.c_str(), nullptr, cLocale()); }
+float floatFromText(const std::string& text) {
+  return strtof_l(decimalPrefix(text).c_str(), nullptr, cLocale());
+}
 
 double doubleFromText(const std::string& text) {
-  return strtod_l(text.c_str(), nullptr, cLocale());
+  return strtod_l(decimalPrefix(text).c_str(), nullptr, cLocale());
 }
 
 bool isValidUTF8(std::string_view bytes) {

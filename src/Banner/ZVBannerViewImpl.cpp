@@ -1,6 +1,9 @@
 #include "Banner/ZVBannerViewImpl.h"
 
+#include <zorva/ZorvaSDK.h>
+
 #include "Common/ZVLog.h"
+#include "Common/ZVMissedCallback.h"
 #include "Common/ZVRTBRequestBuilder.h"
 #include "Common/ZVReleaseOnMainQueue.h"
 #include "Common/ZVViewUtils.h"
@@ -14,7 +17,12 @@ void ZVBannerView::Impl::tellDelegate(Call&& call) {
   auto banner = owner_.lock();
   if (!banner) return;
   auto delegate = this->delegate();
-  if (delegate) call(*delegate, *banner);
+  if (delegate) {
+    call(*delegate, *banner);
+  } else {
+    std::lock_guard lock(mutex_);
+    logIfDelegateGone(delegate_, "-[ZVBannerView tellDelegate]");
+  }
   releaseOnMainQueue(std::move(delegate));
   releaseOnMainQueue(std::move(banner));
 }
@@ -72,7 +80,7 @@ void ZVBannerView::Impl::loadAd() {
     intarnalLoadAd();
     return;
   }
-  ZV_LOG(2, "-[ZVBannerView loadAd]", "%s", "Ad Not in loadable state");
+  ZV_LOG(refusedLoadLogLevel(), "-[ZVBannerView loadAd]", "%s", "Ad Not in loadable state");
 }
 
 void ZVBannerView::Impl::intarnalLoadAd() { adLoader()->load(); }
@@ -151,10 +159,18 @@ void ZVBannerView::Impl::playerDidLoad() {
   auto current = player();
   if (!banner || !current) return;
   // A refreshed ad's view goes on top of the earlier ones, which stay where
-  // they are.
+  // they are unless the app asked for them to go.
   auto view = current->playerView();
   banner->addSubview(view);
   ZVViewUtils::alignToParent(view);
+  std::shared_ptr<platform::View> earlier;
+  {
+    std::lock_guard lock(mutex_);
+    earlier = std::exchange(shownView_, view).lock();
+  }
+  if (earlier && earlier != view && ZorvaSDK::shared()->bannerRemovesEarlierAds()) {
+    earlier->removeFromSuperview();
+  }
   tellDelegate([](ZVBannerViewDelegate& delegate, ZVBannerView& banner) {
     if (delegate.bannerViewDidReceiveAd) delegate.bannerViewDidReceiveAd(banner);
   });

@@ -92,6 +92,8 @@ class ZORVA_HIDDEN ZVBannerView::Impl : public ZVAdLoaderDelegate,
   std::shared_ptr<ZVAdLoader> adLoader_;
   std::shared_ptr<ZVAdPlaying> player_;
   std::shared_ptr<ZVAdPlayTracker> adPlayTracker_;
+  // The view of the ad on show, taken down when a refreshed one replaces it (if asked).
+  std::weak_ptr<platform::View> shownView_;
 };
 
 }  // namespace zorva

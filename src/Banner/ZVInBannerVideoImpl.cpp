@@ -1,6 +1,7 @@
 #include "Banner/ZVInBannerVideoImpl.h"
 
 #include "Common/ZVLog.h"
+#include "Common/ZVMissedCallback.h"
 #include "Common/ZVRTBRequestBuilder.h"
 #include "Common/ZVReleaseOnMainQueue.h"
 #include "Common/ZVViewUtils.h"
@@ -14,7 +15,12 @@ void ZVInBannerVideo::Impl::tellDelegate(Call&& call) {
   auto video = owner_.lock();
   if (!video) return;
   auto delegate = this->delegate();
-  if (delegate) call(*delegate, *video);
+  if (delegate) {
+    call(*delegate, *video);
+  } else {
+    std::lock_guard lock(mutex_);
+    logIfDelegateGone(delegate_, "-[ZVInBannerVideo tellDelegate]");
+  }
   releaseOnMainQueue(std::move(delegate));
   releaseOnMainQueue(std::move(video));
 }
@@ -68,7 +74,7 @@ void ZVInBannerVideo::Impl::loadAd() {
     intarnalLoadAd();
     return;
   }
-  ZV_LOG(2, "-[ZVInBannerVideo loadAd]", "%s", "Ad Not in loadable state");
+  ZV_LOG(refusedLoadLogLevel(), "-[ZVInBannerVideo loadAd]", "%s", "Ad Not in loadable state");
 }
 
 void ZVInBannerVideo::Impl::intarnalLoadAd() { adLoader()->load(); }

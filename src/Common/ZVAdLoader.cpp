@@ -63,8 +63,8 @@ void ZVAdLoader::load() {
 
 void ZVAdLoader::makeRequest(const platform::URLRequest& request) {
   std::weak_ptr<ZVAdLoader> weakSelf = weak_from_this();
-  ZVInstanceFactory::sharedNetworkhandler()->fetchRequest(
-      request, [weakSelf](std::optional<Data> data, std::optional<Error> error) {
+  ZVInstanceFactory::sharedNetworkhandler()->fetchRequestWithStatus(
+      request, [weakSelf](std::optional<Data> data, long status, std::optional<Error> error) {
         auto self = weakSelf.lock();
         if (!self) return;
         if (error) {
@@ -80,10 +80,15 @@ void ZVAdLoader::makeRequest(const platform::URLRequest& request) {
           ZV_LOG(3, "-[ZVAdLoader makeRequest:]_block_invoke", "\nResponse - %s\n",
                  platform::describe(platform::stringFromUTF8Data(body)).c_str());
         }
-        const bool noBody = body.empty();
-        ResponseReading reading = readResponse(std::move(body));
-        if (ZorvaSDK::shared()->noFillAsFailure())
-          reading = noFillAsFailure(noBody, std::move(reading));
+        auto settings = ZorvaSDK::shared();
+        ResponseReading reading;
+        if (status >= 400 && settings->httpStatusAsFailure()) {
+          reading.error = ZVUtility::httpStatusError(status);
+        } else {
+          const bool noBody = body.empty();
+          reading = readResponse(std::move(body));
+          if (settings->noFillAsFailure()) reading = noFillAsFailure(noBody, std::move(reading));
+        }
         // The queued work holds the loader; the delegate is read when it runs.
         platform::MainQueue::shared().post([self, reading = std::move(reading)] {
           auto delegate = self->delegate();

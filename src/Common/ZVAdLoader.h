@@ -19,12 +19,14 @@ namespace zorva {
 ///  - `didFailToReceivedAd` with the transport error (logged at level 1): the URL session's
 ///    worker thread, deliberately not the main queue.
 ///  - `didFailToReceivedAd` with the builder's error: the thread the builder answered on.
-/// The HTTP status is not looked at. Callbacks hold the loader weakly: a loader released during a
-/// load reports nothing.
+/// The HTTP status is not looked at unless asked (below). Callbacks hold the loader weakly: a
+/// loader released during a load reports nothing.
 ///
 /// With `ZorvaSDK::callbacksOnMainQueue` on, the last two failures are told on the main queue
 /// too. With `ZorvaSDK::noFillAsFailure` on, an answer without a bid (no ad and no error, or an
-/// empty body) is told as `didFailToReceivedAd` with `ZVUtility::noFillError()`.
+/// empty body) is told as `didFailToReceivedAd` with `ZVUtility::noFillError()`. With
+/// `ZorvaSDK::httpStatusAsFailure` on, an answer with a status of 400 or more is told as
+/// `didFailToReceivedAd` with `ZVUtility::httpStatusError`, on the main queue, body unread.
 class ZVAdLoader : public std::enable_shared_from_this<ZVAdLoader> {
  public:
   static std::shared_ptr<ZVAdLoader> create(std::shared_ptr<ZVAdLoaderConfig> config);

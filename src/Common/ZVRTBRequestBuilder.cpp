@@ -9,6 +9,7 @@
 #include <zorva/platform/Bundle.h>
 #include <zorva/platform/Device.h>
 #include <zorva/platform/JSONSerialization.h>
+#include <zorva/platform/MainQueue.h>
 #include <zorva/platform/Text.h>
 #include <zorva/platform/UUID.h>
 
@@ -117,14 +118,28 @@ std::shared_ptr<ZVRTBRequestBuilder> ZVRTBRequestBuilder::create(
 
 void ZVRTBRequestBuilder::build(Completion completion) {
   completionBlock_ = std::move(completion);
+  auto settings = ZorvaSDK::shared();
   if (!request_->publisherId || !request_->adunitId) {
+    if (settings->invalidRequestAsFailure()) {
+      ZV_LOG(1, "-[ZVRTBRequestBuilder build:]", "%s",
+             "the ad request's publisherId and adunitId must both be set");
+      // Told from the main queue, never inside loadAd: the format is loading by then.
+      platform::MainQueue::shared().post([self = shared_from_this()] {
+        if (self->completionBlock_) {
+          self->completionBlock_(std::nullopt, ZVUtility::invalidRequestError());
+        }
+      });
+      return;
+    }
     fatal(
         "ZVRTBRequestBuilder: the ad request's publisherId and adunitId must both be set "
         "before an ad is loaded");
   }
+  const bool encode = settings->percentEncodeQuery();
   Value parameters = Value::object();
-  parameters["pid"] = *request_->publisherId;
-  parameters["aid"] = *request_->adunitId;
+  parameters["pid"] =
+      encode ? ZVUtility::percentEncoded(*request_->publisherId) : *request_->publisherId;
+  parameters["aid"] = encode ? ZVUtility::percentEncoded(*request_->adunitId) : *request_->adunitId;
   // Written back into the request, so later loads find it set.
   if (!request_->serverUrl) request_->serverUrl = ZVAdRequest::defaultServerUrl();
 
@@ -133,6 +148,12 @@ void ZVRTBRequestBuilder::build(Completion completion) {
                                platform::URLRequestCachePolicy::ReloadIgnoringLocalCacheData,
                                static_cast<double>(request_->netoworkTimeout));
   request.HTTPMethod = "POST";
+  if (settings->openRtbHeaders()) {
+    request.setValueForHTTPHeaderField("application/json", "Content-Type");
+    // The regulations' form is 2.6's; everything else in the request is 2.5's.
+    request.setValueForHTTPHeaderField(settings->sendRegulations() ? "2.6" : "2.5",
+                                       "x-openrtb-version");
+  }
 
   auto self = shared_from_this();
   rtbDictionary([self, request = std::move(request)](Value dictionary) mutable {
@@ -180,7 +201,13 @@ void ZVRTBRequestBuilder::rtbDictionary(DictionaryCallback callback) {
 }
 
 ZVAdSize ZVRTBRequestBuilder::slotSize() const {
-  return isInterstitial_ ? ZVUtility::interstitialDefaultSize() : requestedAdSize_;
+  if (!isInterstitial_) return requestedAdSize_;
+  const ZVAdSize size = ZVUtility::interstitialDefaultSize();
+  // A desktop or TV has no interstitial size of its own: it fills the screen.
+  if (size.width == 0 && size.height == 0 && ZorvaSDK::shared()->desktopProfileByDefault()) {
+    return ZVUtility::screenSize();
+  }
+  return size;
 }
 
 Value ZVRTBRequestBuilder::impressionJson() {

@@ -1,6 +1,5 @@
 #include "Common/ZVUtility.h"
 
-#include <zorva/ZorvaVersion.h>
 #include <zorva/platform/AdvertisingIdentifierManager.h>
 #include <zorva/platform/Application.h>
 #include <zorva/platform/Bundle.h>
@@ -48,7 +47,8 @@ std::string describe(const Value& value) {
 
 }  // namespace
 
-std::string ZVUtility::sdkVersion() { return ZORVA_VERSION_STRING; }
+// Fixed, whatever the package's version: ad servers key their handling on this value.
+std::string ZVUtility::sdkVersion() { return "1.3.0"; }
 
 std::string ZVUtility::sdkName() { return "ZorvaSDK"; }
 
@@ -57,6 +57,32 @@ Error ZVUtility::errorWithCode(std::int64_t code, const std::string& description
 }
 
 Error ZVUtility::noFillError() { return errorWithCode(0, "no fill"); }
+
+Error ZVUtility::httpStatusError(long status) {
+  Error error = errorWithCode(6, "HTTP status " + std::to_string(status));
+  error.userInfo["HTTPStatusCode"] = status;
+  return error;
+}
+
+Error ZVUtility::invalidRequestError() {
+  return errorWithCode(7, "the ad request's publisherId and adunitId must both be set");
+}
+
+std::string ZVUtility::percentEncoded(const std::string& text) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string encoded;
+  encoded.reserve(text.size());
+  for (const unsigned char c : text) {
+    // ASCII alone, whatever the locale says a letter is.
+    if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
+        c == '.' || c == '_' || c == '~') {
+      encoded.push_back(static_cast<char>(c));
+    } else {
+      encoded += {'%', kHex[c >> 4], kHex[c & 0xF]};
+    }
+  }
+  return encoded;
+}
 
 Error ZVUtility::errorWithDomain(const std::string& domain, std::int64_t code,
                                  const std::string& description) {

@@ -33,6 +33,14 @@ class ZVUtility {
   /// The failure of a load whose answer held no bid, with `ZorvaSDK::noFillAsFailure` on: code 0
   /// described "no fill".
   static Error noFillError();
+  /// The failure of an answer with HTTP status `status` (400 or more), with
+  /// `ZorvaSDK::httpStatusAsFailure` on: code 6 described "HTTP status <status>", the status also
+  /// under "HTTPStatusCode".
+  static Error httpStatusError(long status);
+  /// The failure of a load whose request lacks its publisher or ad unit id: code 7.
+  static Error invalidRequestError();
+  /// `text` with every byte but RFC 3986's unreserved characters written as %XX.
+  static std::string percentEncoded(const std::string& text);
 
   // App. Strings are absent when the platform gives nothing.
 

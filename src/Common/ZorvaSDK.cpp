@@ -1,5 +1,7 @@
 #include <zorva/ZorvaSDK.h>
 
+#include <zorva/platform/DeviceProfile.h>
+
 #include "Common/ZVLog.h"
 #include "Common/ZVUtility.h"
 #include "Network/ZVTrackingTransport.h"
@@ -46,11 +48,57 @@ ZORVA_PROPERTY(bool, callbacksOnMainQueue, setCallbacksOnMainQueue, callbacksOnM
 ZORVA_PROPERTY(bool, noFillAsFailure, setNoFillAsFailure, noFillAsFailure_)
 ZORVA_PROPERTY(bool, vastCdataText, setVastCdataText, vastCdataText_)
 ZORVA_PROPERTY(std::size_t, vastFetchBudget, setVastFetchBudget, vastFetchBudget_)
+ZORVA_PROPERTY(bool, interstitialCloseDismisses, setInterstitialCloseDismisses,
+               interstitialCloseDismisses_)
+ZORVA_PROPERTY(bool, invalidRequestAsFailure, setInvalidRequestAsFailure, invalidRequestAsFailure_)
+ZORVA_PROPERTY(bool, httpStatusAsFailure, setHttpStatusAsFailure, httpStatusAsFailure_)
+ZORVA_PROPERTY(bool, percentEncodeQuery, setPercentEncodeQuery, percentEncodeQuery_)
+ZORVA_PROPERTY(bool, openRtbHeaders, setOpenRtbHeaders, openRtbHeaders_)
+ZORVA_PROPERTY(bool, bannerRemovesEarlierAds, setBannerRemovesEarlierAds, bannerRemovesEarlierAds_)
+ZORVA_PROPERTY(bool, videoLoadBounded, setVideoLoadBounded, videoLoadBounded_)
+ZORVA_PROPERTY(bool, logMissedCallbacks, setLogMissedCallbacks, logMissedCallbacks_)
 
 ZORVA_PROPERTY(std::optional<std::string>, trackingQueuePath, setTrackingQueuePath,
                trackingQueuePath_)
 
 #undef ZORVA_PROPERTY
+
+bool ZorvaSDK::desktopProfileByDefault() const {
+  std::lock_guard lock(mutex_);
+  return desktopProfileByDefault_;
+}
+
+void ZorvaSDK::setDesktopProfileByDefault(bool value) {
+  {
+    std::lock_guard lock(mutex_);
+    desktopProfileByDefault_ = value;
+  }
+  // Applied outside the lock, on the app's thread, before its loads read the device.
+  if (value && !platform::DeviceProfile::anyApplied()) platform::DeviceProfile::desktop().apply();
+}
+
+bool ZorvaSDK::appConventions() const {
+  std::lock_guard lock(mutex_);
+  return callbacksOnMainQueue_ && noFillAsFailure_ && interstitialCloseDismisses_ &&
+         invalidRequestAsFailure_ && httpStatusAsFailure_ && percentEncodeQuery_ &&
+         openRtbHeaders_ && desktopProfileByDefault_ && bannerRemovesEarlierAds_ &&
+         videoLoadBounded_ && logMissedCallbacks_ && vastFetchBudget_ == kVastFetchBudget;
+}
+
+void ZorvaSDK::setAppConventions(bool value) {
+  setCallbacksOnMainQueue(value);
+  setNoFillAsFailure(value);
+  setInterstitialCloseDismisses(value);
+  setInvalidRequestAsFailure(value);
+  setHttpStatusAsFailure(value);
+  setPercentEncodeQuery(value);
+  setOpenRtbHeaders(value);
+  setDesktopProfileByDefault(value);
+  setBannerRemovesEarlierAds(value);
+  setVideoLoadBounded(value);
+  setLogMissedCallbacks(value);
+  setVastFetchBudget(value ? kVastFetchBudget : 0);
+}
 
 bool ZorvaSDK::isNoFill(const platform::Error& error) { return error == ZVUtility::noFillError(); }
 

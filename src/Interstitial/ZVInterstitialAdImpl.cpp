@@ -1,6 +1,9 @@
 #include "Interstitial/ZVInterstitialAdImpl.h"
 
+#include <zorva/ZorvaSDK.h>
+
 #include "Common/ZVLog.h"
+#include "Common/ZVMissedCallback.h"
 #include "Common/ZVRTBRequestBuilder.h"
 #include "Common/ZVReleaseOnMainQueue.h"
 #include "Common/ZVUtility.h"
@@ -14,7 +17,12 @@ void ZVInterstitialAd::Impl::tellDelegate(Call&& call) {
   auto ad = owner_.lock();
   if (!ad) return;
   auto delegate = this->delegate();
-  if (delegate) call(*delegate, *ad);
+  if (delegate) {
+    call(*delegate, *ad);
+  } else {
+    std::lock_guard lock(mutex_);
+    logIfDelegateGone(delegate_, "-[ZVInterstitialAd tellDelegate]");
+  }
   releaseOnMainQueue(std::move(delegate));
   releaseOnMainQueue(std::move(ad));
 }
@@ -56,7 +64,7 @@ std::shared_ptr<ZVModalViewController> ZVInterstitialAd::Impl::modalController()
 
 void ZVInterstitialAd::Impl::loadAd() {
   if (state_ != 0) {
-    ZV_LOG(2, "-[ZVInterstitialAd loadAd]", "%s", "Ad Not in loadable state");
+    ZV_LOG(refusedLoadLogLevel(), "-[ZVInterstitialAd loadAd]", "%s", "Ad Not in loadable state");
     return;
   }
   // The state is set after the load has started, so a failure told
@@ -77,6 +85,11 @@ void ZVInterstitialAd::Impl::showFromViewController(
   auto controller =
       ZVModalViewController::create(view, platform::kInterfaceOrientationMaskAll, orientation);
   controller->setAllowRotation(true);
+  // The close (its "X", or a host's Escape, which takes the same path) reaches the app only when
+  // asked: by default the modal has no delegate.
+  if (ZorvaSDK::shared()->interstitialCloseDismisses()) {
+    controller->setDelegate(weak_from_this());
+  }
   std::shared_ptr<ZVModalViewController> replaced;
   {
     std::lock_guard lock(mutex_);

@@ -22,16 +22,25 @@ void ZVNetworkHandler::fetchUrl(const std::optional<platform::URL>& url, Complet
 }
 
 void ZVNetworkHandler::fetchRequest(const platform::URLRequest& request, Completion completion) {
+  fetchRequestWithStatus(request, [completion = std::move(completion)](
+                                      std::optional<Data> data, long, std::optional<Error> error) {
+    if (completion) completion(std::move(data), std::move(error));
+  });
+}
+
+void ZVNetworkHandler::fetchRequestWithStatus(const platform::URLRequest& request,
+                                              StatusCompletion completion) {
   auto task = session_->dataTaskWithRequest(
-      request, [completion = std::move(completion)](std::optional<Data> data,
-                                                    std::optional<platform::HTTPURLResponse>,
-                                                    std::optional<Error> error) {
+      request, [completion = std::move(completion)](
+                   std::optional<Data> data, std::optional<platform::HTTPURLResponse> response,
+                   std::optional<Error> error) {
         if (ZVLog::level() >= 3) {
           const auto text = data ? platform::stringFromUTF8Data(*data) : std::nullopt;
           ZV_LOG(3, "-[ZVNetworkHandler fetchRequest:completion:]_block_invoke", "%s",
                  platform::describe(text).c_str());
         }
-        if (completion) completion(std::move(data), std::move(error));
+        if (completion)
+          completion(std::move(data), response ? response->statusCode : 0, std::move(error));
       });
   task->resume();
 }

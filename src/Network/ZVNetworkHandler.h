@@ -30,6 +30,12 @@ class ZVNetworkHandler {
   virtual void fetchUrl(const std::optional<platform::URL>& url, Completion completion);
   /// Sends `request`; logs the body at level 3 before calling back.
   virtual void fetchRequest(const platform::URLRequest& request, Completion completion);
+  /// (body, HTTP status (0 without an answer), error).
+  using StatusCompletion =
+      std::function<void(std::optional<Data> data, long status, std::optional<Error> error)>;
+  /// `fetchRequest` that also hands over the answer's HTTP status; `fetchRequest` goes through it.
+  virtual void fetchRequestWithStatus(const platform::URLRequest& request,
+                                      StatusCompletion completion);
   /// Tracking hand-over. With `ZorvaSDK::trackingTransport` off (the default) it deliberately
   /// does nothing: no request is sent. On, the URLs go to the tracking transport, stored before
   /// this returns. `completion` is never called.

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "Common/ZVInstanceFactory.h"
+#include "Common/ZVUtility.h"
 #include "Network/ZVNetworkHandler.h"
 #include "Vast/XMLReader.h"
 #include "Vast/ZVVastError.h"
@@ -43,6 +44,11 @@ void ZVVastParser::parse(const std::string& text, Completion completion) {
   }
   if (!isVASTVersionSupported(document->version)) {
     completion(nullptr, ZVVastError::vastErrorForErrorCode(101));
+    return;
+  }
+  // A document without any ad (or not VAST at all) would finish no walk: no fill, when asked.
+  if (document->ads.empty() && ZorvaSDK::shared()->videoLoadBounded()) {
+    completion(nullptr, ZVUtility::noFillError());
     return;
   }
   procesVast(std::move(document),

@@ -1,6 +1,7 @@
 #include "Vast/ZVVastPlayer.h"
 
 #include <zorva/ZorvaSDK.h>
+#include <zorva/platform/MainQueue.h>
 
 #include "Common/ZVInstanceFactory.h"
 #include "Common/ZVLog.h"
@@ -49,6 +50,13 @@ void ZVVastPlayer::play() {
       creative, [weakSelf](std::shared_ptr<ZVVast> vast, std::optional<Error> error) {
         auto player = weakSelf.lock();
         if (!player) return;
+        // A failure of the wrapper chain is made on the network thread; the app asked to hear
+        // everything on the main queue.
+        auto& queue = platform::MainQueue::shared();
+        if (!queue.isCurrent() && ZorvaSDK::shared()->callbacksOnMainQueue()) {
+          queue.post([player, vast, error] { player->parsed(vast, error); });
+          return;
+        }
         player->parsed(vast, error);
         // A failure of the wrapper chain arrives on the network thread: if the app let go of
         // the ad meanwhile, this player, a view, must still die on the main thread.

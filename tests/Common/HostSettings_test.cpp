@@ -5,11 +5,14 @@
 #include <sys/utsname.h>
 
 #include <zorva/ZVBannerView.h>
+#include <zorva/ZVErrors.h>
 #include <zorva/ZorvaSDK.h>
+#include <zorva/platform/Button.h>
 #include <zorva/platform/DeviceProfile.h>
 
 #include "support/AdFormatTesting.h"
 #include "support/AdLoaderTesting.h"
+#include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
 
 namespace zorva {
@@ -39,6 +42,10 @@ class HostSettingsTest : public testing::Test {
   test::Recorder recorder_;
   std::shared_ptr<ZVBannerViewDelegate> delegate_ =
       test::recordingBannerDelegate<ZVBannerViewDelegate>(recorder_);
+  std::shared_ptr<ZVInterstitialAdDelegate> interstitialDelegate_ =
+      test::recordingInterstitialDelegate(recorder_);
+  std::shared_ptr<ZVInBannerVideoDelegate> videoDelegate_ =
+      test::recordingBannerDelegate<ZVInBannerVideoDelegate>(recorder_);
 };
 
 struct Profile {
@@ -94,6 +101,166 @@ TEST_F(HostSettingsTest, RegulationsInOpenRtb26FormAndTestModeAreSentOnlyWhenAsk
             R"("gpp_sid":[2,6]})");
   EXPECT_EQ(on["user"].dump(), R"({"ext":{"consent":"CPXxRfAPXxRfA"},"consent":"CPXxRfAPXxRfA"})");
   EXPECT_EQ(on["test"], 1);
+}
+
+// Each app convention through the public API: the documented default first, then the same with
+// the one switch on. Every row starts from the process's default state.
+TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
+  auto servesBid = [&](const std::string& markup) {
+    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(markup)});
+  };
+  // A loaded interstitial, and where its request asked for its size.
+  auto interstitial = [&] {
+    auto ad = ZVInterstitialAd::create(test::requestFor(server_));
+    ad->setDelegate(interstitialDelegate_);
+    ad->loadAd();
+    EXPECT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") > 0; }));
+    return ad;
+  };
+  // Waits until the answers of `fetches` requests have been dealt with on the main queue.
+  auto settle = [](test::ObservingNetworkHandler& handler, int fetches) {
+    EXPECT_TRUE(test::runMainQueueUntil(
+        [&] { return handler.waitForCompletedFetches(fetches, std::chrono::milliseconds(0)); }));
+    platform::MainQueue::shared().runUntilIdle();
+  };
+  const std::vector<std::pair<const char*, std::function<void(bool)>>> conventions = {
+      {"HttpStatusFailsTheLoad",
+       [&](bool on) {
+         server_.respond(test::kServadPath,
+                         {.status = 500, .body = test::bidWithMarkup(test::kDisplayMarkup)});
+         const test::Heard heard = load();
+         EXPECT_EQ(heard.name, on ? "fail" : "receive");
+         EXPECT_EQ(heard.error && httpStatusOf(*heard.error), on);
+         if (!on || !heard.error) return;
+         EXPECT_EQ(httpStatusOf(*heard.error), 500);
+         EXPECT_EQ(classifyError(*heard.error), ZVErrorKind::HTTPStatus);
+         EXPECT_NE(heard.error->localizedDescription().find("500"), std::string::npos);
+       }},
+      {"IdsPercentEncodedAndJsonHeaders",
+       [&](bool on) {
+         servesBid(test::kDisplayMarkup);
+         auto request = test::requestFor(server_);
+         request->adunitId = "a b&c=d";
+         const test::Heard heard = load(request);
+         EXPECT_EQ(heard.name, on ? "receive" : "fail");
+         if (!on) {
+           // libcurl refuses the URL: the request never leaves.
+           ASSERT_TRUE(heard.error);
+           EXPECT_EQ(classifyError(*heard.error), ZVErrorKind::InvalidRequest);
+           load();
+         }
+         const auto sent = server_.requests().back();
+         EXPECT_EQ(sent.params.find("aid")->second, on ? "a b&c=d" : "unit-9");
+         EXPECT_EQ(sent.headers.at("Content-Type"),
+                   on ? "application/json" : "application/x-www-form-urlencoded");
+         EXPECT_EQ(sent.headers.contains("x-openrtb-version"), on);
+       }},
+      {"MissingIdsFailInsteadOfAborting",
+       [&](bool on) {
+         auto request = test::requestFor(server_);
+         request->adunitId.reset();
+         if (!on) {
+           auto banner = ZVBannerView::create(request, ZVAdSize{320, 50});
+           EXPECT_DEATH(banner->loadAd(), "publisherId and adunitId");
+           return;
+         }
+         const test::Heard heard = load(request);
+         EXPECT_EQ(heard.name, "fail");
+         EXPECT_TRUE(heard.onMainThread);
+         ASSERT_TRUE(heard.error);
+         EXPECT_EQ(classifyError(*heard.error), ZVErrorKind::InvalidRequest);
+       }},
+      {"DesktopProfileAndScreenSizedInterstitial",
+       [&](bool on) {
+         servesBid(test::kDisplayMarkup);
+         auto window = platform::DeviceProfile::phone().makeKeyWindow(
+             platform::ViewController::create());  // the phone's size needs its orientation
+         interstitial();
+         const Value body = Value::parse(server_.requests().back().body);
+         EXPECT_EQ(body["device"]["os"], on ? "Linux" : "iOS");
+         EXPECT_EQ(body["imp"][0]["banner"]["w"], on ? 1920 : 320);
+         EXPECT_EQ(body["imp"][0]["banner"]["h"], on ? 1080 : 480);
+       }},
+      {"InterstitialCloseDismisses",
+       [&](bool on) {
+         servesBid(test::kDisplayMarkup);
+         auto root = platform::ViewController::create();
+         auto window = platform::DeviceProfile::phone().makeKeyWindow(root);
+         auto ad = interstitial();
+         ad->showFromViewController(root);
+         platform::MainQueue::shared().runUntilIdle();
+         for (const auto& sub : ad->modalController()->viewIfLoaded()->subviews()) {
+           if (auto button = std::dynamic_pointer_cast<platform::Button>(sub))
+             button->touchesEnded();
+         }
+         platform::MainQueue::shared().runUntilIdle();
+         EXPECT_EQ(recorder_.count("dismiss"), on ? 1u : 0u);
+         ad->loadAd();
+         EXPECT_EQ(ad->state(), on ? 1 : 2);
+       }},
+      {"RefreshedBannerKeepsOneView",
+       [&](bool on) {
+         servesBid(test::kDisplayMarkup);
+         test::useVirtualClock();
+         auto banner = ZVBannerView::create(test::requestFor(server_), ZVAdSize{320, 50});
+         banner->setRefreshInterval(30);
+         banner->setDelegate(delegate_);
+         banner->loadAd();
+         ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") == 1; }));
+         platform::MainQueue::shared().advanceBy(platform::seconds(30));
+         ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") == 2; }));
+         EXPECT_EQ(banner->subviews().size(), on ? 1u : 2u);
+       }},
+      {"RefusedLoadAndLostDelegateLoggedAsErrors",
+       [&](bool on) {
+         servesBid(test::kDisplayMarkup);
+         auto handler = test::ObservingNetworkHandler::install();
+         test::LogCapture log;
+         auto banner = ZVBannerView::create(test::requestFor(server_), ZVAdSize{320, 50});
+         banner->setDelegate(std::make_shared<ZVBannerViewDelegate>());  // released at once
+         banner->loadAd();
+         banner->loadAd();
+         settle(*handler, 1);
+         EXPECT_EQ(log.entriesContaining("Ad Not in loadable state").size(), on ? 1u : 0u);
+         EXPECT_EQ(log.entriesContaining("delegate was released").size(), on ? 1u : 0u);
+       }},
+      {"VastWithoutAnAdIsNoFill",
+       [&](bool on) {
+         servesBid(R"(<VAST version="3.0"/>)");
+         auto handler = test::ObservingNetworkHandler::install();
+         auto video = ZVInBannerVideo::create(test::requestFor(server_), ZVAdSize{320, 180});
+         video->setDelegate(videoDelegate_);
+         video->loadAd();
+         settle(*handler, 1);
+         EXPECT_EQ(recorder_.count("fail"), on ? 1u : 0u);
+         EXPECT_EQ(video->state(), on ? 0 : 1);
+         if (on) {
+           EXPECT_EQ(classifyError(*recorder_.heard().back().error), ZVErrorKind::NoFill);
+         }
+       }},
+      // A wrapper whose fetch fails ends the chain on the network thread.
+      {"VastChainFailureOnTheMainQueue",
+       [&](bool on) {
+         servesBid(R"(<VAST version="3.0"><Ad><Wrapper><VASTAdTagURI>http://127.0.0.1:)" +
+                   std::to_string(test::LoopbackServer::unusedPort()) +
+                   R"(/w</VASTAdTagURI></Wrapper></Ad></VAST>)");
+         auto video = ZVInBannerVideo::create(test::requestFor(server_), ZVAdSize{320, 180});
+         video->setDelegate(videoDelegate_);
+         video->loadAd();
+         ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("fail") > 0; }));
+         EXPECT_EQ(recorder_.heard().back().onMainThread, on);
+         EXPECT_EQ(recorder_.heard().back().error->code, 303);
+       }},
+  };
+  for (const auto& [name, check] : conventions) {
+    for (const bool on : {false, true}) {
+      SCOPED_TRACE(std::string(name) + (on ? " on" : " off"));
+      test::resetProcessState();
+      recorder_.clear();
+      ZorvaSDK::shared()->setAppConventions(on);
+      check(on);
+    }
+  }
 }
 
 // A transport failure through a banner; and, as the SDK's request builder cannot be made to fail

@@ -31,9 +31,11 @@ TEST(BidResponse, TheFirstBidOfTheFirstSeatBidIsKeptAsTheResponseHeldIt) {
   ASSERT_TRUE(r.ad);
   EXPECT_EQ(r.ad->size.width, 0);
   EXPECT_TRUE(r.ad->bidId.is_null());
-  // A size that is no number and no string is zero too; the ad is still made.
+  // A size that is no number, no string or no decimal text is zero too; the ad is still made.
   for (const char* body : {R"({"seatbid":[{"bid":[{"adm":"x","w":null,"h":[1]}]}]})",
-                           R"({"seatbid":[{"bid":[{"adm":"x","w":{"v":2},"h":{}}]}]})"}) {
+                           R"({"seatbid":[{"bid":[{"adm":"x","w":{"v":2},"h":{}}]}]})",
+                           R"({"seatbid":[{"bid":[{"adm":"x","w":"0x140","h":" inf"}]}]})",
+                           R"({"seatbid":[{"bid":[{"adm":"x","w":"nan","h":"-.e2"}]}]})"}) {
     r = read(body);
     ASSERT_TRUE(r.ad) << body;
     EXPECT_EQ(r.ad->size, (ZVAdSize{0, 0}));

@@ -76,6 +76,10 @@ class Recorder {
     heard_.push_back({std::move(name), platform::MainQueue::shared().isCurrent(),
                       platform::URLSession::sharedSession()->isDelegateQueue(), std::move(error)});
   }
+  void clear() {
+    std::lock_guard lock(mutex_);
+    heard_.clear();
+  }
   std::vector<Heard> heard() const {
     std::lock_guard lock(mutex_);
     return heard_;

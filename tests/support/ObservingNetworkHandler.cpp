@@ -13,19 +13,20 @@ std::shared_ptr<ObservingNetworkHandler> ObservingNetworkHandler::install() {
   return handler;
 }
 
-void ObservingNetworkHandler::fetchRequest(const platform::URLRequest& request,
-                                           Completion completion) {
+void ObservingNetworkHandler::fetchRequestWithStatus(const platform::URLRequest& request,
+                                                     StatusCompletion completion) {
   platform::URLRequest sent = request;
   if (defaultTimeout_ && sent.timeoutInterval == platform::URLRequest::kDefaultTimeoutInterval) {
     sent.timeoutInterval = *defaultTimeout_;
   }
-  ZVNetworkHandler::fetchRequest(sent, [state = state_, completion = std::move(completion)](
-                                           std::optional<Data> data, std::optional<Error> error) {
-    if (completion) completion(std::move(data), std::move(error));
-    std::lock_guard lock(state->mutex);
-    ++state->completed;
-    state->changed.notify_all();
-  });
+  ZVNetworkHandler::fetchRequestWithStatus(
+      sent, [state = state_, completion = std::move(completion)](
+                std::optional<Data> data, long status, std::optional<Error> error) {
+        if (completion) completion(std::move(data), status, std::move(error));
+        std::lock_guard lock(state->mutex);
+        ++state->completed;
+        state->changed.notify_all();
+      });
 }
 
 void ObservingNetworkHandler::fetchUrls(const std::vector<std::string>& urls,

@@ -20,7 +20,8 @@ class ObservingNetworkHandler : public ZVNetworkHandler {
   /// Makes one and installs it as the shared network handler.
   static std::shared_ptr<ObservingNetworkHandler> install();
 
-  void fetchRequest(const platform::URLRequest& request, Completion completion) override;
+  void fetchRequestWithStatus(const platform::URLRequest& request,
+                              StatusCompletion completion) override;
   void fetchUrls(const std::vector<std::string>& urls, Completion completion) override;
 
   /// Waits (in real time, without running the main queue) for `count` fetches whose completion

@@ -47,6 +47,7 @@ void resetProcessState() {
   // location services not yet authorized.
   platform::Application::shared().reset();
   platform::DeviceProfile::phone().apply();
+  platform::DeviceProfile::forgetApplied();
   platform::Device::currentDevice().setIdentifierForVendor(platform::UUID::create());
   platform::AdvertisingIdentifierManager::sharedManager().reset();
   platform::TimeZone::resetSystemTimeZone();
@@ -72,8 +73,7 @@ void resetProcessState() {
   sdk->setGpp(std::nullopt);
   sdk->setGppSid({});
   sdk->setTestMode(false);
-  sdk->setCallbacksOnMainQueue(false);
-  sdk->setNoFillAsFailure(false);
+  sdk->setAppConventions(false);
   sdk->setVastCdataText(false);
   sdk->setTrackingTransport(false);
   sdk->setTrackingQueuePath(std::nullopt);

@@ -55,7 +55,8 @@ endfunction()
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
-foreach(file include/zorva/Zorva.h include/zorva/ZorvaVersion.h include/zorva/platform/MainQueue.h)
+foreach(file include/zorva/Zorva.h include/zorva/ZorvaVersion.h include/zorva/platform/MainQueue.h
+             bin/zorva-adserver)
   if(NOT EXISTS ${prefix}/${file})
     message(FATAL_ERROR "the install lacks ${file}")
   endif()
@@ -69,6 +70,7 @@ execute_process(COMMAND nm -DC --defined-only ${sdk_library} RESULT_VARIABLE sta
 string(REGEX MATCHALL "zorva::[A-Za-z_]+" names "${symbols}")
 list(REMOVE_DUPLICATES names)
 list(REMOVE_ITEM names zorva::ZorvaSDK zorva::ZVAdRequest zorva::ZVBannerView
+     zorva::classifyError zorva::httpStatusOf
      zorva::ZVBannerViewDelegate zorva::ZVInterstitialAd zorva::ZVInterstitialAdDelegate
      zorva::ZVInBannerVideo zorva::ZVInBannerVideoDelegate zorva::platform)
 if(NOT status EQUAL 0 OR NOT symbols MATCHES "zorva::ZVBannerView::loadAd\\(\\)" OR names)
@@ -123,7 +125,24 @@ foreach(library ${libraries})
       -Wl,-rpath,${libdir} -o ${WORK_DIR}/loads-${name})
   run(${WORK_DIR}/loads-${name})
 endforeach()
+# The public headers compile cleanly under a consumer's strict warnings and a newer standard
+# (pkg-config imposes none); under an older one they say what they need.
+pkg_flags(flags zorva zorva)
+file(GLOB_RECURSE headers RELATIVE ${prefix}/include ${prefix}/include/zorva/*.h)
+list(FILTER headers EXCLUDE REGEX "^zorva/engines/")
+list(TRANSFORM headers PREPEND "#include <")
+list(TRANSFORM headers APPEND ">")
+string(JOIN "\n" includes ${headers})
+file(WRITE ${WORK_DIR}/headers.cpp "${includes}\nint main() { return 0; }\n")
+run(${CXX_COMPILER} -std=c++2b -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+    -fsyntax-only ${WORK_DIR}/headers.cpp ${flags})
+execute_process(COMMAND ${CXX_COMPILER} -std=c++17 -fsyntax-only ${WORK_DIR}/headers.cpp ${flags}
+                RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(status EQUAL 0 OR NOT err MATCHES "need C\\+\\+20 or later")
+  message(FATAL_ERROR "the headers under -std=c++17 did not ask for C++20 (${status}):\n${err}")
+endif()
+
 pkg_flags(flags zorva ${PKG_MODULES})
-run(${CXX_COMPILER} ${extra} ${EXAMPLE_DIR}/main.cpp ${flags} -Wl,-rpath,${libdir}
+run(${CXX_COMPILER} -std=c++2b ${extra} ${EXAMPLE_DIR}/main.cpp ${flags} -Wl,-rpath,${libdir}
     -o ${WORK_DIR}/${example}-pkg-config)
 expect_refused(${WORK_DIR}/${example}-pkg-config)

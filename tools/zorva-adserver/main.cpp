@@ -34,7 +34,8 @@ Options:
   --hostile MODE    misbehave instead: answer every request the way MODE says (IPv4 only)
   --help            show this help and exit
 
-Bid endpoint: POST http://ADDR:PORT/zorva/servad?pid=<publisher id>&aid=<campaign>
+Bid endpoint: POST http://ADDR:PORT/zorva/servad?pid=<publisher id>&aid=<campaign>; a
+ZVAdRequest's serverUrl is the endpoint alone, printed at start: the SDK adds pid and aid.
 Built-in campaigns: banner, interstitial, video, video-wrapper, video-nonlinear, nofill, broken,
 slow. Other endpoints: GET /vast/<name>.xml, /media/zorva.mp4, /media/zorva.png, /track.
 
@@ -158,8 +159,8 @@ int main(int argc, char** argv) {
               << hostileServer->baseUrl() << std::endl;
   } else {
     std::cout << "zorva-adserver listening on " << server->baseUrl() << "\n"
-              << "bid endpoint: " << server->servadUrl() << "?pid=<publisher id>&aid=<campaign>\n"
-              << "campaigns:";
+              << "bid endpoint: " << server->servadUrl() << "\n"
+              << "campaigns (a request's adunitId; the SDK adds pid and aid to the endpoint):";
     for (const auto& aid : server->campaignIds()) std::cout << " " << aid;
     std::cout << std::endl;
   }

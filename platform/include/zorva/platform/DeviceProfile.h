@@ -59,6 +59,10 @@ struct DeviceProfile {
   /// Installs the profile: device, main screen, status-bar orientation and supported
   /// orientations, the scene orientation of every window that has a scene, carrier, languages.
   void apply() const;
+  /// True once any profile has been applied in this process (since `forgetApplied`).
+  static bool anyApplied();
+  /// Makes `anyApplied` false again, for a process that puts its default state back.
+  static void forgetApplied();
 
   /// A window filling the screen with `root` as root controller, made key and visible. From
   /// system 13.0 on it gets a scene in the profile's orientation; before, none.

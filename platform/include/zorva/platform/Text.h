@@ -16,9 +16,10 @@ bool isValidUTF8(std::string_view bytes);
 /// platform's string-from-data initialiser answers).
 std::optional<std::string> stringFromUTF8Data(const Data& data);
 
-/// The C library's `strtof` and `strtod` on `text` (leading white space skipped, as much of a
-/// number read as there is, 0 when there is none) with "." as the decimal point whatever the
-/// process locale is: a GTK host sets the locale from the environment.
+/// The decimal number at the start of `text` (leading white space skipped, as much of a number
+/// read as there is, 0 when there is none; hexadecimal, "inf" and "nan" are no number and give
+/// 0) with "." as the decimal point whatever the process locale is: a GTK host sets the locale
+/// from the environment.
 float floatFromText(const std::string& text);
 double doubleFromText(const std::string& text);
 

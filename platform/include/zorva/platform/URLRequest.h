@@ -30,10 +30,12 @@ struct URLRequest {
 
   URLRequest() = default;
   explicit URLRequest(
-      std::optional<URL> url,
-      URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::UseProtocolCachePolicy,
-      double timeoutInterval = kDefaultTimeoutInterval)
-      : url(std::move(url)), timeoutInterval(timeoutInterval), cachePolicy(cachePolicy) {}
+      std::optional<URL> requestURL,
+      URLRequestCachePolicy requestCachePolicy = URLRequestCachePolicy::UseProtocolCachePolicy,
+      double requestTimeout = kDefaultTimeoutInterval)
+      : url(std::move(requestURL)),
+        timeoutInterval(requestTimeout),
+        cachePolicy(requestCachePolicy) {}
 
   /// Sets (or replaces) one header field.
   void setValueForHTTPHeaderField(std::string value, const std::string& field);

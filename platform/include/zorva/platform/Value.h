@@ -1,5 +1,11 @@
 #pragma once
 
+// The headers are C++20 (defaulted comparisons, among others): say so plainly rather than
+// fail somewhere inside them.
+#if __cplusplus < 202002L
+#error "the Zorva SDK's headers need C++20 or later: compile with -std=c++20 (or newer)"
+#endif
+
 #include <nlohmann/json.hpp>
 #include <string>
 

@@ -1,5 +1,6 @@
 // The opt-in tracking transport against the loopback server: what an ad played to the end sends,
-// retries, a process killed after its hand-over, the queue's bounds and a corrupt queue file.
+// retries, processes killed or sharing a queue, faults of the queue's file and what it finds at
+// its path.
 #include <gtest/gtest.h>
 
 #include <zorva/ZVInterstitialAd.h>
@@ -9,14 +10,23 @@
 #include <zorva/platform/TimeZone.h>
 #include <zorva/platform/Window.h>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sqlite3.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <regex>
 #include <thread>
 
@@ -61,6 +71,7 @@ class TrackingTransportTest : public ::testing::Test {
     options_.firstDelay = 20ms;
     options_.maxDelay = 50ms;
     options_.timeout = 5;
+    options_.lease = 2s;
     ZVTrackingTransport::setOptionsForTesting(options_);
     ZVLog::setLevel(4);
   }
@@ -68,14 +79,18 @@ class TrackingTransportTest : public ::testing::Test {
     ZorvaSDK::shared()->setTrackingTransport(false);
     std::filesystem::remove_all(folder_);
   }
-  // Waits until every stored URL has had its final answer.
-  static bool drained() {
+  // Waits (10 s at most) until `done`.
+  static bool waitFor(const std::function<bool()>& done) {
     const auto end = std::chrono::steady_clock::now() + 10s;
-    while (ZVTrackingTransport::running()->pending() != 0) {
+    while (!done()) {
       if (std::chrono::steady_clock::now() > end) return false;
       std::this_thread::sleep_for(5ms);
     }
     return true;
+  }
+  // Waits until every stored URL has had its final answer.
+  static bool drained() {
+    return waitFor([] { return ZVTrackingTransport::running()->pending() == 0; });
   }
 
   ZVTrackingTransport::Options options_;
@@ -215,53 +230,275 @@ TEST_F(TrackingTransportTest, RetriesTransportErrorsAnd5xxUntilAnAnswerAndTakes4
   EXPECT_GE(log.entriesContaining("/x").size(), 2u) << "the unreachable URL is retried";
 }
 
-TEST_F(TrackingTransportTest, AUrlHandedOverByAKilledProcessIsSentByTheNextOne) {
+// The tracking child (TrackingChild.cpp) run with `args`; killed with SIGKILL at the latest when
+// this ends.
+class Child {
+ public:
+  explicit Child(std::vector<std::string> args) {
+    args.insert(args.begin(), ZORVA_TRACKING_CHILD);
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    if (posix_spawn(&pid_, ZORVA_TRACKING_CHILD, nullptr, nullptr, argv.data(), environ) != 0) {
+      pid_ = 0;
+    }
+  }
+  ~Child() { kill(); }
+  // True when the child was running until now.
+  bool kill() {
+    int status = 0;
+    if (pid_ == 0 || ::kill(pid_, SIGKILL) != 0 || waitpid(pid_, &status, 0) != pid_) return false;
+    pid_ = 0;
+    return WIFSIGNALED(status);
+  }
+
+ private:
+  pid_t pid_ = 0;
+};
+
+// The URLs of a claim; a failed claim fails the test.
+std::vector<std::string> urlsOf(const std::optional<std::vector<ZVTrackingQueue::Entry>>& claim) {
+  std::vector<std::string> urls;
+  EXPECT_TRUE(claim);
+  for (const auto& entry : claim.value_or(std::vector<ZVTrackingQueue::Entry>{})) {
+    urls.push_back(entry.url);
+  }
+  return urls;
+}
+
+// How often each path was asked for.
+std::map<std::string, int> arrivals(const LoopbackServer& server) {
+  std::map<std::string, int> counts;
+  for (const auto& path : paths(server)) ++counts[path];
+  return counts;
+}
+
+TEST_F(TrackingTransportTest, AUrlAnsweredToAKilledProcessIsSentOnceMoreWhenItsLeaseEnds) {
   // The dead process's request is held unanswered; the next one's is answered.
   server_.respondInTurn("/kill", {{.body = "", .delay = 30s}, {.status = 200, .body = ""}});
-  // The child's request reaching the server shows the URL stored.
-  const std::string url = server_.url("/kill");
-  char* argv[] = {const_cast<char*>(ZORVA_TRACKING_CHILD), queuePath_.data(),
-                  const_cast<char*>(url.c_str()), nullptr};
-  pid_t child = 0;
-  ASSERT_EQ(posix_spawn(&child, ZORVA_TRACKING_CHILD, nullptr, nullptr, argv, environ), 0);
-  EXPECT_TRUE(server_.waitForRequests(1, 10s));
-  kill(child, SIGKILL);
-  int status = 0;
-  waitpid(child, &status, 0);
-  ASSERT_TRUE(WIFSIGNALED(status));
+  Child child({"send", queuePath_, server_.url("/kill")});
+  ASSERT_TRUE(server_.waitForRequests(1, 10s));
+  ASSERT_TRUE(child.kill());
+  const auto killed = std::chrono::steady_clock::now();
 
   ZorvaSDK::shared()->setTrackingTransport(true);
   ASSERT_TRUE(server_.waitForRequests(2, 10s));
+  EXPECT_GT(std::chrono::steady_clock::now() - killed, 1s) << "the child's 2 s lease";
   EXPECT_TRUE(drained());
+  std::this_thread::sleep_for(500ms);
   EXPECT_EQ(paths(server_), (std::vector<std::string>{"/kill", "/kill"}));
 }
 
-TEST_F(TrackingTransportTest, AFullQueueDropsTheOldestAndACorruptFileIsReplaced) {
-  test::LogCapture log;
-  {
-    ZVTrackingQueue queue(queuePath_, 3);
-    queue.append({"u1", "u2"}, 100);
-    queue.append({"u3", "u4", "u5"}, 101);
-    const auto entries = queue.due(101, 10, {});
-    std::vector<std::string> kept;
-    for (const auto& entry : entries) kept.push_back(entry.url);
-    ASSERT_EQ(kept, (std::vector<std::string>{"u3", "u4", "u5"}));
-    // URLs in flight are left out, and so is their due time.
-    queue.retryAt(entries[1].id, 1, 200);
-    EXPECT_EQ(queue.due(101, 1, {entries[0].id}).front().url, "u5");
-    EXPECT_EQ(queue.nextDue({entries[0].id, entries[2].id}), 200);
+TEST_F(TrackingTransportTest, TwoProcessesSharingAQueueSendEachHandOverOnce) {
+  std::vector<std::string> first{"send", queuePath_}, second{"send", queuePath_};
+  std::map<std::string, int> expected;
+  for (int i = 0; i < 25; ++i) {
+    // The last five are handed over by both.
+    const std::string own = "/a" + std::to_string(i), shared = "/s" + std::to_string(i);
+    const std::string a = i < 20 ? own : shared, b = i < 20 ? "/b" + std::to_string(i) : shared;
+    for (const auto& path : {a, b}) {
+      server_.respond(path, {.status = 204, .body = "", .delay = 100ms});
+      ++expected[path];
+    }
+    first.push_back(server_.url(a));
+    second.push_back(server_.url(b));
   }
+  Child one(first), two(second);
+  ASSERT_TRUE(server_.waitForRequests(50, 30s));
+  std::this_thread::sleep_for(1s);
+  EXPECT_EQ(arrivals(server_), expected);
+}
+
+// Faults of the queue's file while two URLs stored earlier (/a1, /a2) and those handed over
+// (/b1, /b2 at the start, /c1 during the fault) are to be sent: nothing is deleted, no URL arrives
+// twice, during the fault or after it, and each arrives once the fault has gone. A small tmpfs
+// gives a real read-only or full file system; SQLite's query_only gives what a file made
+// read-only under an open connection answers (no file system turns read-only while a file on it
+// is open for writing).
+TEST_F(TrackingTransportTest, FileFaultsLoseNoUrlAndSendNoneTwice) {
+  struct Fault {
+    const char* name;
+    bool tmpfs, afterSending;
+    std::function<void(const std::string&folder)> apply, clear;
+  };
+  std::atomic<bool> readOnly = false;
+  std::optional<Child> holder;
+  const auto remount = [](const std::string& folder, unsigned long flags) {
+    ASSERT_EQ(mount(nullptr, folder.c_str(), nullptr, MS_REMOUNT | flags, nullptr), 0);
+  };
+  const auto fill = [](const std::string& folder) {
+    const int fd = ::open((folder + "/filler").c_str(), O_WRONLY | O_CREAT, 0600);
+    const std::string block(4096, 'f');
+    while (write(fd, block.data(), block.size()) > 0) continue;
+    close(fd);
+  };
+  const auto unfill = [](const std::string& folder) {
+    std::filesystem::remove(folder + "/filler");
+  };
+  const auto hold = [&](const std::string& folder) {
+    holder.emplace(std::vector<std::string>{"hold", folder + "/tracking.sqlite"});
+    ASSERT_TRUE(waitFor([&] {
+      sqlite3* db = nullptr;
+      sqlite3_open((folder + "/tracking.sqlite").c_str(), &db);
+      const int result = sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+      sqlite3_close(db);
+      return result == SQLITE_BUSY;
+    }));
+  };
+  const Fault faults[] = {
+      {"read-only folder", true, false, [&](auto& f) { remount(f, MS_RDONLY); },
+       [&](auto& f) { remount(f, 0); }},
+      {"read-only after opening", false, true, [&](auto&) { readOnly = true; },
+       [&](auto&) { readOnly = false; }},
+      {"full disk at start", true, false, fill, unfill},
+      {"full disk after opening", true, true, fill, unfill},
+      {"busy", false, false, hold, [&](auto&) { EXPECT_TRUE(holder->kill()); }},
+  };
+  options_.beforeFileUse = [&](sqlite3* db) {
+    sqlite3_exec(db, readOnly ? "PRAGMA query_only=1" : "PRAGMA query_only=0", nullptr, nullptr,
+                 nullptr);
+  };
+  ZVTrackingTransport::setOptionsForTesting(options_);
+  int row = 0;
+  for (const auto& fault : faults) {
+    SCOPED_TRACE(fault.name);
+    const std::string folder = folder_ + "/" + std::to_string(++row);
+    std::filesystem::create_directories(folder);
+    if (fault.tmpfs && mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=1m") != 0) {
+      EXPECT_NE(geteuid(), 0u) << "root mounts a tmpfs";
+      continue;
+    }
+    LoopbackServer server;
+    std::map<std::string, int> expected;
+    for (const char* path : {"/a1", "/a2", "/b1", "/b2", "/c1"}) {
+      server.respond(path, {.status = 204, .body = "", .delay = 200ms});
+      expected[path] = 1;
+    }
+    ZVTrackingQueue::open(folder + "/tracking.sqlite", 10)
+        ->append({server.url("/a1"), server.url("/a2")}, 0);
+    ZorvaSDK::shared()->setTrackingQueuePath(folder + "/tracking.sqlite");
+    if (!fault.afterSending) fault.apply(folder);
+    ZorvaSDK::shared()->setTrackingTransport(true);
+    auto handler = ZVInstanceFactory::sharedNetworkhandler();
+    handler->fetchUrls({server.url("/b1"), server.url("/b2")}, nullptr);
+    if (fault.afterSending) {
+      EXPECT_TRUE(server.waitForRequests(4, 10s));
+      fault.apply(folder);
+    }
+    handler->fetchUrls({server.url("/c1")}, nullptr);
+    // Dozens of the 20–50 ms back-offs.
+    std::this_thread::sleep_for(1500ms);
+    for (const auto& [path, count] : arrivals(server)) EXPECT_EQ(count, 1) << path;
+    fault.clear(folder);
+    EXPECT_TRUE(server.waitForRequests(5, 10s));
+    EXPECT_TRUE(drained());
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(arrivals(server), expected);
+    ZorvaSDK::shared()->setTrackingTransport(false);
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+      EXPECT_EQ(entry.path().string().find(".corrupt"), std::string::npos);
+    }
+    if (fault.tmpfs) umount2(folder.c_str(), MNT_DETACH);
+  }
+}
+
+// What the queue finds at its path: a file SQLite reads as damaged or as no database is set
+// aside and a new queue made; a file of the layout before versions were recorded is upgraded
+// with its URLs; anything else is left as it is and no queue opens.
+TEST_F(TrackingTransportTest, AQueueFileIsOpenedUpgradedOrSetAsideNeverDestroyed) {
+  const auto database = [](const char* sql) {
+    return [sql](const std::string& path) {
+      sqlite3* db = nullptr;
+      sqlite3_open(path.c_str(), &db);
+      EXPECT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+      sqlite3_close(db);
+    };
+  };
+  const auto fifo = [](const std::string& path) { mkfifo(path.c_str(), 0600); };
+  struct Found {
+    const char* name;
+    std::function<void(const std::string&)> make;
+    // URLs the queue opens with; nothing when it does not open.
+    std::optional<std::vector<std::string>> urls;
+  };
+  const Found found[] = {
+      {"text", [](auto& p) { std::ofstream(p) << std::string(8192, 'x'); }, {{}}},
+      {"version 0",
+       database("CREATE TABLE IF NOT EXISTS urls(id INTEGER PRIMARY KEY AUTOINCREMENT, url TEXT "
+                "NOT NULL, created REAL NOT NULL, attempts INTEGER NOT NULL, due REAL NOT NULL);"
+                "INSERT INTO urls(url, created, attempts, due) VALUES('u1', 1, 0, 1), "
+                "('u2', 2, 3, 2)"),
+       {{"u1", "u2"}}},
+      {"another program's",
+       database("CREATE TABLE notes(text); INSERT INTO notes VALUES('n')"),
+       {}},
+      {"a newer version", database("CREATE TABLE urls(url); PRAGMA user_version=2"), {}},
+      {"a FIFO", fifo, {}},
+      {"a directory", [](auto& p) { std::filesystem::create_directory(p); }, {}},
+      {"a link to a FIFO",
+       [&](auto& p) {
+         fifo(p + ".fifo");
+         std::filesystem::create_symlink(p + ".fifo", p);
+       },
+       {}},
+      {"a character device", [](auto& p) { mknod(p.c_str(), S_IFCHR | 0600, makedev(1, 3)); }, {}},
+  };
+  const auto content = [](const std::string& path) {
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  };
+  test::LogCapture log;
+  int row = 0;
+  for (const auto& [name, make, urls] : found) {
+    SCOPED_TRACE(name);
+    const std::string path = folder_ + "/" + std::to_string(++row) + "/tracking.sqlite";
+    std::filesystem::create_directories(folder_ + "/" + std::to_string(row));
+    make(path);
+    const auto type = std::filesystem::status(path).type();
+    const std::string before = type == std::filesystem::file_type::regular ? content(path) : "";
+    auto queue = ZVTrackingQueue::open(path, 10);
+    ASSERT_EQ(queue != nullptr, urls.has_value());
+    if (!queue) {
+      EXPECT_EQ(std::filesystem::status(path).type(), type);
+      EXPECT_EQ(type == std::filesystem::file_type::regular ? content(path) : "", before);
+      continue;
+    }
+    EXPECT_EQ(urlsOf(queue->claim(10, 20, 10)), *urls);
+    EXPECT_TRUE(queue->append({"new"}, 10));
+    EXPECT_EQ(queue->size(), urls->size() + 1);
+  }
+  EXPECT_EQ(log.entriesContaining("set aside as").size(), 1u);
+  std::vector<std::string> aside;
+  for (const auto& entry : std::filesystem::directory_iterator(folder_ + "/1")) {
+    if (entry.path().string().find(".corrupt-") != std::string::npos) {
+      aside.push_back(content(entry.path()));
+    }
+  }
+  EXPECT_EQ(aside, std::vector<std::string>{std::string(8192, 'x')});
+}
+
+// Two connections stand for two processes: the capacity holds for the whole file, and a claimed
+// URL is claimed by no one else until its lease ends or it is rescheduled.
+TEST_F(TrackingTransportTest, TheQueueKeepsTheNewestUrlsAndLeasesEachToOneClaim) {
+  test::LogCapture log;
+  auto one = ZVTrackingQueue::open(queuePath_, 3), two = ZVTrackingQueue::open(queuePath_, 3);
+  ASSERT_TRUE(one && two);
+  ASSERT_TRUE(one->append({"u1", "u2"}, 100));
+  ASSERT_TRUE(two->append({"u3", "u4", "u5"}, 101));
+  const auto claim = [](ZVTrackingQueue& queue, double now, std::size_t limit) {
+    return urlsOf(queue.claim(now, now + 100, limit));
+  };
+  EXPECT_EQ(claim(*one, 101, 1), std::vector<std::string>{"u3"});
+  const auto entries = two->claim(101, 201, 5).value();
+  ASSERT_EQ(entries.size(), 2u);
+  EXPECT_EQ(entries[0].url, "u4");
+  EXPECT_TRUE(claim(*one, 150, 5).empty());
+  EXPECT_TRUE(two->retryAt(entries[0].id, 1, 300));
+  EXPECT_EQ(one->nextDue(), 201);
+  EXPECT_EQ(claim(*one, 250, 5), (std::vector<std::string>{"u3", "u5"}));
+  EXPECT_EQ(claim(*two, 300, 5), std::vector<std::string>{"u4"});
   EXPECT_EQ(log.entriesContaining("dropped the oldest URL u").size(), 2u);
   EXPECT_EQ(log.entriesContaining("dropped the oldest URL u1").size(), 1u);
-
-  std::filesystem::remove(queuePath_ + "-wal");
-  std::filesystem::remove(queuePath_ + "-shm");
-  std::ofstream(queuePath_, std::ios::trunc) << std::string(8192, 'x');
-  ZVTrackingQueue queue(queuePath_, 3);
-  EXPECT_EQ(log.entriesContaining("unreadable").size(), 1u);
-  EXPECT_EQ(queue.size(), 0u);
-  queue.append({"u6"}, 102);
-  EXPECT_EQ(queue.size(), 1u);
 }
 
 TEST(TrackingMacros, CacheBustingAndTimestampAreExpandedAtSendTimeOthersLeftAsTheyAre) {

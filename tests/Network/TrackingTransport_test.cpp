@@ -5,6 +5,7 @@
 
 #include <zorva/ZVInterstitialAd.h>
 #include <zorva/ZorvaSDK.h>
+#include <zorva/platform/Bundle.h>
 #include <zorva/platform/DeviceProfile.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/TimeZone.h>
@@ -499,6 +500,21 @@ TEST_F(TrackingTransportTest, TheQueueKeepsTheNewestUrlsAndLeasesEachToOneClaim)
   EXPECT_EQ(claim(*two, 300, 5), std::vector<std::string>{"u4"});
   EXPECT_EQ(log.entriesContaining("dropped the oldest URL u").size(), 2u);
   EXPECT_EQ(log.entriesContaining("dropped the oldest URL u1").size(), 1u);
+}
+
+TEST_F(TrackingTransportTest, TheDefaultQueueIsPerAppAndRacingSwitchesEndAsTheSettingSays) {
+  platform::Bundle::mainBundle().setInfoDictionary({{"CFBundleIdentifier", "com.example/app"}});
+  setenv("XDG_CACHE_HOME", "/cache", 1);
+  EXPECT_EQ(ZVTrackingTransport::defaultQueuePath(),
+            "/cache/zorva/com.example_app/tracking.sqlite");
+  unsetenv("XDG_CACHE_HOME");
+  platform::Bundle::mainBundle().reset();
+  for (int round = 0; round < 20; ++round) {
+    std::thread on([] { ZorvaSDK::shared()->setTrackingTransport(true); });
+    ZorvaSDK::shared()->setTrackingTransport(false);
+    on.join();
+    EXPECT_EQ(ZVTrackingTransport::running() != nullptr, ZorvaSDK::shared()->trackingTransport());
+  }
 }
 
 TEST(TrackingMacros, CacheBustingAndTimestampAreExpandedAtSendTimeOthersLeftAsTheyAre) {

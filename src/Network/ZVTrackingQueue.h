@@ -61,7 +61,6 @@ class ZVTrackingQueue {
   /// Moves the URLs not leased at `now` into `other` with their age, attempts and due times.
   bool moveInto(ZVTrackingQueue& other, double now);
 
-  sqlite3* connection() const { return db_; }
   /// Why the last failed transaction failed, else the connection's last error.
   std::string error() const;
 

@@ -209,7 +209,6 @@ std::optional<double> ZVTrackingTransport::step(const std::vector<std::string>& 
   const double now = secondsSinceEpoch(system_clock::now());
   fileFailedThisRound_ = false;
   if (!file_ && now >= reopenAt_) openFile(now);
-  if (file_ && options_.beforeFileUse) options_.beforeFileUse(file_->connection());
 
   if (!handed.empty() && !(file_ && file_->append(handed, now))) {
     if (file_) fileFailed(now, "storing");

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -52,9 +51,6 @@ class ZVTrackingTransport {
     /// How long a claim keeps other processes from sending a URL: a process killed with URLs
     /// claimed delays them by this much.
     std::chrono::milliseconds lease{std::chrono::minutes(1)};
-    /// Test seam: called on the worker thread with the file's connection before the worker uses
-    /// it.
-    std::function<void(sqlite3*)> beforeFileUse;
   };
 
   /// `$XDG_CACHE_HOME/zorva/<app>/tracking.sqlite`, `<app>` the main bundle's identifier (the

@@ -1,7 +1,9 @@
-// One tracking hand-over on the calling thread with the tracking transport on: the URL is stored
-// in the queue (one committed insert, appended to SQLite's write-ahead log) before `fetchUrls`
-// returns, while the transport's threads send what is stored to the loopback server. The
-// baseline is the same insert and commit made directly through SQLite on a WAL database.
+// One tracking hand-over on the calling thread with the tracking transport on: `fetchUrls` hands
+// the URL to the transport's worker, which stores it in the queue (one committed insert, appended
+// to SQLite's write-ahead log) and sends what is stored to the loopback server meanwhile. With
+// the argument 1 another connection holds the queue file's write lock throughout, as another
+// process's transaction would: the worker waits for it, the calling thread must not. The
+// baseline is one insert and commit made directly through SQLite on a WAL database.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 #include <stdlib.h>
@@ -9,6 +11,7 @@
 
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "Common/ZVInstanceFactory.h"
 #include "Network/ZVNetworkHandler.h"
@@ -31,11 +34,23 @@ void BM_TrackingHandOver(benchmark::State& state) {
   sdk->setTrackingTransport(true);
   auto handler = zorva::ZVInstanceFactory::sharedNetworkhandler();
   const std::vector<std::string> urls{server.url("/t?cb=[CACHEBUSTING]")};
+  sqlite3* holder = nullptr;
+  if (state.range(0) == 1) {
+    // Once the transport has made the file and sent a first URL.
+    handler->fetchUrls(urls, nullptr);
+    while (server.requests().empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    sqlite3_open((folder + "/tracking.sqlite").c_str(), &holder);
+    sqlite3_busy_timeout(holder, 5000);
+    if (sqlite3_exec(holder, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) != SQLITE_OK) {
+      state.SkipWithError("the write lock was not taken");
+    }
+  }
   for (auto _ : state) handler->fetchUrls(urls, nullptr);
+  sqlite3_close(holder);
   sdk->setTrackingTransport(false);
   std::filesystem::remove_all(folder);
 }
-BENCHMARK(BM_TrackingHandOver)->UseRealTime();
+BENCHMARK(BM_TrackingHandOver)->Arg(0)->Arg(1)->UseRealTime();
 
 void BM_BareSqliteWalInsert(benchmark::State& state) {
   const auto folder = temporaryFolder();
@@ -63,7 +78,9 @@ void BM_BareSqliteWalInsert(benchmark::State& state) {
 }
 BENCHMARK(BM_BareSqliteWalInsert)->UseRealTime();
 
-const bool kRatio =
-    zorva::bench::reportRatio("BM_TrackingHandOver/real_time", "BM_BareSqliteWalInsert/real_time");
+const bool kRatio = zorva::bench::reportRatio("BM_TrackingHandOver/0/real_time",
+                                              "BM_BareSqliteWalInsert/real_time");
+const bool kLockedRatio = zorva::bench::reportRatio("BM_TrackingHandOver/1/real_time",
+                                                    "BM_BareSqliteWalInsert/real_time");
 
 }  // namespace

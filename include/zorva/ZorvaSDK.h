@@ -158,15 +158,18 @@ class ZORVA_EXPORT ZorvaSDK {
 
   /// Off by default. On: the tracking URLs the VAST player hands over (impression, progress
   /// events, completion, errors) are really sent, and so are a creative's click trackers on a
-  /// click. Each URL is stored in a durable queue (an SQLite file) before the hand-over returns,
-  /// then GET with "[CACHEBUSTING]" and "[TIMESTAMP]" expanded, retried with back-off on
-  /// transport errors and 5xx answers, and removed on a final answer; URLs left by an earlier run
-  /// go out when the setting is turned on. Off, no tracking request leaves the device. Turning it
-  /// off stops the transport; stored URLs stay for the next time.
+  /// click. Each URL is stored in a durable queue (an SQLite file) by the transport's own thread
+  /// just after the hand-over returns (the hand-over never waits for the file), then GET with
+  /// "[CACHEBUSTING]" and "[TIMESTAMP]" expanded, retried with back-off on transport errors and 5xx
+  /// answers, and removed on a final answer; URLs left by an earlier run go out when the setting is
+  /// turned on. Off, no tracking request leaves the device. Turning it off stops the transport;
+  /// stored URLs stay for the next time.
   bool trackingTransport() const;
   void setTrackingTransport(bool value);
-  /// The tracking queue's file. Unset: `$XDG_CACHE_HOME/zorva/tracking.sqlite` (`~/.cache`
-  /// without `XDG_CACHE_HOME`). Taken when the tracking transport is turned on.
+  /// The tracking queue's file. Unset: `$XDG_CACHE_HOME/zorva/<app>/tracking.sqlite` (`~/.cache`
+  /// without `XDG_CACHE_HOME`), `<app>` the main bundle's identifier, or the program's name
+  /// without one: apps share a queue only when given the same file. Taken when the tracking
+  /// transport is turned on.
   std::optional<std::string> trackingQueuePath() const;
   void setTrackingQueuePath(std::optional<std::string> value);
 

@@ -108,13 +108,17 @@ bool ZorvaSDK::trackingTransport() const {
 }
 
 void ZorvaSDK::setTrackingTransport(bool value) {
+  // Calls from several threads take effect one at a time, so the transport running agrees with
+  // the setting the last call left. The settings' lock is not held meanwhile: a stop waits for
+  // the transport's worker.
+  static std::mutex switching;
+  std::lock_guard switched(switching);
   std::optional<std::string> path;
   {
     std::lock_guard lock(mutex_);
     trackingTransport_ = value;
     path = trackingQueuePath_;
   }
-  // Started and stopped outside the settings' lock: a stop waits for the transport's threads.
   if (!value) {
     ZVTrackingTransport::stop();
     return;

@@ -6,7 +6,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,12 +18,19 @@
 
 namespace zorva {
 
-/// Sends tracking URLs: each handed-over URL is stored in the durable queue before `send`
-/// returns, then GET by a worker thread with its macros expanded, at most `concurrency` at a
-/// time, and removed on a final answer: any status below 400 (sent), 4xx (refused), or the
-/// URL's age passing `maxAge` (given up); a text that is no URL is dropped unsent. Transport
-/// errors and 5xx are retried with exponential back-off and jitter. Every outcome is logged at the
-/// debug level. One runs per process while the SDK's tracking setting is on.
+/// Sends tracking URLs: each handed-over URL is stored in the queue by the transport's worker
+/// thread, then GET with its macros expanded, at most `concurrency` at a time, and removed on a
+/// final answer: any status below 400 (sent), 4xx (refused), or the URL's age passing `maxAge`
+/// (given up); a text that is no URL is dropped unsent. Transport errors and 5xx are retried with
+/// exponential back-off and jitter. Every outcome is logged at the debug level. One runs per
+/// process while the SDK's tracking setting is on.
+///
+/// The queue's file may be shared by several processes: a URL is sent by the process that
+/// claimed it, and by no other until that claim's lease ends. When the file cannot be opened or
+/// written, the URLs handed over meanwhile are kept in an in-memory queue and sent from there;
+/// the file is tried again with the same back-off as a failed send, and what memory still holds
+/// moves into it once it works. A delete or update that fails is retried with that back-off too,
+/// and the URL is not sent meanwhile.
 class ZVTrackingTransport {
  public:
   struct Options {
@@ -40,19 +46,23 @@ class ZVTrackingTransport {
     std::chrono::milliseconds maxDelay{std::chrono::minutes(10)};
     /// Past this age since its hand-over a failing URL is dropped.
     std::chrono::milliseconds maxAge{std::chrono::hours(24)};
-    /// Each request's time-out, in seconds.
+    /// Each request's time-out, in seconds; at most half the lease.
     double timeout = 30;
+    /// How long a claim keeps other processes from sending a URL: a process killed with URLs
+    /// claimed delays them by this much.
+    std::chrono::milliseconds lease{std::chrono::minutes(1)};
   };
 
-  /// `$XDG_CACHE_HOME/zorva/tracking.sqlite`, `$HOME/.cache` standing in for an unset or
-  /// relative `XDG_CACHE_HOME`; relative to the working directory without either.
+  /// `$XDG_CACHE_HOME/zorva/<app>/tracking.sqlite`, `<app>` the main bundle's identifier (the
+  /// program's name without one), `$HOME/.cache` standing in for an unset or relative
+  /// `XDG_CACHE_HOME`; relative to the working directory without either.
   static std::string defaultQueuePath();
 
   /// Starts the process-wide transport with `options` unless one is running; the URLs its queue
-  /// already holds go out at once.
+  /// already holds go out at once, those another process had claimed when their lease ends.
   static void start(const Options& options);
   /// Stops the process-wide transport: its worker ends, requests in flight are cancelled and
-  /// their URLs stay stored for the next start.
+  /// their URLs stay stored, to be sent when their lease ends.
   static void stop();
   /// The process-wide transport, or nothing when none is running.
   static std::shared_ptr<ZVTrackingTransport> running();
@@ -71,28 +81,72 @@ class ZVTrackingTransport {
   ZVTrackingTransport(const ZVTrackingTransport&) = delete;
   ZVTrackingTransport& operator=(const ZVTrackingTransport&) = delete;
 
-  /// Stores `urls` (a bounded append to the queue's log) and wakes the worker.
+  /// Hands `urls` to the worker, which stores them at once. Never touches the queue's file, so
+  /// it never waits for another process: the URLs are in this process's memory when it returns,
+  /// on disk after the worker's next commit.
   void send(const std::vector<std::string>& urls);
-  /// URLs stored and not yet finally answered.
+  /// URLs handed over and not yet finally answered, as far as this process can see: those of
+  /// the file while it is open (any process's), of the in-memory queue, and those being stored.
   std::size_t pending();
 
  private:
+  enum class Source { file, memory };
+  // A final answer or a retry to be written to the queue the URL came from.
+  struct Outcome {
+    Source source;
+    int generation;
+    std::int64_t id;
+    bool remove;
+    int attempts = 0;
+    double due = 0;
+    // Failed writes so far, and when to try again.
+    int failures = 0;
+    double at = 0;
+  };
+  struct Answer {
+    Source source;
+    int generation;
+    ZVTrackingQueue::Entry entry;
+    std::string sent;
+    std::optional<platform::HTTPURLResponse> response;
+    std::optional<Error> error;
+  };
+
   void run();
-  /// Marks the due URLs in flight and makes their requests, still suspended.
-  std::vector<std::shared_ptr<platform::URLSessionDataTask>> takeDue();
-  void answered(const ZVTrackingQueue::Entry& entry, const std::string& sentUrl,
-                const std::optional<platform::HTTPURLResponse>& response,
-                const std::optional<Error>& error);
+  /// One round of the worker: stores, settles, moves and claims; returns when to wake next.
+  std::optional<double> step(const std::vector<std::string>& handed, std::vector<Answer> answers);
+  void openFile(double now);
+  void fileFailed(double now, const char* what);
+  ZVTrackingQueue* queueOf(Source source, int generation);
+  Outcome outcomeOf(const Answer& answer, double now);
+  /// Writes `outcome`; on failure keeps it to be tried again after a back-off.
+  void settle(Outcome outcome, double now);
+  void claimAndSend(Source source, std::size_t& slots, double now);
   double retryDelay(int attempts);
 
-  Options options_;
+  const Options options_;
+  std::shared_ptr<platform::URLSession> session_;
+
+  // Shared with the callers and the session's thread.
   std::mutex mutex_;
   std::condition_variable wake_;
-  ZVTrackingQueue queue_;
-  std::set<std::int64_t> inFlight_;
+  std::vector<std::string> handed_;
+  std::vector<Answer> answers_;
   bool stopping_ = false;
-  bool poked_ = false;
-  std::shared_ptr<platform::URLSession> session_;
+  bool poked_ = true;
+  std::size_t storing_ = 0;
+  std::size_t stored_ = 0;
+
+  // The worker's own.
+  std::unique_ptr<ZVTrackingQueue> file_;
+  int fileGeneration_ = 0;
+  int fileFailures_ = 0;
+  bool fileFailedThisRound_ = false;
+  double reopenAt_ = 0;
+  ZVTrackingQueue memory_;
+  std::vector<Outcome> unsettled_;
+  std::size_t inFlight_ = 0;
+
   std::thread worker_;
 };
 

@@ -1,5 +1,5 @@
-// The opt-in tracking transport against the loopback server: what an ad played to the end sends,
-// retries, a process killed after its hand-over, the queue's bounds and a corrupt queue file.
+// The opt-in tracking transport against the loopback server: an ad's trackers, retries, processes
+// killed or sharing a queue, faults of the queue's file and what the queue finds at its path.
 #include <gtest/gtest.h>
 
 #include <zorva/ZVInterstitialAd.h>
@@ -9,14 +9,22 @@
 #include <zorva/platform/TimeZone.h>
 #include <zorva/platform/Window.h>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sqlite3.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <regex>
 #include <thread>
 
@@ -40,14 +48,13 @@ namespace {
 using namespace std::chrono_literals;
 using test::LoopbackServer;
 
-// The paths the server was asked for, bid requests left out, sorted.
-std::vector<std::string> paths(const LoopbackServer& server) {
-  std::vector<std::string> list;
-  for (const auto& request : server.requests()) {
-    if (request.path != test::kServadPath) list.push_back(request.path);
-  }
-  std::sort(list.begin(), list.end());
-  return list;
+// How often each path was asked for, bid requests left out.
+std::map<std::string, int> arrivals(const LoopbackServer& server) {
+  std::map<std::string, int> counts;
+  for (const auto& request : server.requests())
+    counts[request.path] += request.path != test::kServadPath;
+  std::erase_if(counts, [](const auto& count) { return count.second == 0; });
+  return counts;
 }
 
 class TrackingTransportTest : public ::testing::Test {
@@ -61,6 +68,7 @@ class TrackingTransportTest : public ::testing::Test {
     options_.firstDelay = 20ms;
     options_.maxDelay = 50ms;
     options_.timeout = 5;
+    options_.lease = 2s;
     ZVTrackingTransport::setOptionsForTesting(options_);
     ZVLog::setLevel(4);
   }
@@ -68,14 +76,15 @@ class TrackingTransportTest : public ::testing::Test {
     ZorvaSDK::shared()->setTrackingTransport(false);
     std::filesystem::remove_all(folder_);
   }
+  // Waits (10 s at most) until `done`.
+  static bool waitFor(const std::function<bool()>& done) {
+    const auto end = std::chrono::steady_clock::now() + 10s;
+    while (!done() && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(5ms);
+    return done();
+  }
   // Waits until every stored URL has had its final answer.
   static bool drained() {
-    const auto end = std::chrono::steady_clock::now() + 10s;
-    while (ZVTrackingTransport::running()->pending() != 0) {
-      if (std::chrono::steady_clock::now() > end) return false;
-      std::this_thread::sleep_for(5ms);
-    }
-    return true;
+    return waitFor([] { return ZVTrackingTransport::running()->pending() == 0; });
   }
 
   ZVTrackingTransport::Options options_;
@@ -120,8 +129,9 @@ class TrackedInterstitialTest : public TrackingTransportTest {
     ad->showFromViewController(root);
     platform::MainQueue::shared().advanceBy(16s);
   }
-  const std::vector<std::string> expected_{"/complete",   "/complete", "/error", "/firstQuartile",
-                                           "/impression", "/midpoint", "/start", "/thirdQuartile"};
+  const std::map<std::string, int> expected_{
+      {"/complete", 2}, {"/error", 1}, {"/firstQuartile", 1}, {"/impression", 1},
+      {"/midpoint", 1}, {"/start", 1}, {"/thirdQuartile", 1}};
 };
 
 // Off, nothing is stored or sent, and no start is reported, so no impression is handed over. On,
@@ -136,26 +146,21 @@ TEST_F(TrackedInterstitialTest, AnAdPlayedToTheEndSendsEachTrackerOnceOnlyWithTh
     for (const auto& url : list) EXPECT_EQ(url.find("/impression"), std::string::npos);
   }
   std::this_thread::sleep_for(200ms);
-  EXPECT_TRUE(paths(server_).empty());
+  EXPECT_TRUE(arrivals(server_).empty());
   EXPECT_FALSE(ZVTrackingTransport::running());
   EXPECT_FALSE(std::filesystem::exists(queuePath_));
 
   ZorvaSDK::shared()->setTrackingTransport(true);
-  for (const auto& path : expected_) server_.respond(path, {.status = 204, .body = ""});
+  for (const auto& [path, count] : expected_) server_.respond(path, {.status = 204, .body = ""});
   play(vast("video/mp4"));
   play(vast("video/x-unplayable"));
   ASSERT_TRUE(drained());
-  EXPECT_EQ(paths(server_), expected_);
+  EXPECT_EQ(arrivals(server_), expected_);
   // The expansion itself is TrackingMacros' concern: here, that it happens on the way out.
   for (const auto& request : server_.requests()) {
-    if (request.path == test::kServadPath) continue;
-    if (request.path == "/error") {
-      EXPECT_EQ(request.params,
-                (std::multimap<std::string, std::string>{{"code", "403"}, {"other", "[UNKNOWN]"}}));
-      continue;
-    }
     for (const auto& [key, value] : request.params) {
-      EXPECT_EQ(value.find('['), std::string::npos) << request.path << " " << key << "=" << value;
+      EXPECT_EQ(value, key == "code" ? "403" : key == "other" ? "[UNKNOWN]" : value);
+      EXPECT_EQ(value.find('[') == std::string::npos, key != "other") << request.path << key;
     }
   }
 }
@@ -183,7 +188,7 @@ TEST_F(TrackingTransportTest, AClickOnALinearAdSendsItsClickTrackersOnlyWithTheT
                  : std::vector<std::vector<std::string>>{});
   }
   ASSERT_TRUE(drained());
-  EXPECT_EQ(paths(server_), std::vector<std::string>{"/click"});
+  EXPECT_EQ(arrivals(server_), (std::map<std::string, int>{{"/click", 1}}));
 }
 
 TEST_F(TrackingTransportTest, RetriesTransportErrorsAnd5xxUntilAnAnswerAndTakes4xxAsFinal) {
@@ -205,8 +210,7 @@ TEST_F(TrackingTransportTest, RetriesTransportErrorsAnd5xxUntilAnAnswerAndTakes4
   ASSERT_TRUE(drained());
   std::this_thread::sleep_for(100ms);
 
-  EXPECT_EQ(paths(server_),
-            (std::vector<std::string>{"/a", "/a", "/a", "/b", "/b", "/b", "/gone"}));
+  EXPECT_EQ(arrivals(server_), (std::map<std::string, int>{{"/a", 3}, {"/b", 3}, {"/gone", 1}}));
   EXPECT_EQ(log.entriesContaining("Tracking sent (200, attempt 3)").size(), 2u);
   EXPECT_EQ(log.entriesContaining("Tracking failed (status 50").size(), 4u);
   EXPECT_EQ(log.entriesContaining("Tracking refused (404, final)").size(), 1u);
@@ -215,53 +219,187 @@ TEST_F(TrackingTransportTest, RetriesTransportErrorsAnd5xxUntilAnAnswerAndTakes4
   EXPECT_GE(log.entriesContaining("/x").size(), 2u) << "the unreachable URL is retried";
 }
 
-TEST_F(TrackingTransportTest, AUrlHandedOverByAKilledProcessIsSentByTheNextOne) {
-  // The dead process's request is held unanswered; the next one's is answered.
-  server_.respondInTurn("/kill", {{.body = "", .delay = 30s}, {.status = 200, .body = ""}});
-  // The child's request reaching the server shows the URL stored.
-  const std::string url = server_.url("/kill");
-  char* argv[] = {const_cast<char*>(ZORVA_TRACKING_CHILD), queuePath_.data(),
-                  const_cast<char*>(url.c_str()), nullptr};
-  pid_t child = 0;
-  ASSERT_EQ(posix_spawn(&child, ZORVA_TRACKING_CHILD, nullptr, nullptr, argv, environ), 0);
-  EXPECT_TRUE(server_.waitForRequests(1, 10s));
-  kill(child, SIGKILL);
-  int status = 0;
-  waitpid(child, &status, 0);
-  ASSERT_TRUE(WIFSIGNALED(status));
+// The tracking child (TrackingChild.cpp) run with `args`, killed at the latest when this ends.
+struct Child {
+  explicit Child(std::vector<std::string> args) {
+    args.insert(args.begin(), ZORVA_TRACKING_CHILD);
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    posix_spawn(&pid, ZORVA_TRACKING_CHILD, nullptr, nullptr, argv.data(), environ);
+  }
+  ~Child() { kill(); }
+  bool kill() {  // whether it was running until now
+    int status = 0;
+    return pid > 0 && ::kill(pid, SIGKILL) == 0 && waitpid(std::exchange(pid, 0), &status, 0) > 0 &&
+           WIFSIGNALED(status);
+  }
+  pid_t pid = 0;
+};
 
-  ZorvaSDK::shared()->setTrackingTransport(true);
-  ASSERT_TRUE(server_.waitForRequests(2, 10s));
-  EXPECT_TRUE(drained());
-  EXPECT_EQ(paths(server_), (std::vector<std::string>{"/kill", "/kill"}));
+// A process killed while its request is held unanswered, then two sharing its queue, each handing
+// over its own URLs and five the same: the dead one's URL is sent once more when its lease ends,
+// every other once per hand-over.
+TEST_F(TrackingTransportTest, ProcessesSharingAQueueSendEachHandOverOnceAndADeadOnesOnceMore) {
+  server_.respondInTurn("/kill", {{.body = "", .delay = 30s}, {.status = 200, .body = ""}});
+  Child dead({queuePath_, server_.url("/kill")});
+  ASSERT_TRUE(server_.waitForRequests(1, 10s));
+  ASSERT_TRUE(dead.kill());
+  std::vector<std::string> first{queuePath_}, second{queuePath_};
+  std::map<std::string, int> expected{{"/kill", 2}};
+  for (int i = 0; i < 25; ++i) {  // the last five handed over by both
+    const std::string n = std::to_string(i), a = (i < 20 ? "/a" : "/s") + n,
+                      b = (i < 20 ? "/b" : "/s") + n;
+    for (const auto& path : {a, b}) {
+      server_.respond(path, {.status = 204, .body = "", .delay = 100ms});
+      ++expected[path];
+    }
+    first.push_back(server_.url(a));
+    second.push_back(server_.url(b));
+  }
+  Child one(first), two(second);
+  ASSERT_TRUE(server_.waitForRequests(52, 30s));
+  std::this_thread::sleep_for(1s);
+  EXPECT_EQ(arrivals(server_), expected);
 }
 
-TEST_F(TrackingTransportTest, AFullQueueDropsTheOldestAndACorruptFileIsReplaced) {
-  test::LogCapture log;
-  {
-    ZVTrackingQueue queue(queuePath_, 3);
-    queue.append({"u1", "u2"}, 100);
-    queue.append({"u3", "u4", "u5"}, 101);
-    const auto entries = queue.due(101, 10, {});
-    std::vector<std::string> kept;
-    for (const auto& entry : entries) kept.push_back(entry.url);
-    ASSERT_EQ(kept, (std::vector<std::string>{"u3", "u4", "u5"}));
-    // URLs in flight are left out, and so is their due time.
-    queue.retryAt(entries[1].id, 1, 200);
-    EXPECT_EQ(queue.due(101, 1, {entries[0].id}).front().url, "u5");
-    EXPECT_EQ(queue.nextDue({entries[0].id, entries[2].id}), 200);
+// Faults of the queue's file (a small tmpfs, or another connection's transaction) while two URLs
+// stored earlier and three handed over (two at the start, one during the fault) are to be sent:
+// none arrives twice, during the fault or after it, and each arrives once it has gone.
+TEST_F(TrackingTransportTest, FileFaultsLoseNoUrlAndSendNoneTwice) {
+  sqlite3* holder = nullptr;
+  const auto remount = [](unsigned long flags) {
+    return [flags](const std::string& at) {
+      mount(nullptr, at.c_str(), nullptr, MS_REMOUNT | flags, nullptr);
+    };
+  };
+  const auto fill = [](const std::string& at) {
+    const int fd = ::open((at + "/filler").c_str(), O_WRONLY | O_CREAT, 0600);
+    while (write(fd, std::string(4096, 'f').data(), 4096) > 0) continue;
+    close(fd);
+  };
+  const auto unfill = [](const std::string& at) { std::filesystem::remove(at + "/filler"); };
+  const auto hold = [&](const std::string& at) {
+    sqlite3_open((at + "/tracking.sqlite").c_str(), &holder);
+    EXPECT_EQ(sqlite3_exec(holder, "BEGIN IMMEDIATE", {}, {}, {}), SQLITE_OK);
+  };
+  const struct {
+    const char* name;
+    bool tmpfs, afterSending;
+    std::function<void(const std::string&)> apply, clear;
+  } faults[] = {
+      {"read-only folder", true, false, remount(MS_RDONLY), remount(0)},
+      {"full disk after opening", true, true, fill, unfill},
+      {"busy", false, false, hold, [&](auto&) { sqlite3_close(holder); }},
+  };
+  int row = 0;
+  for (const auto& fault : faults) {
+    SCOPED_TRACE(fault.name);
+    const std::string folder = folder_ + "/" + std::to_string(++row);
+    std::filesystem::create_directories(folder);
+    if (fault.tmpfs && mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=1m") != 0) {
+      EXPECT_NE(geteuid(), 0u) << "root mounts a tmpfs";
+      continue;
+    }
+    LoopbackServer server;
+    std::map<std::string, int> expected;
+    for (const char* path : {"/a1", "/a2", "/b1", "/b2", "/c1"}) {
+      server.respond(path, {.status = 204, .body = "", .delay = 200ms});
+      expected[path] = 1;
+    }
+    ZVTrackingQueue::open(folder + "/tracking.sqlite", 10)
+        ->append({server.url("/a1"), server.url("/a2")}, 0);
+    ZorvaSDK::shared()->setTrackingQueuePath(folder + "/tracking.sqlite");
+    if (!fault.afterSending) fault.apply(folder);
+    ZorvaSDK::shared()->setTrackingTransport(true);
+    auto handler = ZVInstanceFactory::sharedNetworkhandler();
+    handler->fetchUrls({server.url("/b1"), server.url("/b2")}, nullptr);
+    if (fault.afterSending) {  // their answers come after the fault
+      EXPECT_TRUE(server.waitForRequests(4, 10s));
+      fault.apply(folder);
+    }
+    handler->fetchUrls({server.url("/c1")}, nullptr);
+    std::this_thread::sleep_for(1500ms);  // dozens of the 20–50 ms back-offs
+    for (const auto& [path, count] : arrivals(server)) EXPECT_EQ(count, 1) << path;
+    fault.clear(folder);
+    EXPECT_TRUE(server.waitForRequests(5, 10s) && drained());
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(arrivals(server), expected);
+    ZorvaSDK::shared()->setTrackingTransport(false);
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+      EXPECT_EQ(entry.path().string().find(".corrupt"), std::string::npos);
+    }
+    if (fault.tmpfs) umount2(folder.c_str(), MNT_DETACH);
   }
-  EXPECT_EQ(log.entriesContaining("dropped the oldest URL u").size(), 2u);
-  EXPECT_EQ(log.entriesContaining("dropped the oldest URL u1").size(), 1u);
+}
 
-  std::filesystem::remove(queuePath_ + "-wal");
-  std::filesystem::remove(queuePath_ + "-shm");
-  std::ofstream(queuePath_, std::ios::trunc) << std::string(8192, 'x');
-  ZVTrackingQueue queue(queuePath_, 3);
-  EXPECT_EQ(log.entriesContaining("unreadable").size(), 1u);
-  EXPECT_EQ(queue.size(), 0u);
-  queue.append({"u6"}, 102);
-  EXPECT_EQ(queue.size(), 1u);
+// What the queue finds at its path: a file SQLite reads as damaged or as no database is set
+// aside and a new queue made; one of the layout before versions were recorded is upgraded with
+// its URLs; anything else is left as it is and no queue opens. A queue that opens leases what it
+// claims, and keeps its newest URLs.
+TEST_F(TrackingTransportTest, AQueueFileIsOpenedUpgradedOrSetAsideNeverDestroyed) {
+  const auto database = [](std::string sql) {
+    return [sql](const std::string& path) {
+      sqlite3* db = nullptr;
+      EXPECT_EQ(sqlite3_open(path.c_str(), &db) || sqlite3_exec(db, sql.c_str(), {}, {}, {}), 0);
+      sqlite3_close(db);
+    };
+  };
+  const struct {
+    const char* name;
+    std::function<void(const std::string&)> make;
+    std::optional<std::vector<std::string>> urls;  // nothing: no queue opens
+  } found[] = {
+      {"text", [](auto& p) { std::ofstream(p) << std::string(8192, 'x'); }, {{}}},
+      {"version 0 (the statement before versions)",
+       database(
+           "CREATE TABLE IF NOT EXISTS urls(id INTEGER PRIMARY KEY AUTOINCREMENT, url TEXT "
+           "NOT NULL, created REAL NOT NULL, attempts INTEGER NOT NULL, due REAL NOT NULL);"
+           "INSERT INTO urls(url, created, attempts, due) VALUES('u1', 1, 0, 1), ('u2', 2, 3, 2)"),
+       {{"u1", "u2"}}},
+      {"another program's",
+       database("CREATE TABLE notes(text); INSERT INTO notes VALUES('n')"),
+       {}},
+      {"a newer version", database("CREATE TABLE urls(url); PRAGMA user_version=2"), {}},
+      {"a character device", [](auto& p) { mknod(p.c_str(), S_IFCHR | 0600, makedev(1, 3)); }, {}},
+  };
+  const auto content = [](const std::filesystem::path& path) {
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  };
+  test::LogCapture log;
+  int row = 0;
+  for (const auto& [name, make, urls] : found) {
+    SCOPED_TRACE(name);
+    const std::string path = folder_ + "/" + std::to_string(++row) + "/tracking.sqlite";
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    make(path);
+    const auto type = std::filesystem::status(path).type();
+    const auto regular = [&] {
+      return type == std::filesystem::file_type::regular ? content(path) : "";
+    };
+    const std::string before = regular();
+    auto queue = ZVTrackingQueue::open(path, 2);
+    ASSERT_EQ(queue != nullptr, urls.has_value());
+    if (!queue) {
+      EXPECT_EQ(std::filesystem::status(path).type(), type);
+      EXPECT_EQ(regular(), before);
+      continue;
+    }
+    std::vector<std::string> claimed;
+    const auto entries = queue->claim(10, 20, 10).value();
+    for (const auto& entry : entries) claimed.push_back(entry.url);
+    EXPECT_EQ(claimed, *urls);
+    EXPECT_TRUE(queue->claim(19, 30, 10)->empty()) << "leased until 20";
+    EXPECT_TRUE(queue->append({"new"}, 10));
+    EXPECT_EQ(queue->size(), std::min<std::size_t>(urls->size() + 1, 2));
+  }
+  EXPECT_EQ(log.entriesContaining("dropped the oldest URL u1").size(), 1u);
+  const auto aside = log.entriesContaining("set aside as");
+  ASSERT_EQ(aside.size(), 1u);
+  std::smatch file;
+  ASSERT_TRUE(std::regex_search(aside[0], file, std::regex("/\\S+\\.corrupt-[0-9]+")));
+  EXPECT_EQ(content(file.str()), std::string(8192, 'x'));
 }
 
 TEST(TrackingMacros, CacheBustingAndTimestampAreExpandedAtSendTimeOthersLeftAsTheyAre) {

@@ -388,7 +388,7 @@ std::optional<Value> JSONSerialization::JSONObjectWithData(const Data& data, uns
 
 std::optional<Value> JSONSerialization::JSONObjectWithData(Data&& data, unsigned options,
                                                            std::optional<Error>* error) {
-  const Data text = std::move(data);
+  Data text = std::move(data);  // not const: its pages are given back as it is read
   return read(text, true, options, error);
 }
 

@@ -9,34 +9,46 @@ namespace zorva {
 
 namespace {
 // Made on first use. The lock only makes the first use and the test seam safe to meet from two
-// threads; in practice the first use is on the main thread.
-std::mutex instancesMutex;
-std::shared_ptr<ZVNetworkHandler> networkHandler;
-std::shared_ptr<ZVLocationManager> locationManager;
+// threads; in practice the first use is on the main thread. Never destroyed: a fetch that ends
+// on the network thread while the process exits may still ask for the handler.
+struct Instances {
+  std::mutex mutex;
+  std::shared_ptr<ZVNetworkHandler> networkHandler;
+  std::shared_ptr<ZVLocationManager> locationManager;
+};
+
+Instances& instances() {
+  static auto* shared = new Instances();
+  return *shared;
+}
 }  // namespace
 
 std::shared_ptr<ZVNetworkHandler> ZVInstanceFactory::sharedNetworkhandler() {
-  std::lock_guard lock(instancesMutex);
-  if (!networkHandler) networkHandler = ZVNetworkHandler::create();
-  return networkHandler;
+  auto& in = instances();
+  std::lock_guard lock(in.mutex);
+  if (!in.networkHandler) in.networkHandler = ZVNetworkHandler::create();
+  return in.networkHandler;
 }
 
 void ZVInstanceFactory::setSharedNetworkhandlerForTesting(
     std::shared_ptr<ZVNetworkHandler> handler) {
-  std::lock_guard lock(instancesMutex);
-  networkHandler = std::move(handler);
+  auto& in = instances();
+  std::lock_guard lock(in.mutex);
+  in.networkHandler = std::move(handler);
 }
 
 std::shared_ptr<ZVLocationManager> ZVInstanceFactory::sharedLocationManager() {
-  std::lock_guard lock(instancesMutex);
-  if (!locationManager) locationManager = ZVLocationManager::create();
-  return locationManager;
+  auto& in = instances();
+  std::lock_guard lock(in.mutex);
+  if (!in.locationManager) in.locationManager = ZVLocationManager::create();
+  return in.locationManager;
 }
 
 void ZVInstanceFactory::setSharedLocationManagerForTesting(
     std::shared_ptr<ZVLocationManager> manager) {
-  std::lock_guard lock(instancesMutex);
-  locationManager = std::move(manager);
+  auto& in = instances();
+  std::lock_guard lock(in.mutex);
+  in.locationManager = std::move(manager);
 }
 
 }  // namespace zorva

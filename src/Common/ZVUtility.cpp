@@ -21,11 +21,19 @@ namespace zorva {
 namespace {
 
 // Process-wide caches. The lock keeps a reader on another thread safe; the first fill is
-// expected on the main thread.
-std::mutex cacheMutex;
-std::optional<std::string> cachedUserAgent;
-std::optional<std::string> cachedCountryCode;
-std::shared_ptr<platform::DateFormatter> sharedFormatter;
+// expected on the main thread. Never destroyed: a build on another thread may read them while
+// the process exits.
+struct Caches {
+  std::mutex mutex;
+  std::optional<std::string> userAgent;
+  std::optional<std::string> countryCode;
+  std::shared_ptr<platform::DateFormatter> formatter;
+};
+
+Caches& caches() {
+  static auto* shared = new Caches();
+  return *shared;
+}
 
 std::optional<std::string> stringValue(const Value& value) {
   if (value.is_string()) return value.get<std::string>();
@@ -197,8 +205,8 @@ std::optional<std::string> ZVUtility::mccmnc() {
 
 std::optional<std::string> ZVUtility::countryCode() {
   {
-    std::lock_guard lock(cacheMutex);
-    if (cachedCountryCode) return cachedCountryCode;
+    std::lock_guard lock(caches().mutex);
+    if (caches().countryCode) return caches().countryCode;
   }
   auto provider = carrier();
   if (provider && provider->isoCountryCode) {
@@ -207,12 +215,12 @@ std::optional<std::string> ZVUtility::countryCode() {
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     const auto& table = countryCodeDictionary();
     if (auto it = table.find(key); it != table.end()) {
-      std::lock_guard lock(cacheMutex);
-      cachedCountryCode = it->second;
+      std::lock_guard lock(caches().mutex);
+      caches().countryCode = it->second;
     }
   }
-  std::lock_guard lock(cacheMutex);
-  return cachedCountryCode;
+  std::lock_guard lock(caches().mutex);
+  return caches().countryCode;
 }
 
 std::optional<std::string> ZVUtility::acceptLanguage() {
@@ -222,9 +230,9 @@ std::optional<std::string> ZVUtility::acceptLanguage() {
 }
 
 std::shared_ptr<platform::DateFormatter> ZVUtility::dateFormatter() {
-  std::lock_guard lock(cacheMutex);
-  if (!sharedFormatter) sharedFormatter = platform::DateFormatter::create();
-  return sharedFormatter;
+  std::lock_guard lock(caches().mutex);
+  if (!caches().formatter) caches().formatter = platform::DateFormatter::create();
+  return caches().formatter;
 }
 
 std::string ZVUtility::currentTime() {
@@ -304,8 +312,8 @@ std::string ZVUtility::queryString(const Value& dictionary) {
 void ZVUtility::userAgent(std::function<void(std::optional<std::string>)> callback) {
   std::optional<std::string> known;
   {
-    std::lock_guard lock(cacheMutex);
-    known = cachedUserAgent;
+    std::lock_guard lock(caches().mutex);
+    known = caches().userAgent;
   }
   if (known) {
     callback(known);
@@ -322,8 +330,8 @@ void ZVUtility::userAgent(std::function<void(std::optional<std::string>)> callba
                                 } else if (result) {
                                   auto text = describe(*result);
                                   {
-                                    std::lock_guard lock(cacheMutex);
-                                    cachedUserAgent = text;
+                                    std::lock_guard lock(caches().mutex);
+                                    caches().userAgent = text;
                                   }
                                   callback(text);
                                 }
@@ -332,10 +340,10 @@ void ZVUtility::userAgent(std::function<void(std::optional<std::string>)> callba
 }
 
 void ZVUtility::resetCachesForTesting() {
-  std::lock_guard lock(cacheMutex);
-  cachedUserAgent.reset();
-  cachedCountryCode.reset();
-  sharedFormatter.reset();
+  std::lock_guard lock(caches().mutex);
+  caches().userAgent.reset();
+  caches().countryCode.reset();
+  caches().formatter.reset();
 }
 
 }  // namespace zorva

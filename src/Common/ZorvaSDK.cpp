@@ -9,9 +9,10 @@
 namespace zorva {
 
 std::shared_ptr<ZorvaSDK> ZorvaSDK::shared() {
-  // A function-local static is initialised exactly once, whichever thread comes first.
-  static const std::shared_ptr<ZorvaSDK> instance(new ZorvaSDK());
-  return instance;
+  // A function-local static is initialised exactly once, whichever thread comes first. Never
+  // destroyed: the network thread reads the settings while the process exits.
+  static const auto* instance = new std::shared_ptr<ZorvaSDK>(new ZorvaSDK());
+  return *instance;
 }
 
 std::string ZorvaSDK::version() { return ZVUtility::sdkVersion(); }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "zorva/platform/EngineExport.h"
 #include "zorva/platform/Geometry.h"
 #include "zorva/platform/WebEngine.h"
 
@@ -22,7 +23,8 @@ namespace zorva::platform {
 /// requests and script dialogs go to the web view (the engine's client) as the platform
 /// reports them; nothing is ever shown on a screen of its own. Main thread only; WebKit's
 /// signals arrive through GLib's default context (see `GLibMainLoopBridge`).
-class WebKitWebEngine : public WebEngine, public std::enable_shared_from_this<WebKitWebEngine> {
+class ZORVA_ENGINE_EXPORT WebKitWebEngine : public WebEngine,
+                                            public std::enable_shared_from_this<WebKitWebEngine> {
  public:
   /// Error domain of the engine's own failures (WebKit's and GLib's errors keep their domains).
   static constexpr const char* kErrorDomain = "WebKitWebEngine";
@@ -64,8 +66,8 @@ class WebKitWebEngine : public WebEngine, public std::enable_shared_from_this<We
   Size renderedSize() const { return renderedSize_; }
 
  private:
-  struct Callbacks;
-  struct DialogSlot;
+  struct ZORVA_ENGINE_HIDDEN Callbacks;
+  struct ZORVA_ENGINE_HIDDEN DialogSlot;
   enum class LoadPhase { Idle, Provisional, Committed };
 
   WebKitWebEngine(std::weak_ptr<WebEngineClient> client, const WebViewConfiguration& configuration);

@@ -6,8 +6,6 @@
 #include <zorva/engines/GStreamerMediaEngine.h>
 #include <zorva/engines/GtkHost.h>
 #include <zorva/engines/WebKitWebEngine.h>
-#include <zorva/platform/LayoutConstraint.h>
-#include <zorva/platform/ViewController.h>
 
 #include <charconv>
 #include <iostream>

@@ -1,8 +1,5 @@
 // Places a 320x50 banner in an app's window and loads one ad. Usage: place-banner [bid URL]
 #include <zorva/Zorva.h>
-#include <zorva/platform/DeviceProfile.h>
-#include <zorva/platform/MainQueue.h>
-#include <zorva/platform/ViewController.h>
 
 #include <iostream>
 

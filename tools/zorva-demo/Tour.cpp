@@ -1,8 +1,6 @@
 #include "zorva-demo/Tour.h"
 
 #include <zorva/Zorva.h>
-#include <zorva/platform/MainQueue.h>
-#include <zorva/platform/ViewController.h>
 
 #include <algorithm>
 #include <chrono>

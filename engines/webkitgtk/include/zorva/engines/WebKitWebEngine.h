@@ -22,6 +22,11 @@ namespace zorva::platform {
 /// requests and script dialogs go to the web view (the engine's client) as the platform
 /// reports them; nothing is ever shown on a screen of its own. Main thread only; WebKit's
 /// signals arrive through GLib's default context (see `GLibMainLoopBridge`).
+///
+/// Every engine's page runs in one WebKit web process, started with the first engine and ended
+/// with the last. Should it end early (a crash), each engine fails the load it had in flight
+/// (`kWebProcessTerminatedCode`), pages already shown stay blank, and the next load starts a
+/// new process.
 class WebKitWebEngine : public WebEngine, public std::enable_shared_from_this<WebKitWebEngine> {
  public:
   /// Error domain of the engine's own failures (WebKit's and GLib's errors keep their domains).
@@ -30,6 +35,8 @@ class WebKitWebEngine : public WebEngine, public std::enable_shared_from_this<We
   static constexpr std::int64_t kScriptResultUnsupportedCode = 5;
   /// A snapshot could not be taken or written.
   static constexpr std::int64_t kSnapshotFailedCode = 6;
+  /// The web process ended (crashed, or was ended) while a load was in flight.
+  static constexpr std::int64_t kWebProcessTerminatedCode = 7;
   /// A request without a usable URL, as the platform's URL loading reports it.
   static constexpr const char* kBadURLDomain = "NSURLErrorDomain";
   static constexpr std::int64_t kBadURLCode = -1000;
@@ -41,6 +48,9 @@ class WebKitWebEngine : public WebEngine, public std::enable_shared_from_this<We
   /// Null when GTK cannot open a display (the platform then falls back to its headless engine).
   static std::shared_ptr<WebKitWebEngine> create(std::weak_ptr<WebEngineClient> client,
                                                  const WebViewConfiguration& configuration);
+  /// A new WebKit web view (a floating reference) in the web process the engines' pages share,
+  /// with WebKit's default settings: for a page a host shows itself, such as a browser's.
+  static GtkWidget* createSharedProcessWebView();
   ~WebKitWebEngine() override;
   WebKitWebEngine(const WebKitWebEngine&) = delete;
   WebKitWebEngine& operator=(const WebKitWebEngine&) = delete;
@@ -66,6 +76,7 @@ class WebKitWebEngine : public WebEngine, public std::enable_shared_from_this<We
  private:
   struct Callbacks;
   struct DialogSlot;
+  struct ProcessAnchor;
   enum class LoadPhase { Idle, Provisional, Committed };
 
   WebKitWebEngine(std::weak_ptr<WebEngineClient> client, const WebViewConfiguration& configuration);
@@ -78,6 +89,7 @@ class WebKitWebEngine : public WebEngine, public std::enable_shared_from_this<We
   void finishDialog(const std::shared_ptr<DialogSlot>& slot);
 
   std::weak_ptr<WebEngineClient> client_;
+  std::shared_ptr<ProcessAnchor> anchor_;
   GtkWidget* window_ = nullptr;
   WebKitWebView* webView_ = nullptr;
   GCancellable* cancellable_ = nullptr;

@@ -431,6 +431,11 @@ WebKitWebEngine::WebKitWebEngine(std::weak_ptr<WebEngineClient> client,
   webkit_settings_set_media_playback_requires_user_gesture(settings, gestureRequired);
   webkit_settings_set_media_playback_allows_inline(settings,
                                                    configuration.allowsInlineMediaPlayback);
+  // Drawn without accelerated compositing: WebKit gives every accelerated page a compositor and
+  // GL context of its own (about 14 MB of the web process each), and a refreshing banner keeps
+  // every earlier ad's page.
+  webkit_settings_set_hardware_acceleration_policy(settings,
+                                                   WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER);
   webView_ = WEBKIT_WEB_VIEW(g_object_ref_sink(g_object_new(
       WEBKIT_TYPE_WEB_VIEW, "settings", settings, "related-view", anchor_->view, nullptr)));
   g_object_unref(settings);

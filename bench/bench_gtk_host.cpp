@@ -21,7 +21,7 @@
 #include <zorva/platform/Player.h>
 #include <zorva/platform/PlayerItem.h>
 #include <zorva/platform/PlayerLayer.h>
-#include "../engines/gtk/src/Scene.h"
+#include "Scene.h"
 #include "support/LoopbackServer.h"
 #include "support/Ratio.h"
 #include "support/XScreen.h"

@@ -6,6 +6,7 @@
 # Optional, space-separated: -DPKG_MODULES=... (default "zorva"), -DLAUNCHER=... (a program the
 # example runs under, as "xvfb-run -a"), -DARGS=... (after the bid URL); -DSTATUS=... the exit
 # status expected (default 1).
+cmake_minimum_required(VERSION 3.25)
 foreach(variable BUILD_DIR EXAMPLE_DIR WORK_DIR GENERATOR CXX_COMPILER)
   if(NOT DEFINED ${variable})
     message(FATAL_ERROR "InstallTest.cmake needs -D${variable}=...")
@@ -76,6 +77,44 @@ list(REMOVE_ITEM names zorva::ZorvaSDK zorva::ZVAdRequest zorva::ZVBannerView
 if(NOT status EQUAL 0 OR NOT symbols MATCHES "zorva::ZVBannerView::loadAd\\(\\)" OR names)
   message(FATAL_ERROR "libzorva.so exports what is not its public API (${status}): ${names}\n${err}")
 endif()
+
+# So does each engine library: its exported symbols belong to the classes and functions its
+# installed headers mark ZORVA_ENGINE_EXPORT (or to the platform's types in their signatures), and
+# none to a nested part marked ZORVA_ENGINE_HIDDEN.
+file(GLOB_RECURSE headers ${prefix}/include/zorva/*.h)
+set(public "")
+set(hidden "")
+foreach(header ${headers})
+  file(READ ${header} text)
+  string(REGEX MATCHALL "(class|struct|enum class) (ZORVA_ENGINE_EXPORT )?[A-Za-z_]+" types "${text}")
+  string(REGEX MATCHALL "ZORVA_ENGINE_EXPORT [^(;]* [A-Za-z_]+\\(" functions "${text}")
+  foreach(name ${types} ${functions})
+    string(REGEX REPLACE "^.*[ ]([A-Za-z_]+)\\(?$" "\\1" name "${name}")
+    list(APPEND public ${name})
+  endforeach()
+  string(REGEX MATCHALL "ZORVA_ENGINE_HIDDEN [A-Za-z_]+" nested "${text}")
+  list(TRANSFORM nested REPLACE "^ZORVA_ENGINE_HIDDEN " "")
+  list(APPEND hidden ${nested})
+endforeach()
+list(JOIN hidden "|" hidden)
+file(GLOB_RECURSE engine_libraries ${prefix}/*/libzorva_*.so)
+list(FILTER engine_libraries EXCLUDE REGEX "libzorva_platform\\.so$")
+foreach(library ${engine_libraries})
+  execute_process(COMMAND nm -DC --defined-only ${library} OUTPUT_VARIABLE symbols)
+  string(REGEX MATCHALL "zorva::[a-z]+::[A-Za-z_]+|zorva_[a-z_]+|::(${hidden})::[A-Za-z_~]+"
+         names "${symbols}")
+  list(REMOVE_DUPLICATES names)
+  set(stray "")
+  foreach(name ${names})
+    string(REGEX REPLACE "^zorva::[a-z]+::" "" short "${name}")
+    if(NOT short IN_LIST public OR name MATCHES "^(zorva_|::)")
+      list(APPEND stray ${name})
+    endif()
+  endforeach()
+  if(stray)
+    message(FATAL_ERROR "${library} exports what is not its public API: ${stray}")
+  endif()
+endforeach()
 
 # An engine the tree did not build is a component the package does not find.
 file(WRITE ${WORK_DIR}/no-such-engine/CMakeLists.txt

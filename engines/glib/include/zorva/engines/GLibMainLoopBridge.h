@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zorva/platform/EngineExport.h"
+
 namespace zorva::platform {
 
 /// Joins the shared main queue and GLib's default main context into one loop on the main thread,
@@ -11,7 +13,7 @@ namespace zorva::platform {
 ///   timers dispatched from that loop.
 /// Timers then fire with GLib's millisecond granularity. The virtual clock still works: its
 /// timers fire only through `advanceBy`.
-class GLibMainLoopBridge {
+class ZORVA_ENGINE_EXPORT GLibMainLoopBridge {
  public:
   /// Attaches the bridge (once; later calls do nothing). Main thread, at start-up.
   static void install();

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "zorva/platform/EngineExport.h"
 #include "zorva/platform/MediaEngine.h"
 
 // GStreamer's types, kept out of the SDK's headers.
@@ -32,7 +33,7 @@ namespace zorva::platform {
 /// Main thread only.
 /// The frames of one engine's video, for a screen: written by GStreamer's streaming thread as
 /// each frame is rendered (at its presentation time), read by the main thread that draws them.
-class VideoFrames {
+class ZORVA_ENGINE_EXPORT VideoFrames {
  public:
   /// Runs `draw` with the latest frame as 32-bit pixels in native byte order, 0xXXRRGGBB (cairo's
   /// RGB24), while no newer frame may replace it. False, without calling it, before the first.
@@ -43,13 +44,14 @@ class VideoFrames {
 
  private:
   friend class GStreamerMediaEngine;
-  struct Shared;
+  struct ZORVA_ENGINE_HIDDEN Shared;
   explicit VideoFrames(std::shared_ptr<Shared> shared) : shared_(std::move(shared)) {}
   std::shared_ptr<Shared> shared_;
 };
 
-class GStreamerMediaEngine : public MediaEngine,
-                             public std::enable_shared_from_this<GStreamerMediaEngine> {
+class ZORVA_ENGINE_EXPORT GStreamerMediaEngine
+    : public MediaEngine,
+      public std::enable_shared_from_this<GStreamerMediaEngine> {
  public:
   /// How long the position may stand still while playing before a stall is reported.
   static constexpr std::chrono::milliseconds kStallThreshold{1500};

@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "zorva/platform/EngineExport.h"
+
 // GTK types stay out of the public header: an app includes it with or without GTK's flags.
 typedef struct _GtkWidget GtkWidget;
 typedef struct _GtkContainer GtkContainer;
@@ -44,7 +46,7 @@ struct HostOptions {
 /// Hands an http or https `url` to the desktop's default browser (GIO), for
 /// `HostOptions::openBrowserURL`. False for any other scheme (nothing is opened) and when the
 /// desktop has no browser.
-bool openInDesktopBrowser(const std::string& url);
+ZORVA_ENGINE_EXPORT bool openInDesktopBrowser(const std::string& url);
 
 /// Shows a platform window's view tree on a real screen, inside a GTK widget.
 ///
@@ -65,7 +67,7 @@ bool openInDesktopBrowser(const std::string& url);
 /// The platform window's bounds follow the widget's allocation: resizing runs the layout pass,
 /// so constraints and full-window presentations follow. Main thread only; GTK must be
 /// initialised (`WebKitWebEngine::install` does it).
-class Host {
+class ZORVA_ENGINE_EXPORT Host {
  public:
   /// A top-level GTK window the size of `window`'s frame, titled `title`, showing `window`.
   /// Shown at once; closing it hides it.
@@ -94,7 +96,7 @@ class Host {
   GtkWindow* toplevel() const;
 
  private:
-  struct State;
+  struct ZORVA_ENGINE_HIDDEN State;
   explicit Host(std::unique_ptr<State> state);
   std::unique_ptr<State> state_;
 };

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "zorva/platform/EngineExport.h"
 #include "zorva/platform/Geometry.h"
 #include "zorva/platform/WebEngine.h"
 
@@ -27,7 +28,8 @@ namespace zorva::platform {
 /// with the last. Should it end early (a crash), each engine fails the load it had in flight
 /// (`kWebProcessTerminatedCode`), pages already shown stay blank, and the next load starts a
 /// new process.
-class WebKitWebEngine : public WebEngine, public std::enable_shared_from_this<WebKitWebEngine> {
+class ZORVA_ENGINE_EXPORT WebKitWebEngine : public WebEngine,
+                                            public std::enable_shared_from_this<WebKitWebEngine> {
  public:
   /// Error domain of the engine's own failures (WebKit's and GLib's errors keep their domains).
   static constexpr const char* kErrorDomain = "WebKitWebEngine";
@@ -74,9 +76,9 @@ class WebKitWebEngine : public WebEngine, public std::enable_shared_from_this<We
   Size renderedSize() const { return renderedSize_; }
 
  private:
-  struct Callbacks;
-  struct DialogSlot;
-  struct ProcessAnchor;
+  struct ZORVA_ENGINE_HIDDEN Callbacks;
+  struct ZORVA_ENGINE_HIDDEN DialogSlot;
+  struct ZORVA_ENGINE_HIDDEN ProcessAnchor;
   enum class LoadPhase { Idle, Provisional, Committed };
 
   WebKitWebEngine(std::weak_ptr<WebEngineClient> client, const WebViewConfiguration& configuration);

@@ -191,16 +191,14 @@ TEST_F(WebKitTest, AnAnswerArrivingAfterTheWebViewIsGoneTouchesNothing) {
   auto view = makeWebView();
   view->loadHTMLString("<script>alert('held')</script>", at("/"));
   ASSERT_TRUE(waitFor("alert held"));
-  std::optional<Outcome> script;
-  view->evaluateJavaScript("1", [&](std::optional<Value> v, std::optional<Error> e) {
-    script = Outcome{true, std::move(v), std::move(e)};
-  });
+  bool ended = false, failed = false;
+  view->evaluateJavaScript("1", [&](auto, auto e) { ended = true, failed = e.has_value(); });
   std::weak_ptr<WebEngine> engine = view->engine();
   view.reset();
   EXPECT_TRUE(engine.expired());
   delegate->heldAlert();  // its dialog closed with the web view
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return script.has_value(); }));
-  EXPECT_TRUE(script->error);  // a script cut off ends with an error, not silence
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return ended; }));
+  EXPECT_TRUE(failed);  // a script cut off ends with an error, not silence
   EXPECT_EQ(delegate->events.size(), 3u);
 }
 

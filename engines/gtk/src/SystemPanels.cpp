@@ -2,6 +2,7 @@
 
 #include <webkit2/webkit2.h>
 
+#include "zorva/engines/WebKitWebEngine.h"
 #include "zorva/platform/SafariViewController.h"
 #include "zorva/platform/StoreProductViewController.h"
 
@@ -64,7 +65,8 @@ std::unique_ptr<SystemPanel> SystemPanel::browser(
   const std::string url = controller->url().absoluteString();
   GtkWidget* box = styled(gtk_box_new(GTK_ORIENTATION_VERTICAL, 0), "zorva-panel");
   gtk_box_pack_start(GTK_BOX(box), closingBar("Done", url, controller), FALSE, FALSE, 0);
-  GtkWidget* page = webkit_web_view_new();
+  // In the web process the ads' pages already run in, not one more.
+  GtkWidget* page = platform::WebKitWebEngine::createSharedProcessWebView();
   webkit_web_view_load_uri(WEBKIT_WEB_VIEW(page), url.c_str());
   gtk_box_pack_start(GTK_BOX(box), page, TRUE, TRUE, 0);
   gtk_widget_show_all(box);

@@ -117,6 +117,25 @@ int pixels(double points) { return std::max(1, static_cast<int>(std::lround(poin
 
 }  // namespace
 
+/// A web view that is never shown and never loads: every engine's view is made related to it,
+/// which puts them all in its web process (WebKit otherwise starts one process per view), and
+/// WebKit keeps a related page there when it navigates to another site. Kept while any engine
+/// lives, so the process ends with the app's last web view.
+struct WebKitWebEngine::ProcessAnchor {
+  WebKitWebView* view = WEBKIT_WEB_VIEW(g_object_ref_sink(webkit_web_view_new()));
+  ProcessAnchor() = default;
+  ProcessAnchor(const ProcessAnchor&) = delete;
+  ProcessAnchor& operator=(const ProcessAnchor&) = delete;
+  ~ProcessAnchor() { g_object_unref(view); }
+
+  static std::shared_ptr<ProcessAnchor> shared() {
+    static std::weak_ptr<ProcessAnchor> current;  // main thread only
+    auto anchor = current.lock();
+    if (!anchor) current = anchor = std::make_shared<ProcessAnchor>();
+    return anchor;
+  }
+};
+
 /// Where a script dialog waits for the client's answer. WebKit's dialog refers to its web view,
 /// so every open one is closed before the view goes.
 struct WebKitWebEngine::DialogSlot {
@@ -245,6 +264,27 @@ struct WebKitWebEngine::Callbacks {
       }
     }
     return TRUE;  // no error page of WebKit's own
+  }
+
+  static void processTerminated(WebKitWebView*, WebKitWebProcessTerminationReason, gpointer data) {
+    // WebKit reports no failure for the load the process was running: it is failed here, once,
+    // as the platform fails a load whose content process ended. A page already shown stays
+    // blank until its next load (reloading an ad would run its script and count it again).
+    auto& engine = *static_cast<WebKitWebEngine*>(data);
+    auto keep = engine.shared_from_this();
+    const LoadPhase phase = std::exchange(engine.phase_, LoadPhase::Idle);
+    auto navigation = std::exchange(engine.current_, nullptr);
+    auto awaiting = std::exchange(engine.awaitingPolicy_, nullptr);
+    engine.allowed_.clear();
+    auto client = engine.client();
+    if (!client) return;
+    const Error error = Error::withDescription(kErrorDomain, kWebProcessTerminatedCode,
+                                               "The web content process ended");
+    if (phase == LoadPhase::Committed) {
+      client->didFailNavigation(navigation, error);
+    } else if (auto failed = navigation ? navigation : awaiting) {
+      client->didFailProvisionalNavigation(failed, error);
+    }
   }
 
   static gboolean scriptDialog(WebKitWebView*, WebKitScriptDialog* dialog, gpointer data) {
@@ -381,7 +421,7 @@ std::shared_ptr<WebKitWebEngine> WebKitWebEngine::create(
 
 WebKitWebEngine::WebKitWebEngine(std::weak_ptr<WebEngineClient> client,
                                  const WebViewConfiguration& configuration)
-    : client_(std::move(client)) {
+    : client_(std::move(client)), anchor_(ProcessAnchor::shared()) {
   WebKitSettings* settings = webkit_settings_new();
   // One knob for every media type: a gesture is waived only when the configuration waives it
   // for all of them (through the media-type bits or the older flag).
@@ -391,8 +431,13 @@ WebKitWebEngine::WebKitWebEngine(std::weak_ptr<WebEngineClient> client,
   webkit_settings_set_media_playback_requires_user_gesture(settings, gestureRequired);
   webkit_settings_set_media_playback_allows_inline(settings,
                                                    configuration.allowsInlineMediaPlayback);
-  webView_ = WEBKIT_WEB_VIEW(
-      g_object_ref_sink(g_object_new(WEBKIT_TYPE_WEB_VIEW, "settings", settings, nullptr)));
+  // Drawn without accelerated compositing: WebKit gives every accelerated page a compositor and
+  // GL context of its own (about 14 MB of the web process each), and a refreshing banner keeps
+  // every earlier ad's page.
+  webkit_settings_set_hardware_acceleration_policy(settings,
+                                                   WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER);
+  webView_ = WEBKIT_WEB_VIEW(g_object_ref_sink(g_object_new(
+      WEBKIT_TYPE_WEB_VIEW, "settings", settings, "related-view", anchor_->view, nullptr)));
   g_object_unref(settings);
   cancellable_ = g_cancellable_new();
 
@@ -405,6 +450,12 @@ WebKitWebEngine::WebKitWebEngine(std::weak_ptr<WebEngineClient> client,
   g_signal_connect(webView_, "load-changed", G_CALLBACK(Callbacks::loadChanged), this);
   g_signal_connect(webView_, "load-failed", G_CALLBACK(Callbacks::loadFailed), this);
   g_signal_connect(webView_, "script-dialog", G_CALLBACK(Callbacks::scriptDialog), this);
+  g_signal_connect(webView_, "web-process-terminated", G_CALLBACK(Callbacks::processTerminated),
+                   this);
+}
+
+GtkWidget* WebKitWebEngine::createSharedProcessWebView() {
+  return webkit_web_view_new_with_related_view(ProcessAnchor::shared()->view);
 }
 
 WebKitWebEngine::~WebKitWebEngine() {

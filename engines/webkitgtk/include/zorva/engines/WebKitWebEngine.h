@@ -23,6 +23,11 @@ namespace zorva::platform {
 /// requests and script dialogs go to the web view (the engine's client) as the platform
 /// reports them; nothing is ever shown on a screen of its own. Main thread only; WebKit's
 /// signals arrive through GLib's default context (see `GLibMainLoopBridge`).
+///
+/// Every engine's page runs in one WebKit web process, started with the first engine and ended
+/// with the last. Should it end early (a crash), each engine fails the load it had in flight
+/// (`kWebProcessTerminatedCode`), pages already shown stay blank, and the next load starts a
+/// new process.
 class ZORVA_ENGINE_EXPORT WebKitWebEngine : public WebEngine,
                                             public std::enable_shared_from_this<WebKitWebEngine> {
  public:
@@ -32,6 +37,8 @@ class ZORVA_ENGINE_EXPORT WebKitWebEngine : public WebEngine,
   static constexpr std::int64_t kScriptResultUnsupportedCode = 5;
   /// A snapshot could not be taken or written.
   static constexpr std::int64_t kSnapshotFailedCode = 6;
+  /// The web process ended (crashed, or was ended) while a load was in flight.
+  static constexpr std::int64_t kWebProcessTerminatedCode = 7;
   /// A request without a usable URL, as the platform's URL loading reports it.
   static constexpr const char* kBadURLDomain = "NSURLErrorDomain";
   static constexpr std::int64_t kBadURLCode = -1000;
@@ -43,6 +50,9 @@ class ZORVA_ENGINE_EXPORT WebKitWebEngine : public WebEngine,
   /// Null when GTK cannot open a display (the platform then falls back to its headless engine).
   static std::shared_ptr<WebKitWebEngine> create(std::weak_ptr<WebEngineClient> client,
                                                  const WebViewConfiguration& configuration);
+  /// A new WebKit web view (a floating reference) in the web process the engines' pages share,
+  /// with WebKit's default settings: for a page a host shows itself, such as a browser's.
+  static GtkWidget* createSharedProcessWebView();
   ~WebKitWebEngine() override;
   WebKitWebEngine(const WebKitWebEngine&) = delete;
   WebKitWebEngine& operator=(const WebKitWebEngine&) = delete;
@@ -68,6 +78,7 @@ class ZORVA_ENGINE_EXPORT WebKitWebEngine : public WebEngine,
  private:
   struct ZORVA_ENGINE_HIDDEN Callbacks;
   struct ZORVA_ENGINE_HIDDEN DialogSlot;
+  struct ZORVA_ENGINE_HIDDEN ProcessAnchor;
   enum class LoadPhase { Idle, Provisional, Committed };
 
   WebKitWebEngine(std::weak_ptr<WebEngineClient> client, const WebViewConfiguration& configuration);
@@ -80,6 +91,7 @@ class ZORVA_ENGINE_EXPORT WebKitWebEngine : public WebEngine,
   void finishDialog(const std::shared_ptr<DialogSlot>& slot);
 
   std::weak_ptr<WebEngineClient> client_;
+  std::shared_ptr<ProcessAnchor> anchor_;
   GtkWidget* window_ = nullptr;
   WebKitWebView* webView_ = nullptr;
   GCancellable* cancellable_ = nullptr;

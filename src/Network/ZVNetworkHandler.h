@@ -37,8 +37,8 @@ class ZVNetworkHandler {
   virtual void fetchRequestWithStatus(const platform::URLRequest& request,
                                       StatusCompletion completion);
   /// Tracking hand-over. With `ZorvaSDK::trackingTransport` off (the default) it deliberately
-  /// does nothing: no request is sent. On, the URLs go to the tracking transport, stored before
-  /// this returns. `completion` is never called.
+  /// does nothing: no request is sent. On, the URLs go to the tracking transport, whose thread
+  /// stores them just after this returns. `completion` is never called.
   virtual void fetchUrls(const std::vector<std::string>& urls, Completion completion);
 
  protected:

@@ -11,8 +11,6 @@
 namespace zorva {
 namespace {
 
-using std::chrono::milliseconds;
-
 TEST(ZVNetworkHandler, FetchesByGetAndLogsTheBodyAtInfoLevel) {
   test::LoopbackServer server;
   server.respond("/wrapper", {.body = "<VAST/>", .contentType = "text/xml"});
@@ -28,19 +26,6 @@ TEST(ZVNetworkHandler, FetchesByGetAndLogsTheBodyAtInfoLevel) {
   EXPECT_EQ(data, "<VAST/>");
   EXPECT_EQ(server.requests().at(0).method, "GET");
   EXPECT_EQ(log.entriesContaining("<VAST/>").size(), 1u);
-}
-
-TEST(ZVNetworkHandler, TrackingHandOverSendsNothingAndNeverCallsBack) {
-  test::LoopbackServer server;
-  server.respond("/track", {.body = "ok"});
-  bool called = false;
-  ZVInstanceFactory::sharedNetworkhandler()->fetchUrls(
-      {server.url("/track"), server.url("/track?e=2")},
-      [&](std::optional<Data>, std::optional<Error>) { called = true; });
-  // A request would arrive within this window if one had been sent.
-  EXPECT_FALSE(server.waitForRequests(1, milliseconds(300)));
-  test::runMainQueueUntil([] { return false; }, milliseconds(50));
-  EXPECT_FALSE(called);
 }
 
 }  // namespace

@@ -21,7 +21,8 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
                            req.path,
                            {req.params.begin(), req.params.end()},
                            {req.headers.begin(), req.headers.end()},
-                           req.body});
+                           req.body,
+                           std::chrono::steady_clock::now()});
       changed_.notify_all();
       if (auto it = responses_.find(req.path); it != responses_.end()) {
         auto& [turns, given] = it->second;

@@ -40,6 +40,7 @@ class LoopbackServer {
     std::multimap<std::string, std::string> params;
     std::map<std::string, std::string> headers;
     std::string body;
+    std::chrono::steady_clock::time_point arrived;
   };
 
   LoopbackServer();

@@ -58,6 +58,16 @@ std::string describe(const platform::Value& parameters) {
 
 }  // namespace
 
+void paintsWhole(GtkWidget* page) {
+  WebKitSettings* settings = webkit_web_view_get_settings(WEBKIT_WEB_VIEW(page));
+  if (webkit_settings_get_hardware_acceleration_policy(settings) ==
+      WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER) {
+    return;
+  }
+  webkit_settings_set_hardware_acceleration_policy(settings,
+                                                   WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER);
+}
+
 std::unique_ptr<SystemPanel> SystemPanel::browser(
     std::shared_ptr<platform::SafariViewController> controller) {
   std::unique_ptr<SystemPanel> panel(new SystemPanel());
@@ -65,6 +75,7 @@ std::unique_ptr<SystemPanel> SystemPanel::browser(
   GtkWidget* box = styled(gtk_box_new(GTK_ORIENTATION_VERTICAL, 0), "zorva-panel");
   gtk_box_pack_start(GTK_BOX(box), closingBar("Done", url, controller), FALSE, FALSE, 0);
   GtkWidget* page = webkit_web_view_new();
+  paintsWhole(page);
   webkit_web_view_load_uri(WEBKIT_WEB_VIEW(page), url.c_str());
   gtk_box_pack_start(GTK_BOX(box), page, TRUE, TRUE, 0);
   gtk_widget_show_all(box);

@@ -58,7 +58,7 @@ class GtkVideoTest : public OnScreenTest {
     server.respond(test::kServadPath, {.body = test::bidWithMarkup(vast)});
     handler = test::ObservingNetworkHandler::install();
     // No content of the app's own: where no video is, no frame of the clip can show.
-    attach(400, 600, false);
+    attach(400, 600, Content::Empty);
   }
 
   // What the screen shows while the clip plays, watched at (x, y) until its end is tracked: one

@@ -21,17 +21,27 @@
 
 namespace zorva::gtk {
 
-/// An app's window: an overlay, where the host puts the SDK's tree, over the app's own content
-/// when it has some (a blue area that has the keyboard's focus and counts the clicks and the
-/// keys it gets).
+/// What the app's window holds besides the SDK.
+enum class Content {
+  Empty,
+  /// A blue area that has the keyboard's focus and counts the clicks and the keys it gets.
+  Area,
+  /// Widgets with windows of their own under the overlay: a text view over a button.
+  Controls,
+  /// The blue area in a vertical box, the host's slot below it (no overlay).
+  Slot,
+};
+
+/// An app's window: the SDK's tree in an overlay over the app's content, or in a slot of its box.
 class AppWindow {
  public:
-  AppWindow(int width, int height, bool withContent) {
+  AppWindow(int width, int height, Content what) {
     toplevel = gtk_window_new(GTK_WINDOW_TOPLEVEL);
     gtk_window_set_default_size(GTK_WINDOW(toplevel), width, height);
     gtk_window_move(GTK_WINDOW(toplevel), 0, 0);
-    overlay = gtk_overlay_new();
-    if (withContent) {
+    container =
+        what == Content::Slot ? gtk_box_new(GTK_ORIENTATION_VERTICAL, 0) : gtk_overlay_new();
+    if (what == Content::Area || what == Content::Slot) {
       GtkWidget* area = gtk_drawing_area_new();
       gtk_widget_add_events(area, GDK_BUTTON_PRESS_MASK);
       g_signal_connect(area, "draw", G_CALLBACK(+[](GtkWidget*, cairo_t* cr, gpointer) {
@@ -49,20 +59,31 @@ class AppWindow {
                          this);
       }
       gtk_widget_set_can_focus(area, TRUE);
-      gtk_container_add(GTK_CONTAINER(overlay), area);
+      gtk_widget_set_vexpand(area, TRUE);
       content = area;
+    } else if (what == Content::Controls) {
+      content = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+      text = gtk_text_view_new();
+      gtk_widget_set_vexpand(text, TRUE);
+      button = gtk_button_new_with_label("App");
+      g_signal_connect_swapped(button, "clicked",
+                               G_CALLBACK(+[](AppWindow* self) { ++self->clicks; }), this);
+      for (GtkWidget* widget : {text, button}) gtk_container_add(GTK_CONTAINER(content), widget);
     }
-    gtk_container_add(GTK_CONTAINER(toplevel), overlay);
+    if (content) gtk_container_add(GTK_CONTAINER(container), content);
+    gtk_container_add(GTK_CONTAINER(toplevel), container);
     gtk_widget_show_all(toplevel);
-    if (content) gtk_widget_grab_focus(content);
+    if (content) gtk_widget_grab_focus(text ? text : content);
   }
   ~AppWindow() { gtk_widget_destroy(toplevel); }
   AppWindow(const AppWindow&) = delete;
   AppWindow& operator=(const AppWindow&) = delete;
 
   GtkWidget* toplevel;
-  GtkWidget* overlay;
+  /// Where the host goes: a GtkOverlay, or the slot's box.
+  GtkWidget* container;
   GtkWidget* content = nullptr;
+  GtkWidget *text = nullptr, *button = nullptr;
   int clicks = 0, keys = 0;
 };
 
@@ -74,18 +95,18 @@ class OnScreenTest : public testing::Test {
   }
 
   /// Opens the app's window and attaches the host to it.
-  void attach(int width, int height, bool content = true, HostOptions options = {}) {
+  void attach(int width, int height, Content content = Content::Area, HostOptions options = {}) {
     app.emplace(width, height, content);
-    host = Host::attach(GTK_CONTAINER(app->overlay), std::move(options));
+    host = Host::attach(GTK_CONTAINER(app->container), std::move(options));
   }
 
-  /// The host's top-left corner in screen coordinates.
+  /// The platform window's top-left corner in screen coordinates: the top-level window's content.
   std::pair<int, int> origin() const {
-    GtkWidget* area = host->widget();
+    GtkWidget* top = GTK_WIDGET(host->toplevel());
     int x = 0, y = 0;
-    gdk_window_get_origin(gtk_widget_get_window(area), &x, &y);
+    gdk_window_get_origin(gtk_widget_get_window(top), &x, &y);
     GtkAllocation allocation;
-    gtk_widget_get_allocation(area, &allocation);
+    gtk_widget_get_allocation(gtk_bin_get_child(GTK_BIN(top)), &allocation);
     return {x + allocation.x, y + allocation.y};
   }
 

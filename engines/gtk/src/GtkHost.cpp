@@ -109,6 +109,9 @@ struct Host::State {
   /// The area is an overlay over the app's content: the window GtkOverlay made for it takes the
   /// pointer only where the tree shows something.
   bool overlay = false;
+  /// The area is a slot of an ordinary container: the platform window is the top-level window's
+  /// content, its root view the slot, and the area asks for the size of what the root view holds.
+  bool slot = false;
   /// The area's widget was destroyed by the app (with its window): nothing is left to update.
   bool gone = false;
   guint tick = 0;
@@ -142,6 +145,7 @@ struct Host::State {
   std::shared_ptr<platform::Timer> mapCheck;
 
   void scheduleSync();
+  void fit();
   void sync();
   void place(std::vector<SceneItem> items);
   DrawLayer& layerAt(std::size_t index);
@@ -174,14 +178,10 @@ struct Host::State {
     self->sync();
     return G_SOURCE_REMOVE;
   }
-  static void onAllocate(GtkWidget*, GdkRectangle* allocation, gpointer data) {
-    auto* self = static_cast<State*>(data);
-    const platform::Size size{static_cast<double>(allocation->width),
-                              static_cast<double>(allocation->height)};
-    if (size != self->window->bounds().size) self->window->resize(size);
-    // The drawing layers cover the whole area whatever the tree says.
-    self->scheduleSync();
+  static void onAllocate(GtkWidget*, GdkRectangle*, gpointer data) {
+    static_cast<State*>(data)->fit();
   }
+  static void onRealize(GtkWidget*, gpointer data) { static_cast<State*>(data)->fit(); }
   static void onMap(GtkWidget*, gpointer data) {
     auto* self = static_cast<State*>(data);
     if (self->options.screenFromDisplay) self->readDisplayScreen();
@@ -280,6 +280,34 @@ void Host::State::warnOnce(const std::string& why, std::source_location where) {
                                     " => \n" + why + "\n");
 }
 
+// The platform window takes the area's size; from a slot, the top-level window's content's (so
+// what is presented covers it all), with the root view at the slot.
+void Host::State::fit() {
+  GtkAllocation own;
+  gtk_widget_get_allocation(area, &own);
+  GdkRectangle cover{0, 0, own.width, own.height};
+  GtkWidget* content = keyWindow ? gtk_bin_get_child(GTK_BIN(keyWindow)) : nullptr;
+  GdkWindow* parent = gtk_widget_get_parent_window(area);
+  if (slot && content && parent && gtk_widget_get_realized(keyWindow)) {
+    // Both allocations are in window coordinates: the content's in the top-level window's, the
+    // slot's in its parent's.
+    int topX = 0, topY = 0, parentX = 0, parentY = 0;
+    gdk_window_get_origin(gtk_widget_get_window(keyWindow), &topX, &topY);
+    gdk_window_get_origin(parent, &parentX, &parentY);
+    gtk_widget_get_allocation(content, &cover);
+    cover.x -= own.x + parentX - topX;
+    cover.y -= own.y + parentY - topY;
+  }
+  if (slot) placementBoxPutWindow(area, cover);
+  const platform::Size size{static_cast<double>(cover.width), static_cast<double>(cover.height)};
+  if (size != window->bounds().size) window->resize(size);
+  const auto root = window->rootViewController();
+  const Rect slotFrame(-cover.x, -cover.y, own.width, own.height);
+  if (slot && root && root->view()->frame() != slotFrame) root->view()->setFrame(slotFrame);
+  // The drawing layers cover the whole window whatever the tree says.
+  scheduleSync();
+}
+
 void Host::State::scheduleSync() {
   // Changes before the area is on the screen are drawn when it is mapped; if it never is, the
   // app hears why nothing shows.
@@ -306,6 +334,19 @@ void Host::State::scheduleSync() {
 void Host::State::sync() {
   syncing = true;
   window->layoutIfNeeded();
+  if (slot) {
+    // A slot asks for what its root view holds (a banner: the ad's size), measured from the
+    // slot's corner.
+    double width = 0, height = 0;
+    if (const auto root = window->rootViewController()) {
+      for (const auto& view : root->view()->subviews()) {
+        if (view->isHidden()) continue;
+        width = std::max(width, view->frame().origin.x + view->frame().size.width);
+        height = std::max(height, view->frame().origin.y + view->frame().size.height);
+      }
+    }
+    placementBoxRequest(area, ceilInt(width), ceilInt(height));
+  }
   const auto current = gtk_widget_is_focus(area) ? focused.lock() : nullptr;
   // The ring shows once the window shows where the keyboard is (GTK's focus-visible).
   const bool ringed = current && keyWindow && gtk_window_get_focus_visible(GTK_WINDOW(keyWindow));
@@ -505,6 +546,8 @@ void Host::State::followKeyWindow() {
   gtk_event_controller_set_propagation_phase(windowKeys, GTK_PHASE_CAPTURE);
   g_signal_connect(windowKeys, "key-pressed", G_CALLBACK(onWindowKey), this);
   g_signal_connect(top, "notify::focus-visible", G_CALLBACK(onFocusShown), this);
+  // A slot's window is the top-level window's content: it follows its size and place too.
+  if (slot) g_signal_connect_after(top, "size-allocate", G_CALLBACK(onAllocate), this);
 }
 
 void Host::State::leaveKeyWindow() {
@@ -582,8 +625,7 @@ void Host::State::release(NativeWidget& native) {
 }
 
 void Host::State::place(std::vector<SceneItem> items) {
-  GtkAllocation allocation;
-  gtk_widget_get_allocation(area, &allocation);
+  const GdkRectangle whole = pixelRect(window->bounds());
   std::size_t layerIndex = 0;
   std::vector<GtkWidget*> order;
   std::set<const platform::View*> shown;
@@ -609,7 +651,7 @@ void Host::State::place(std::vector<SceneItem> items) {
     gtk_widget_input_shape_combine_region(layer.widget, input);
     cairo_region_union(everything, input);
     cairo_region_destroy(input);
-    placementBoxPlace(area, layer.widget, 0, 0, allocation.width, allocation.height);
+    placementBoxPlace(area, layer.widget, 0, 0, whole.width, whole.height);
     gtk_widget_queue_draw(layer.widget);
     order.push_back(layer.widget);
   };
@@ -662,10 +704,11 @@ void Host::State::place(std::vector<SceneItem> items) {
     release(it->second);
     it = natives.erase(it);
   }
-  // Over the app's content, the overlay's window for the area takes the pointer only where the
-  // tree shows something; the rest falls through to the app. (GtkOverlay's pass-through would
-  // lose clicks meant for widgets nested two windows deep, such as a page in its clip box.)
-  if (overlay && gtk_widget_get_realized(area)) {
+  // Over the app's content, the area's window (the overlay's for it, or a slot's own) takes the
+  // pointer only where the tree shows something; the rest falls through to the app. (GtkOverlay's
+  // pass-through would lose clicks meant for widgets nested two windows deep, such as a page in its
+  // clip box.)
+  if ((overlay || slot) && gtk_widget_get_realized(area)) {
     gdk_window_input_shape_combine_region(gtk_widget_get_window(area), everything, 0, 0);
   }
   cairo_region_destroy(everything);
@@ -787,8 +830,6 @@ Host::Host(std::unique_ptr<State> state) : state_(std::move(state)) {
   g_signal_connect(s->area, "focus", G_CALLBACK(State::onFocus), s);
   g_signal_connect(s->area, "notify::is-focus", G_CALLBACK(State::onFocusShown), s);
   g_signal_connect(s->area, "hierarchy-changed", G_CALLBACK(State::onHierarchy), s);
-  gtk_widget_set_hexpand(s->area, TRUE);
-  gtk_widget_set_vexpand(s->area, TRUE);
   g_signal_connect(s->area, "size-allocate", G_CALLBACK(State::onAllocate), s);
   g_signal_connect(s->area, "map", G_CALLBACK(State::onMap), s);
   g_signal_connect(s->area, "destroy", G_CALLBACK(State::onDestroy), s);
@@ -836,6 +877,10 @@ std::unique_ptr<Host> Host::attach(std::shared_ptr<platform::Window> window,
     host->state_->overlay = true;
     gtk_overlay_add_overlay(GTK_OVERLAY(container), area);
   } else {
+    // A window of its own over the top-level window's content, above the app's widgets.
+    host->state_->slot = true;
+    gtk_widget_set_has_window(area, TRUE);
+    g_signal_connect_after(area, "realize", G_CALLBACK(State::onRealize), host->state_.get());
     gtk_container_add(container, area);
   }
   return host;

@@ -19,6 +19,9 @@ extern "C" {
 struct ZorvaPlacementBox {
   GtkContainer parent;
   std::vector<Placement>* children;
+  int width, height;     // the size it asks for
+  bool windowElsewhere;  // its window is at `window`, not over its allocation
+  GdkRectangle window;   // relative to its allocation
 };
 
 struct ZorvaPlacementBoxClass {
@@ -41,20 +44,29 @@ static void finalize(GObject* object) {
   G_OBJECT_CLASS(zorva_placement_box_parent_class)->finalize(object);
 }
 
+// Where a windowed box's window goes, in its parent window's coordinates.
+static GdkRectangle windowArea(GtkWidget* widget) {
+  GtkAllocation allocation;
+  gtk_widget_get_allocation(widget, &allocation);
+  const auto* self = reinterpret_cast<ZorvaPlacementBox*>(widget);
+  if (!self->windowElsewhere) return allocation;
+  return GdkRectangle{allocation.x + self->window.x, allocation.y + self->window.y,
+                      self->window.width, self->window.height};
+}
+
 static void realize(GtkWidget* widget) {
   if (!gtk_widget_get_has_window(widget)) {
     GTK_WIDGET_CLASS(zorva_placement_box_parent_class)->realize(widget);
     return;
   }
   gtk_widget_set_realized(widget, TRUE);
-  GtkAllocation allocation;
-  gtk_widget_get_allocation(widget, &allocation);
+  const GdkRectangle area = windowArea(widget);
   GdkWindowAttr attributes{};
   attributes.window_type = GDK_WINDOW_CHILD;
-  attributes.x = allocation.x;
-  attributes.y = allocation.y;
-  attributes.width = allocation.width;
-  attributes.height = allocation.height;
+  attributes.x = area.x;
+  attributes.y = area.y;
+  attributes.width = area.width;
+  attributes.height = area.height;
   attributes.wclass = GDK_INPUT_OUTPUT;
   attributes.visual = gtk_widget_get_visual(widget);
   attributes.event_mask = gtk_widget_get_events(widget) | GDK_EXPOSURE_MASK;
@@ -67,9 +79,16 @@ static void realize(GtkWidget* widget) {
 static void sizeAllocate(GtkWidget* widget, GtkAllocation* allocation) {
   gtk_widget_set_allocation(widget, allocation);
   const bool windowed = gtk_widget_get_has_window(widget);
-  if (windowed && gtk_widget_get_realized(widget)) {
-    gdk_window_move_resize(gtk_widget_get_window(widget), allocation->x, allocation->y,
-                           allocation->width, allocation->height);
+  if (windowed) {
+    const GdkRectangle area = windowArea(widget);
+    if (gtk_widget_get_realized(widget)) {
+      gdk_window_move_resize(gtk_widget_get_window(widget), area.x, area.y, area.width,
+                             area.height);
+    }
+    // GTK draws a windowed widget in its window from the allocation's corner, cut at the clip's
+    // size: the clip is the window's size there.
+    const GdkRectangle clip{allocation->x, allocation->y, area.width, area.height};
+    gtk_widget_set_clip(widget, &clip);
   }
   // Children of a windowed box are placed in its window; the others in the parent's.
   const int dx = windowed ? 0 : allocation->x;
@@ -83,9 +102,12 @@ static void sizeAllocate(GtkWidget* widget, GtkAllocation* allocation) {
   }
 }
 
-static void preferredSize(GtkWidget*, gint* minimum, gint* natural) {
-  *minimum = 0;
-  *natural = 0;
+static void preferredWidth(GtkWidget* widget, gint* minimum, gint* natural) {
+  *minimum = *natural = reinterpret_cast<ZorvaPlacementBox*>(widget)->width;
+}
+
+static void preferredHeight(GtkWidget* widget, gint* minimum, gint* natural) {
+  *minimum = *natural = reinterpret_cast<ZorvaPlacementBox*>(widget)->height;
 }
 
 static void add(GtkContainer* container, GtkWidget* child) {
@@ -114,8 +136,8 @@ static void zorva_placement_box_class_init(ZorvaPlacementBoxClass* klass) {
   auto* widgetClass = GTK_WIDGET_CLASS(klass);
   widgetClass->realize = realize;
   widgetClass->size_allocate = sizeAllocate;
-  widgetClass->get_preferred_width = preferredSize;
-  widgetClass->get_preferred_height = preferredSize;
+  widgetClass->get_preferred_width = preferredWidth;
+  widgetClass->get_preferred_height = preferredHeight;
   auto* containerClass = GTK_CONTAINER_CLASS(klass);
   containerClass->add = add;
   containerClass->remove = remove;
@@ -131,6 +153,24 @@ GtkWidget* placementBoxNew(bool withWindow) {
 }
 
 GType placementBoxType() { return zorva_placement_box_get_type(); }
+
+void placementBoxRequest(GtkWidget* box, int width, int height) {
+  auto* self = reinterpret_cast<ZorvaPlacementBox*>(box);
+  if (self->width == width && self->height == height) return;
+  self->width = width;
+  self->height = height;
+  gtk_widget_queue_resize(box);
+}
+
+void placementBoxPutWindow(GtkWidget* box, const GdkRectangle& area) {
+  auto* self = reinterpret_cast<ZorvaPlacementBox*>(box);
+  if (self->windowElsewhere && gdk_rectangle_equal(&self->window, &area)) return;
+  self->windowElsewhere = true;
+  self->window = area;
+  GtkAllocation allocation;
+  gtk_widget_get_allocation(box, &allocation);
+  sizeAllocate(box, &allocation);
+}
 
 void placementBoxPlace(GtkWidget* box, GtkWidget* child, int x, int y, int width, int height) {
   auto& list = placements(box);

@@ -23,6 +23,17 @@ Error errorFrom(const GError* error) {
 
 std::optional<URL> urlFrom(const char* uri) { return uri ? URL::URLWithString(uri) : std::nullopt; }
 
+// Pages are drawn without accelerated compositing. WebKit gives every accelerated page a
+// compositor and GL context of its own (about 14 MB of the web process each), and a refreshing
+// banner keeps every earlier ad's page. And an accelerated page paints only when a new frame of
+// it arrives: a redraw of its region for another reason (an app's widget below repainting: a
+// caret blinking, a button hovered) would leave there what was painted below, over the page.
+// Without it the page is painted from WebKit's backing store in every redraw GTK asks of it.
+void paintsWhole(WebKitSettings* settings) {
+  webkit_settings_set_hardware_acceleration_policy(settings,
+                                                   WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER);
+}
+
 // WebKit and libcurl may spell one address differently ("http://a.example" vs "http://a.example/");
 // both sides go through the same parser before they are compared.
 bool sameAddress(const std::optional<URL>& url, const char* uri) {
@@ -431,11 +442,7 @@ WebKitWebEngine::WebKitWebEngine(std::weak_ptr<WebEngineClient> client,
   webkit_settings_set_media_playback_requires_user_gesture(settings, gestureRequired);
   webkit_settings_set_media_playback_allows_inline(settings,
                                                    configuration.allowsInlineMediaPlayback);
-  // Drawn without accelerated compositing: WebKit gives every accelerated page a compositor and
-  // GL context of its own (about 14 MB of the web process each), and a refreshing banner keeps
-  // every earlier ad's page.
-  webkit_settings_set_hardware_acceleration_policy(settings,
-                                                   WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER);
+  paintsWhole(settings);
   webView_ = WEBKIT_WEB_VIEW(g_object_ref_sink(g_object_new(
       WEBKIT_TYPE_WEB_VIEW, "settings", settings, "related-view", anchor_->view, nullptr)));
   g_object_unref(settings);
@@ -455,7 +462,12 @@ WebKitWebEngine::WebKitWebEngine(std::weak_ptr<WebEngineClient> client,
 }
 
 GtkWidget* WebKitWebEngine::createSharedProcessWebView() {
-  return webkit_web_view_new_with_related_view(ProcessAnchor::shared()->view);
+  WebKitSettings* settings = webkit_settings_new();
+  paintsWhole(settings);
+  auto* page = GTK_WIDGET(g_object_new(WEBKIT_TYPE_WEB_VIEW, "settings", settings, "related-view",
+                                       ProcessAnchor::shared()->view, nullptr));
+  g_object_unref(settings);
+  return page;
 }
 
 WebKitWebEngine::~WebKitWebEngine() {

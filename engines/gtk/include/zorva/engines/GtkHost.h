@@ -73,10 +73,21 @@ class ZORVA_ENGINE_EXPORT Host {
   /// Shown at once; closing it hides it.
   static std::unique_ptr<Host> createWindow(std::shared_ptr<platform::Window> window,
                                             const std::string& title, HostOptions options = {});
-  /// Shows `window` in `container`, a widget of the app's: as an overlay when the container is a
-  /// `GtkOverlay` (over the app's content, which keeps every click the tree does not take),
-  /// otherwise as its child. A `GtkOverlay` lays its overlays over its main child's allocation:
-  /// give the main child no margin if the tree is to cover the whole overlay.
+  /// Shows `window` in `container`, a widget of the app's, one of two ways:
+  ///
+  /// - **Overlay**, when the container is a `GtkOverlay`: the tree lies over the app's content
+  ///   (which keeps every click the tree does not take) and the platform window is the overlay's
+  ///   main child's allocation; banners go where their frames or constraints put them, presented
+  ///   controllers cover that allocation. Give the main child no margin if the tree is to cover
+  ///   the whole overlay.
+  /// - **Slot**, in any other container (a `GtkBox`, a `GtkGrid`): the host's widget is a child
+  ///   that asks for the size of what the root view holds (a banner at (0, 0): the ad's size),
+  ///   and expands only if the app sets `gtk_widget_set_hexpand` / `vexpand` on `widget()`. The
+  ///   root view is the slot; the platform window is the whole content of the top-level window
+  ///   the slot is in, so a controller presented from the slot (interstitial, browser, store
+  ///   sheet) covers all of it, as it would on a phone.
+  ///
+  /// Either way, nothing the app's widgets draw below shows over what the tree draws.
   static std::unique_ptr<Host> attach(std::shared_ptr<platform::Window> window,
                                       GtkContainer* container, HostOptions options = {});
   /// The same in a new key window with a plain root controller (`rootViewController`), for an

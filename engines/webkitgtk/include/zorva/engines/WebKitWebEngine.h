@@ -51,7 +51,8 @@ class ZORVA_ENGINE_EXPORT WebKitWebEngine : public WebEngine,
   static std::shared_ptr<WebKitWebEngine> create(std::weak_ptr<WebEngineClient> client,
                                                  const WebViewConfiguration& configuration);
   /// A new WebKit web view (a floating reference) in the web process the engines' pages share,
-  /// with WebKit's default settings: for a page a host shows itself, such as a browser's.
+  /// drawn as theirs are (without accelerated compositing) and otherwise with WebKit's default
+  /// settings: for a page a host shows itself, such as a browser's.
   static GtkWidget* createSharedProcessWebView();
   ~WebKitWebEngine() override;
   WebKitWebEngine(const WebKitWebEngine&) = delete;

@@ -159,22 +159,30 @@ TEST_F(GObjectFaceTest, BannerShowsAtItsSizeAtTheBottomOfABoxAndIsLoadedOnce) {
 }
 
 // Every failure is a ZORVA_ERROR, on GTK's thread (a transport failure included), the
-// original error in the message.
+// original error in the message. The SDK's settings are the default ZorvaSdk's properties: the
+// app conventions make an answer without a bid a failure, each convention they move notified.
 TEST_F(GObjectFaceTest, FailuresCarryAZorvaError) {
   struct Case {
     const char* adUnit;
     const char* serverUrl;
     int code;
     const char* inMessage;
+    bool conventions = false;
   };
   const Case cases[] = {
       {"banner", kUnreachable, ZORVA_ERROR_NETWORK, "libcurl 7"},
       {"broken", nullptr, ZORVA_ERROR_JSON, "nlohmann::json"},
       {nullptr, nullptr, ZORVA_ERROR_INVALID_REQUEST, "ad unit id"},
+      {"nofill", nullptr, ZORVA_ERROR_NO_ADS, "no fill", true},
   };
+  GObject* sdk = G_OBJECT(zorva_sdk_get_default());
+  int moved = 0;
+  g_signal_connect_swapped(sdk, "notify::no-fill-as-failure",
+                           G_CALLBACK(+[](int* count) { ++*count; }), &moved);
   for (const Format* format : {&kBanner, &kInterstitial}) {
     for (const auto& c : cases) {
       SCOPED_TRACE(std::string(format->name) + " " + (c.adUnit ? c.adUnit : "no ad unit"));
+      g_object_set(sdk, "app-conventions", c.conventions, nullptr);
       gpointer ad = make(*format, c.adUnit, c.serverUrl);
       Heard heard;
       heard.listen(ad);
@@ -187,6 +195,9 @@ TEST_F(GObjectFaceTest, FailuresCarryAZorvaError) {
       EXPECT_EQ(heard.loaded, 0);
     }
   }
+  g_object_set(sdk, "app-conventions", FALSE, nullptr);
+  g_signal_handlers_disconnect_by_data(sdk, &moved);
+  EXPECT_EQ(moved, 4);  // on and off for each format
 }
 
 // An ad object disposed while its answer is on the way hears nothing of it, its memory

@@ -284,4 +284,29 @@ ZORVA_API gboolean zorva_interstitial_show(ZorvaInterstitial* self, GtkWindow* p
  */
 ZORVA_API ZorvaAdState zorva_interstitial_get_state(ZorvaInterstitial* self);
 
+/**
+ * ZorvaSdk:
+ *
+ * The SDK's settings for the whole process, as properties of one object
+ * (zorva_sdk_get_default()). Each boolean property is the opt-in setting of the same name of the
+ * SDK (off by default; see docs/settings.md): `app-conventions` (turning it on or off moves every
+ * convention with it, each notified), `callbacks-on-main-queue`, `no-fill-as-failure`,
+ * `interstitial-close-dismisses`, `invalid-request-as-failure`, `http-status-as-failure`,
+ * `percent-encode-query`, `open-rtb-headers`, `desktop-profile-by-default`,
+ * `banner-removes-earlier-ads`, `video-load-bounded`, `log-missed-callbacks`, `vast-cdata-text`,
+ * `tracking-transport`, `send-regulations`, `test-mode`, `coppa`, `gdpr`. The string properties
+ * (%NULL when unset) are `app-domain`, `app-categories`, `app-keywords`, `user-keywords`,
+ * `gdpr-consent`, `us-privacy`, `gpp` and `tracking-queue-path`; `log-level` (0 to 5, 1 by
+ * default) and `vast-fetch-budget` (0: none) are numbers. Every load reads them afresh.
+ */
+#define ZORVA_TYPE_SDK (zorva_sdk_get_type())
+ZORVA_API G_DECLARE_FINAL_TYPE(ZorvaSdk, zorva_sdk, ZORVA, SDK, GObject)
+
+/**
+ * zorva_sdk_get_default:
+ *
+ * Returns: (transfer none): the settings object of the process
+ */
+ZORVA_API ZorvaSdk* zorva_sdk_get_default(void);
+
 G_END_DECLS

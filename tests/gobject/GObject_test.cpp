@@ -26,7 +26,7 @@ constexpr const char* kUnreachable = "http://127.0.0.1:1/zorva/servad";
 
 // What an ad object told, counted per signal; the last failure kept.
 struct Heard {
-  int loaded = 0, failed = 0, dismissed = 0, states = 0;
+  int loaded = 0, failed = 0, presented = 0, dismissed = 0, states = 0;
   GQuark domain = 0;
   int code = -1;
   std::string message;
@@ -43,6 +43,8 @@ struct Heard {
                              }),
                              this);
     if (ZORVA_IS_INTERSTITIAL(object)) {
+      g_signal_connect_swapped(object, "will-present",
+                               G_CALLBACK(+[](Heard* h) { ++h->presented; }), this);
       g_signal_connect_swapped(object, "dismissed", G_CALLBACK(+[](Heard* h) { ++h->dismissed; }),
                                this);
     }
@@ -243,6 +245,7 @@ TEST_F(GObjectFaceTest, InterstitialCoversTheWindowAndTellsWhenItLeaves) {
   }));
   picture.writePng("gobject-interstitial.png");
   EXPECT_EQ(zorva_interstitial_get_state(ZORVA_INTERSTITIAL(ad)), ZORVA_AD_STATE_SHOWN);
+  EXPECT_EQ(heard.presented, 1);
   EXPECT_EQ(heard.dismissed, 0);
 
   screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(window)), XK_Escape);

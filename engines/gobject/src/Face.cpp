@@ -67,7 +67,6 @@ Relay::~Relay() { g_weak_ref_clear(&object_); }
 
 void Relay::send(std::function<void(gpointer object)> emit) {
   auto run = [self = shared_from_this(), emit = std::move(emit)] {
-    if (self->closed_) return;
     gpointer object = g_weak_ref_get(&self->object_);
     if (!object) return;
     emit(object);

@@ -24,9 +24,10 @@ GError* toGError(const platform::Error& error);
 /// The SDK's state numbers (0 to 3) of a banner or an interstitial.
 ZorvaAdState toAdState(long state, bool interstitial);
 
-/// Where an ad object's delegate sends what it hears. The object is held weakly and the relay is
-/// closed when the object is disposed, so a callback that arrives later (a failure posted from
-/// the network thread, say) emits nothing. Callbacks from another thread hop to the main queue.
+/// Where an ad object's delegate sends what it hears. The object is held by a GWeakRef, which
+/// GObject clears when the object is disposed, so a callback that arrives later (a failure posted
+/// from the network thread, say) emits nothing. Callbacks from another thread hop to the main
+/// queue.
 class Relay : public std::enable_shared_from_this<Relay> {
  public:
   explicit Relay(gpointer object);
@@ -34,14 +35,11 @@ class Relay : public std::enable_shared_from_this<Relay> {
   Relay(const Relay&) = delete;
   Relay& operator=(const Relay&) = delete;
 
-  /// Runs `emit` with the object on the main thread, unless the relay is closed by then.
+  /// Runs `emit` with the object on the main thread, unless it has been disposed by then.
   void send(std::function<void(gpointer object)> emit);
-  /// Main thread: nothing is sent from now on.
-  void close() { closed_ = true; }
 
  private:
   GWeakRef object_;
-  bool closed_ = false;
 };
 
 /// The property ids every ad object has, in the order its class installs them first.

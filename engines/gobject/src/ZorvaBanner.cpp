@@ -116,7 +116,6 @@ static void zorva_banner_constructed(GObject* object) {
 
 static void zorva_banner_dispose(GObject* object) {
   auto& s = *ZORVA_BANNER(object)->state;
-  s.relay->close();
   // The banner first: its release stops the load in flight, then the tree leaves the screen.
   if (s.banner) s.banner->removeFromSuperview();
   s.banner.reset();

@@ -148,7 +148,6 @@ static void zorva_interstitial_init(ZorvaInterstitial* self) {
 
 static void zorva_interstitial_dispose(GObject* object) {
   auto& s = *ZORVA_INTERSTITIAL(object)->state;
-  s.relay->close();
   s.ad.reset();
   s.hide();
   G_OBJECT_CLASS(zorva_interstitial_parent_class)->dispose(object);

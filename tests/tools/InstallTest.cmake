@@ -5,7 +5,8 @@
 # Run by ctest: cmake -DBUILD_DIR=... -DEXAMPLE_DIR=... -DWORK_DIR=... -P InstallTest.cmake
 # Optional, space-separated: -DPKG_MODULES=... (default "zorva"), -DLAUNCHER=... (a program the
 # example runs under, as "xvfb-run -a"), -DARGS=... (after the bid URL); -DSTATUS=... the exit
-# status expected (default 1).
+# status expected (default 1); -DSCRIPT=... a script run the same way against the installed
+# introspection data (its interpreter first, as "python3 banner.py").
 cmake_minimum_required(VERSION 3.25)
 foreach(variable BUILD_DIR EXAMPLE_DIR WORK_DIR GENERATOR CXX_COMPILER)
   if(NOT DEFINED ${variable})
@@ -40,7 +41,12 @@ function(expect_refused program)
     message(FATAL_ERROR "${program}: exit ${status}, expected ${STATUS} and "
                         "\"banner: no ad (...)\"\n${out}\n${err}")
   endif()
-  # Every library of the SDK it loads is an installed one, not the build tree's.
+  # Every library of the SDK it loads is an installed one, not the build tree's (a script's
+  # interpreter loads them later).
+  list(LENGTH program words)
+  if(words GREATER 1)
+    return()
+  endif()
   execute_process(COMMAND ldd ${program} OUTPUT_VARIABLE libraries)
   string(REGEX MATCHALL "libzorva[^ ]*\\.so[^ ]* => [^ ]*" loaded "${libraries}")
   if(NOT loaded MATCHES "libzorva.so")
@@ -182,6 +188,20 @@ if(status EQUAL 0 OR NOT err MATCHES "need C\\+\\+20 or later")
 endif()
 
 pkg_flags(flags zorva ${PKG_MODULES})
-run(${CXX_COMPILER} -std=c++2b ${extra} ${EXAMPLE_DIR}/main.cpp ${flags} -Wl,-rpath,${libdir}
+# A C example (main.c) compiles as C++ too.
+file(GLOB main ${EXAMPLE_DIR}/main.c ${EXAMPLE_DIR}/main.cpp)
+run(${CXX_COMPILER} -std=c++2b ${extra} ${main} ${flags} -Wl,-rpath,${libdir}
     -o ${WORK_DIR}/${example}-pkg-config)
 expect_refused(${WORK_DIR}/${example}-pkg-config)
+# 3. A script in another language, through the installed introspection data.
+if(SCRIPT)
+  file(GLOB_RECURSE typelib ${prefix}/*/girepository-1.0/Zorva-1.0.typelib)
+  if(NOT typelib OR NOT EXISTS ${prefix}/share/gir-1.0/Zorva-1.0.gir)
+    message(FATAL_ERROR "the install lacks Zorva-1.0.gir or Zorva-1.0.typelib")
+  endif()
+  get_filename_component(typelib_dir ${typelib} DIRECTORY)
+  set(ENV{GI_TYPELIB_PATH} ${typelib_dir})
+  set(ENV{LD_LIBRARY_PATH} ${libdir})
+  separate_arguments(SCRIPT UNIX_COMMAND "${SCRIPT}")
+  expect_refused("${SCRIPT}")
+endif()

@@ -85,8 +85,8 @@ if(NOT status EQUAL 0 OR NOT symbols MATCHES "zorva::ZVBannerView::loadAd\\(\\)"
 endif()
 
 # So does each engine library: its exported symbols belong to the classes and functions its
-# installed headers mark ZORVA_ENGINE_EXPORT (or to the platform's types in their signatures), and
-# none to a nested part marked ZORVA_ENGINE_HIDDEN.
+# installed headers mark ZORVA_ENGINE_EXPORT (or to the platform's types in their signatures) or
+# are C functions the headers name, and none to a nested part marked ZORVA_ENGINE_HIDDEN.
 file(GLOB_RECURSE headers ${prefix}/include/zorva/*.h)
 set(public "")
 set(hidden "")
@@ -98,6 +98,8 @@ foreach(header ${headers})
     string(REGEX REPLACE "^.*[ ]([A-Za-z_]+)\\(?$" "\\1" name "${name}")
     list(APPEND public ${name})
   endforeach()
+  string(REGEX MATCHALL "zorva_[a-z0-9_]+" c_functions "${text}")
+  list(APPEND public ${c_functions})
   string(REGEX MATCHALL "ZORVA_ENGINE_HIDDEN [A-Za-z_]+" nested "${text}")
   list(TRANSFORM nested REPLACE "^ZORVA_ENGINE_HIDDEN " "")
   list(APPEND hidden ${nested})
@@ -107,13 +109,13 @@ file(GLOB_RECURSE engine_libraries ${prefix}/*/libzorva_*.so)
 list(FILTER engine_libraries EXCLUDE REGEX "libzorva_platform\\.so$")
 foreach(library ${engine_libraries})
   execute_process(COMMAND nm -DC --defined-only ${library} OUTPUT_VARIABLE symbols)
-  string(REGEX MATCHALL "zorva::[a-z]+::[A-Za-z_]+|zorva_[a-z_]+|::(${hidden})::[A-Za-z_~]+"
+  string(REGEX MATCHALL "zorva::[a-z]+::[A-Za-z_]+|zorva_[a-z0-9_]+|::(${hidden})::[A-Za-z_~]+"
          names "${symbols}")
   list(REMOVE_DUPLICATES names)
   set(stray "")
   foreach(name ${names})
     string(REGEX REPLACE "^zorva::[a-z]+::" "" short "${name}")
-    if(NOT short IN_LIST public OR name MATCHES "^(zorva_|::)")
+    if(NOT short IN_LIST public OR name MATCHES "^::")
       list(APPEND stray ${name})
     endif()
   endforeach()

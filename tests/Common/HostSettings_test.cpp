@@ -9,11 +9,13 @@
 #include <zorva/ZorvaSDK.h>
 #include <zorva/platform/Button.h>
 #include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/HeadlessMediaEngine.h>
 
 #include "support/AdFormatTesting.h"
 #include "support/AdLoaderTesting.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
 
 namespace zorva {
 namespace {
@@ -260,6 +262,99 @@ TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
       ZorvaSDK::shared()->setAppConventions(on);
       check(on);
     }
+  }
+}
+
+// A video load that stalls in its wrapper chain or its media fails once, as a time-out, when
+// bounded, and the ad object loads again; what the timed-out load reports later (its wrapper's
+// server going away, its media becoming ready while the next load runs) reaches no one. A load
+// that ends in time, an unbounded one and one whose ad object is gone hear nothing more.
+TEST_F(HostSettingsTest, AStalledVideoLoadTimesOutOnceWhenBounded) {
+  using platform::HeadlessMediaEngine;
+  enum class Stall { None, Wrapper, Media };
+  struct Case {
+    const char* name;
+    Stall stall;
+    bool interstitial;
+    double timeout;
+    bool bounded = true, released = false;
+  };
+  for (const auto& c : {Case{"LoadedInTime", Stall::None, true, 20},
+                        Case{"WrapperNeverAnswers", Stall::Wrapper, false, 5},
+                        Case{"MediaNeverReady", Stall::Media, true, 20},
+                        Case{"Unbounded", Stall::Media, false, 20, false},
+                        Case{"ReleasedWhileStalled", Stall::Media, false, 20, true, true}}) {
+    SCOPED_TRACE(c.name);
+    test::resetProcessState();
+    recorder_.clear();
+    test::useVirtualClock();
+    ZorvaSDK::shared()->setVideoLoadBounded(c.bounded);
+    if (c.timeout != ZorvaSDK::kVideoLoadTimeout)
+      ZorvaSDK::shared()->setVideoLoadTimeout(c.timeout);
+    auto handler = test::ObservingNetworkHandler::install();
+    std::vector<std::weak_ptr<HeadlessMediaEngine>> engines;
+    platform::MediaEngine::setFactory([&](std::weak_ptr<platform::MediaEngineClient> client) {
+      auto engine = HeadlessMediaEngine::create(std::move(client));
+      engines.push_back(engine);
+      return engine;
+    });
+    HeadlessMediaEngine::setAutomaticByDefault(c.stall != Stall::Media);
+    auto wrapperServer = std::make_unique<test::LoopbackServer>();
+    wrapperServer->respond("/w", {.body = test::linearVast(), .holdAfterBytes = 0});
+    server_.respond(
+        test::kServadPath,
+        {.body = test::bidWithMarkup(c.stall != Stall::Wrapper
+                                         ? test::linearVast()
+                                         : R"(<VAST version="3.0"><Ad><Wrapper><VASTAdTagURI>)" +
+                                               wrapperServer->url("/w") +
+                                               "</VASTAdTagURI></Wrapper></Ad></VAST>")});
+    auto interstitial = ZVInterstitialAd::create(test::requestFor(server_));
+    interstitial->setSwitchToVideo(true);
+    interstitial->setDelegate(interstitialDelegate_);
+    auto video = ZVInBannerVideo::create(test::requestFor(server_), ZVAdSize{320, 180});
+    video->setDelegate(videoDelegate_);
+    const auto load = [&] { c.interstitial ? interstitial->loadAd() : video->loadAd(); };
+    const auto state = [&] { return c.interstitial ? interstitial->state() : video->state(); };
+
+    load();
+    ASSERT_TRUE(test::runMainQueueUntil([&] {
+      return c.stall == Stall::Wrapper ? !wrapperServer->requests().empty()
+             : c.stall == Stall::Media ? !engines.empty()
+                                       : recorder_.count("receive") == 1;
+    }));
+    if (c.released) video.reset();
+    auto& queue = platform::MainQueue::shared();
+    queue.advanceBy(platform::seconds(c.timeout) - std::chrono::milliseconds(1));
+    EXPECT_EQ(recorder_.count("fail"), 0u);
+    queue.advanceBy(std::chrono::milliseconds(1));
+    if (c.stall == Stall::None || !c.bounded || c.released) {
+      EXPECT_EQ(recorder_.names(), std::vector<std::string>(c.stall == Stall::None, "receive"));
+      if (!c.bounded) {
+        EXPECT_EQ(state(), 1);
+      }
+      continue;
+    }
+    ASSERT_EQ(recorder_.names(), std::vector<std::string>{"fail"});
+    EXPECT_EQ(classifyError(*recorder_.heard().back().error), ZVErrorKind::Timeout);
+    EXPECT_EQ(state(), 0);
+
+    if (c.stall == Stall::Wrapper) {
+      wrapperServer.reset();  // the chain now fails (303), after its load timed out
+      ASSERT_TRUE(handler->waitForCompletedFetches(2, std::chrono::seconds(10)));
+      queue.runUntilIdle();
+    }
+    HeadlessMediaEngine::setAutomaticByDefault(true);
+    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::linearVast())});
+    load();
+    if (c.stall == Stall::Media) {  // the timed-out load's media, still held by its player
+      auto stalled = engines.front().lock();
+      ASSERT_TRUE(stalled);
+      stalled->setDuration(15);
+      stalled->setLoadedTimeRanges({platform::TimeRange::fromSeconds(0, 15)});
+    }
+    ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") > 0; }));
+    queue.runUntilIdle();
+    EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"fail", "receive"}));
   }
 }
 

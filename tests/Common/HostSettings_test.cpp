@@ -265,32 +265,38 @@ TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
   }
 }
 
-// A video load that stalls in its wrapper chain or its media fails once, as a time-out, when
-// bounded, and the ad object loads again; what the timed-out load reports later (its wrapper's
-// server going away, its media becoming ready while the next load runs) reaches no one. A load
-// that ends in time, an unbounded one and one whose ad object is gone hear nothing more.
+// A video load that stalls in its bid, its wrapper chain or its media fails once, as a time-out,
+// when bounded, and the ad object loads again; what the timed-out load reports later (its stalled
+// server going away, its media becoming ready, before or while the next load runs) reaches no
+// one. A load that ends in time, an unbounded one and one whose ad object is gone hear no more.
 TEST_F(HostSettingsTest, AStalledVideoLoadTimesOutOnceWhenBounded) {
   using platform::HeadlessMediaEngine;
-  enum class Stall { None, Wrapper, Media };
+  enum class Stall { None, Bid, Wrapper, Media };
+  enum class Then { Nothing, Release, LateThenReload, ReloadThenLate };
   struct Case {
     const char* name;
+    bool bounded;
     Stall stall;
     bool interstitial;
     double timeout;
-    bool bounded = true, released = false;
+    Then then;
   };
-  for (const auto& c : {Case{"LoadedInTime", Stall::None, true, 20},
-                        Case{"WrapperNeverAnswers", Stall::Wrapper, false, 5},
-                        Case{"MediaNeverReady", Stall::Media, true, 20},
-                        Case{"Unbounded", Stall::Media, false, 20, false},
-                        Case{"ReleasedWhileStalled", Stall::Media, false, 20, true, true}}) {
+  for (const auto& c :
+       {Case{"LoadedInTime", true, Stall::None, true, 20, Then::Nothing},
+        Case{"BidNeverAnswers", true, Stall::Bid, true, 20, Then::ReloadThenLate},
+        Case{"WrapperNeverAnswers", true, Stall::Wrapper, false, 5, Then::LateThenReload},
+        Case{"MediaReadyDuringTheNextLoad", true, Stall::Media, true, 20, Then::ReloadThenLate},
+        Case{"MediaReadyBeforeTheNextLoad", true, Stall::Media, false, 20, Then::LateThenReload},
+        Case{"Unbounded", false, Stall::Media, false, 20, Then::Nothing},
+        Case{"ReleasedWhileStalled", true, Stall::Media, false, 20, Then::Release}}) {
     SCOPED_TRACE(c.name);
     test::resetProcessState();
     recorder_.clear();
     test::useVirtualClock();
     ZorvaSDK::shared()->setVideoLoadBounded(c.bounded);
-    if (c.timeout != ZorvaSDK::kVideoLoadTimeout)
+    if (c.timeout != ZorvaSDK::kVideoLoadTimeout) {
       ZorvaSDK::shared()->setVideoLoadTimeout(c.timeout);
+    }
     auto handler = test::ObservingNetworkHandler::install();
     std::vector<std::weak_ptr<HeadlessMediaEngine>> engines;
     platform::MediaEngine::setFactory([&](std::weak_ptr<platform::MediaEngineClient> client) {
@@ -299,35 +305,52 @@ TEST_F(HostSettingsTest, AStalledVideoLoadTimesOutOnceWhenBounded) {
       return engine;
     });
     HeadlessMediaEngine::setAutomaticByDefault(c.stall != Stall::Media);
-    auto wrapperServer = std::make_unique<test::LoopbackServer>();
-    wrapperServer->respond("/w", {.body = test::linearVast(), .holdAfterBytes = 0});
+    auto stallServer = std::make_unique<test::LoopbackServer>();
+    stallServer->respond("/w", {.body = test::linearVast(), .holdAfterBytes = 0});
+    stallServer->respond(test::kServadPath, {.body = "{}", .holdAfterBytes = 0});
+    auto request = test::requestFor(c.stall == Stall::Bid ? *stallServer : server_);
     server_.respond(
         test::kServadPath,
         {.body = test::bidWithMarkup(c.stall != Stall::Wrapper
                                          ? test::linearVast()
                                          : R"(<VAST version="3.0"><Ad><Wrapper><VASTAdTagURI>)" +
-                                               wrapperServer->url("/w") +
+                                               stallServer->url("/w") +
                                                "</VASTAdTagURI></Wrapper></Ad></VAST>")});
-    auto interstitial = ZVInterstitialAd::create(test::requestFor(server_));
+    auto interstitial = ZVInterstitialAd::create(request);
     interstitial->setSwitchToVideo(true);
     interstitial->setDelegate(interstitialDelegate_);
-    auto video = ZVInBannerVideo::create(test::requestFor(server_), ZVAdSize{320, 180});
+    auto video = ZVInBannerVideo::create(request, ZVAdSize{320, 180});
     video->setDelegate(videoDelegate_);
     const auto load = [&] { c.interstitial ? interstitial->loadAd() : video->loadAd(); };
     const auto state = [&] { return c.interstitial ? interstitial->state() : video->state(); };
+    // What the timed-out load reports late, heard at once if at all (the main queue is not run):
+    // its bid or chain (303) fails on the network thread, or its media becomes ready.
+    const auto late = [&] {
+      if (c.stall != Stall::Media) {
+        stallServer.reset();
+        ASSERT_TRUE(handler->waitForCompletedFetches(2, std::chrono::seconds(10)));
+      } else {
+        auto stalled = engines.front().lock();  // still held by the timed-out load's player
+        ASSERT_TRUE(stalled);
+        stalled->setDuration(15);
+        stalled->becomeReady();
+        stalled->setLoadedTimeRanges({platform::TimeRange::fromSeconds(0, 15)});
+      }
+      EXPECT_EQ(recorder_.names(), std::vector<std::string>{"fail"});
+    };
 
     load();
     ASSERT_TRUE(test::runMainQueueUntil([&] {
-      return c.stall == Stall::Wrapper ? !wrapperServer->requests().empty()
+      return c.stall == Stall::None    ? recorder_.count("receive") == 1
              : c.stall == Stall::Media ? !engines.empty()
-                                       : recorder_.count("receive") == 1;
+                                       : !stallServer->requests().empty();
     }));
-    if (c.released) video.reset();
+    if (c.then == Then::Release) video.reset();
     auto& queue = platform::MainQueue::shared();
     queue.advanceBy(platform::seconds(c.timeout) - std::chrono::milliseconds(1));
     EXPECT_EQ(recorder_.count("fail"), 0u);
     queue.advanceBy(std::chrono::milliseconds(1));
-    if (c.stall == Stall::None || !c.bounded || c.released) {
+    if (c.then == Then::Nothing || c.then == Then::Release) {
       EXPECT_EQ(recorder_.names(), std::vector<std::string>(c.stall == Stall::None, "receive"));
       if (!c.bounded) {
         EXPECT_EQ(state(), 1);
@@ -338,20 +361,12 @@ TEST_F(HostSettingsTest, AStalledVideoLoadTimesOutOnceWhenBounded) {
     EXPECT_EQ(classifyError(*recorder_.heard().back().error), ZVErrorKind::Timeout);
     EXPECT_EQ(state(), 0);
 
-    if (c.stall == Stall::Wrapper) {
-      wrapperServer.reset();  // the chain now fails (303), after its load timed out
-      ASSERT_TRUE(handler->waitForCompletedFetches(2, std::chrono::seconds(10)));
-      queue.runUntilIdle();
-    }
+    if (c.then == Then::LateThenReload) late();
     HeadlessMediaEngine::setAutomaticByDefault(true);
     server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::linearVast())});
+    request->serverUrl = server_.url(test::kServadPath);
     load();
-    if (c.stall == Stall::Media) {  // the timed-out load's media, still held by its player
-      auto stalled = engines.front().lock();
-      ASSERT_TRUE(stalled);
-      stalled->setDuration(15);
-      stalled->setLoadedTimeRanges({platform::TimeRange::fromSeconds(0, 15)});
-    }
+    if (c.then == Then::ReloadThenLate) late();
     ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") > 0; }));
     queue.runUntilIdle();
     EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"fail", "receive"}));

@@ -31,6 +31,9 @@ enum class ZVErrorCode : std::int64_t {
   HTTPStatus = 6,
   /// The ad request lacks its publisher or ad unit id (`ZorvaSDK::invalidRequestAsFailure`).
   InvalidRequest = 7,
+  /// A video load (bid, VAST wrapper chain, media) did not end within
+  /// `ZorvaSDK::videoLoadTimeout` (`ZorvaSDK::videoLoadBounded`).
+  VideoLoadTimeout = 8,
 };
 
 /// What went wrong, as an app decides what to do next.
@@ -39,7 +42,8 @@ enum class ZVErrorKind {
   NoFill,
   /// The server could not be reached: retry when the network is back.
   Network,
-  /// A transfer (`netoworkTimeout`), the VAST wrapper chain or a media file took too long.
+  /// A transfer (`netoworkTimeout`), the VAST wrapper chain, a media file or a whole video load
+  /// took too long.
   Timeout,
   /// The server answered something the SDK cannot read (JSON, bid, VAST, XML).
   BadAnswer,

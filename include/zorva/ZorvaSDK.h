@@ -129,10 +129,20 @@ class ZORVA_EXPORT ZorvaSDK {
   bool bannerRemovesEarlierAds() const;
   void setBannerRemovesEarlierAds(bool value);
   /// Off by default. On: a VAST answer holding no ad (or a document that is not VAST) fails the
-  /// load as no fill. Off, such an answer leaves the load waiting for ever and the ad object not
-  /// loadable.
+  /// load as no fill, and a video load (in-banner video, interstitial with `switchToVideo`) that
+  /// has not ended `videoLoadTimeout` seconds after `loadAd` (bid, wrapper chain and media
+  /// together) fails with `ZVErrorCode::VideoLoadTimeout`, once; what that load reports later
+  /// reaches no one, and the ad object loads again. Off, such loads may wait for ever and leave
+  /// the ad object not loadable.
   bool videoLoadBounded() const;
   void setVideoLoadBounded(bool value);
+  /// The bound of a video load, in seconds; `kVideoLoadTimeout` unless set. Taken when a load
+  /// starts.
+  double videoLoadTimeout() const;
+  void setVideoLoadTimeout(double seconds);
+  /// The bid's default `netoworkTimeout` (10 s), and as long again for the wrapper chain and the
+  /// media to become ready.
+  static constexpr double kVideoLoadTimeout = 20;
   /// Off by default. On: a refused `loadAd` ("Ad Not in loadable state") and a callback that
   /// finds the app's delegate already released are logged at level 1 (errors), so the default
   /// level shows them. Off, the refusal is a level-2 warning and the lost callback is not logged.
@@ -203,6 +213,7 @@ class ZORVA_EXPORT ZorvaSDK {
   bool desktopProfileByDefault_ = false;
   bool bannerRemovesEarlierAds_ = false;
   bool videoLoadBounded_ = false;
+  double videoLoadTimeout_ = kVideoLoadTimeout;
   bool logMissedCallbacks_ = false;
 
   bool trackingTransport_ = false;

@@ -1,5 +1,7 @@
 #include "Banner/ZVInBannerVideoImpl.h"
 
+#include <zorva/ZorvaSDK.h>
+
 #include "Common/ZVLog.h"
 #include "Common/ZVMissedCallback.h"
 #include "Common/ZVRTBRequestBuilder.h"
@@ -71,6 +73,7 @@ std::shared_ptr<ZVAdPlaying> ZVInBannerVideo::Impl::player() const {
 void ZVInBannerVideo::Impl::loadAd() {
   long idle = 0;
   if (state_.compare_exchange_strong(idle, 1)) {
+    boundLoad();
     intarnalLoadAd();
     return;
   }
@@ -78,6 +81,46 @@ void ZVInBannerVideo::Impl::loadAd() {
 }
 
 void ZVInBannerVideo::Impl::intarnalLoadAd() { adLoader()->load(); }
+
+void ZVInBannerVideo::Impl::boundLoad() {
+  auto settings = ZorvaSDK::shared();
+  std::shared_ptr<ZVBoundedVideoLoad> bound;
+  if (settings->videoLoadBounded()) {
+    bound =
+        ZVBoundedVideoLoad::start(weak_from_this(), weak_from_this(), settings->videoLoadTimeout(),
+                                  [weakSelf = weak_from_this()](const Error& error) {
+                                    if (auto self = weakSelf.lock()) self->loadTimedOut(error);
+                                  });
+  }
+  auto loader = adLoader();
+  std::shared_ptr<ZVBoundedVideoLoad> previous;
+  {
+    std::lock_guard lock(mutex_);
+    previous = std::exchange(boundedLoad_, bound);
+  }
+  if (previous) previous->end();
+  if (bound) {
+    loader->setDelegate(bound);
+  } else if (previous) {
+    loader->setDelegate(weak_from_this());
+  }
+}
+
+std::weak_ptr<ZVAdPlayerDelegate> ZVInBannerVideo::Impl::playerDelegate() {
+  std::lock_guard lock(mutex_);
+  if (boundedLoad_) return boundedLoad_;
+  return weak_from_this();
+}
+
+void ZVInBannerVideo::Impl::loadTimedOut(const Error& error) {
+  std::shared_ptr<ZVAdLoader> loader;
+  {
+    std::lock_guard lock(mutex_);
+    loader = std::move(adLoader_);
+  }
+  loader.reset();
+  didFailToReceivedAd(error);
+}
 
 void ZVInBannerVideo::Impl::playAd() {
   auto video = owner_.lock();
@@ -108,13 +151,14 @@ void ZVInBannerVideo::Impl::didReceiveAd(std::shared_ptr<ZorvaAd> ad) {
   config->isExpectingVideoAd = true;
   auto builder = ZVPlayerBuilder::create();
   builder->setConfig(config);
-  auto player = builder->build(shared_from_this());
+  const auto delegate = playerDelegate();
+  auto player = builder->build(delegate);
   std::shared_ptr<ZVAdPlaying> replaced;
   {
     std::lock_guard lock(mutex_);
     replaced = std::exchange(player_, player);
   }
-  player->setDelegate(weak_from_this());
+  player->setDelegate(delegate);
   player->play();
 }
 
@@ -162,11 +206,14 @@ void ZVInBannerVideo::Impl::playerDidFailWithError(const Error& error) {
 void ZVInBannerVideo::Impl::teardown() {
   std::shared_ptr<ZVAdLoader> loader;
   std::shared_ptr<ZVAdPlaying> player;
+  std::shared_ptr<ZVBoundedVideoLoad> bound;
   {
     std::lock_guard lock(mutex_);
     loader = std::move(adLoader_);
     player = std::move(player_);
+    bound = std::move(boundedLoad_);
   }
+  if (bound) bound->end();
   loader.reset();
 }
 

@@ -8,6 +8,7 @@
 
 #include "Common/ZVAdLoader.h"
 #include "Common/ZVAdLoaderDelegate.h"
+#include "Common/ZVBoundedVideoLoad.h"
 #include "Players/ZVAdPlayerDelegate.h"
 #include "Players/ZVAdPlaying.h"
 
@@ -68,6 +69,14 @@ class ZORVA_HIDDEN ZVInBannerVideo::Impl
   void teardown();
   template <typename Call>
   void tellDelegate(Call&& call);
+  /// With `ZorvaSDK::videoLoadBounded`, puts a new bounded load between this and the loader
+  /// (and later the player) of the load starting now; otherwise they report here, as always.
+  void boundLoad();
+  /// Where the current load's player reports.
+  std::weak_ptr<ZVAdPlayerDelegate> playerDelegate();
+  /// Fails the bounded load that timed out; the next load asks a new loader, as the old one's
+  /// answer may still come.
+  void loadTimedOut(const Error& error);
 
   std::weak_ptr<ZVInBannerVideo> owner_;
   const std::shared_ptr<ZVAdRequest> request_;
@@ -79,6 +88,7 @@ class ZORVA_HIDDEN ZVInBannerVideo::Impl
   std::weak_ptr<platform::ViewController> presentationViewController_;
   std::shared_ptr<ZVAdLoader> adLoader_;
   std::shared_ptr<ZVAdPlaying> player_;
+  std::shared_ptr<ZVBoundedVideoLoad> boundedLoad_;
 };
 
 }  // namespace zorva

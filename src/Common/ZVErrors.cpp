@@ -19,6 +19,7 @@ ZVErrorKind classifySdkError(const platform::Error& error) {
       return ZVErrorKind::HTTPStatus;
     case static_cast<std::int64_t>(ZVErrorCode::InvalidRequest):
       return ZVErrorKind::InvalidRequest;
+    case static_cast<std::int64_t>(ZVErrorCode::VideoLoadTimeout):
     case 301:  // the wrapper chain timed out
     case 402:  // the media file timed out
       return ZVErrorKind::Timeout;

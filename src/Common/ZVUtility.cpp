@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <mutex>
 
 #include "Common/ZVViewUtils.h"
@@ -74,6 +75,14 @@ Error ZVUtility::httpStatusError(long status) {
 
 Error ZVUtility::invalidRequestError() {
   return errorWithCode(7, "the ad request's publisherId and adunitId must both be set");
+}
+
+Error ZVUtility::videoLoadTimeoutError(double seconds) {
+  // Written the same whatever the C library's locale says a decimal point is.
+  char number[32];
+  const auto written = std::to_chars(number, number + sizeof number, seconds);
+  return errorWithCode(
+      8, "the video load took longer than " + std::string(number, written.ptr) + " s");
 }
 
 std::string ZVUtility::percentEncoded(const std::string& text) {

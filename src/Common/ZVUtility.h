@@ -39,6 +39,9 @@ class ZVUtility {
   static Error httpStatusError(long status);
   /// The failure of a load whose request lacks its publisher or ad unit id: code 7.
   static Error invalidRequestError();
+  /// The failure of a video load that has not ended `seconds` after it started, with
+  /// `ZorvaSDK::videoLoadBounded` on: code 8.
+  static Error videoLoadTimeoutError(double seconds);
   /// `text` with every byte but RFC 3986's unreserved characters written as %XX.
   static std::string percentEncoded(const std::string& text);
 

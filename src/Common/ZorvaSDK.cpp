@@ -57,6 +57,7 @@ ZORVA_PROPERTY(bool, percentEncodeQuery, setPercentEncodeQuery, percentEncodeQue
 ZORVA_PROPERTY(bool, openRtbHeaders, setOpenRtbHeaders, openRtbHeaders_)
 ZORVA_PROPERTY(bool, bannerRemovesEarlierAds, setBannerRemovesEarlierAds, bannerRemovesEarlierAds_)
 ZORVA_PROPERTY(bool, videoLoadBounded, setVideoLoadBounded, videoLoadBounded_)
+ZORVA_PROPERTY(double, videoLoadTimeout, setVideoLoadTimeout, videoLoadTimeout_)
 ZORVA_PROPERTY(bool, logMissedCallbacks, setLogMissedCallbacks, logMissedCallbacks_)
 
 ZORVA_PROPERTY(std::optional<std::string>, trackingQueuePath, setTrackingQueuePath,

@@ -39,17 +39,20 @@ void ZVInterstitialAd::Impl::setDelegate(std::weak_ptr<ZVInterstitialAdDelegate>
 
 std::shared_ptr<ZVAdLoader> ZVInterstitialAd::Impl::adLoader() {
   std::lock_guard lock(mutex_);
-  if (!adLoader_) {
-    auto config = std::make_shared<ZVAdLoaderConfig>();
-    config->isVideo = switchToVideo();
-    adLoader_ = ZVAdLoader::create(config);
-    auto builder = ZVRTBRequestBuilder::create(request_);
-    builder->setIsVideo(switchToVideo());
-    builder->setIsInterstitial(true);
-    adLoader_->setRequestBuilder(builder);
-    adLoader_->setDelegate(weak_from_this());
-  }
+  if (!adLoader_) adLoader_ = makeLoader(switchToVideo());
   return adLoader_;
+}
+
+std::shared_ptr<ZVAdLoader> ZVInterstitialAd::Impl::makeLoader(bool video) {
+  auto config = std::make_shared<ZVAdLoaderConfig>();
+  config->isVideo = video;
+  auto loader = ZVAdLoader::create(config);
+  auto builder = ZVRTBRequestBuilder::create(request_);
+  builder->setIsVideo(video);
+  builder->setIsInterstitial(true);
+  loader->setRequestBuilder(builder);
+  loader->setDelegate(weak_from_this());
+  return loader;
 }
 
 std::shared_ptr<ZVAdPlaying> ZVInterstitialAd::Impl::player() const {
@@ -67,6 +70,7 @@ void ZVInterstitialAd::Impl::loadAd() {
     ZV_LOG(refusedLoadLogLevel(), "-[ZVInterstitialAd loadAd]", "%s", "Ad Not in loadable state");
     return;
   }
+  boundLoad();
   // The state is set after the load has started, so a failure told
   // synchronously inside the load is overwritten by the 1.
   intarnalLoadAd();
@@ -74,6 +78,46 @@ void ZVInterstitialAd::Impl::loadAd() {
 }
 
 void ZVInterstitialAd::Impl::intarnalLoadAd() { adLoader()->load(); }
+
+void ZVInterstitialAd::Impl::boundLoad() {
+  auto settings = ZorvaSDK::shared();
+  std::shared_ptr<ZVBoundedVideoLoad> bound;
+  if (settings->videoLoadBounded() && switchToVideo()) {
+    bound =
+        ZVBoundedVideoLoad::start(weak_from_this(), weak_from_this(), settings->videoLoadTimeout(),
+                                  [weakSelf = weak_from_this()](const Error& error) {
+                                    if (auto self = weakSelf.lock()) self->loadTimedOut(error);
+                                  });
+  }
+  auto loader = adLoader();
+  std::shared_ptr<ZVBoundedVideoLoad> previous;
+  {
+    std::lock_guard lock(mutex_);
+    previous = std::exchange(boundedLoad_, bound);
+  }
+  if (previous) previous->end();
+  if (bound) {
+    loader->setDelegate(bound);
+  } else if (previous) {
+    loader->setDelegate(weak_from_this());
+  }
+}
+
+std::weak_ptr<ZVAdPlayerDelegate> ZVInterstitialAd::Impl::playerDelegate() {
+  std::lock_guard lock(mutex_);
+  if (boundedLoad_) return boundedLoad_;
+  return weak_from_this();
+}
+
+void ZVInterstitialAd::Impl::loadTimedOut(const Error& error) {
+  std::shared_ptr<ZVAdLoader> old;
+  {
+    std::lock_guard lock(mutex_);
+    old = std::exchange(adLoader_, makeLoader(adLoader_->config()->isVideo));
+  }
+  old.reset();
+  didFailToReceivedAd(error);
+}
 
 void ZVInterstitialAd::Impl::showFromViewController(
     const std::shared_ptr<platform::ViewController>& presenter) {
@@ -132,13 +176,14 @@ void ZVInterstitialAd::Impl::didReceiveAd(std::shared_ptr<ZorvaAd> ad) {
   config->isExpectingVideoAd = switchToVideo();
   auto builder = ZVPlayerBuilder::create();
   builder->setConfig(config);
-  auto player = builder->build(shared_from_this());
+  const auto delegate = playerDelegate();
+  auto player = builder->build(delegate);
   std::shared_ptr<ZVAdPlaying> replaced;
   {
     std::lock_guard lock(mutex_);
     replaced = std::exchange(player_, player);
   }
-  player->setDelegate(weak_from_this());
+  player->setDelegate(delegate);
   // The player loads off screen; showFromViewController puts its view up.
   player->play();
 }
@@ -180,12 +225,15 @@ void ZVInterstitialAd::Impl::teardown() {
   std::shared_ptr<ZVAdLoader> loader;
   std::shared_ptr<ZVAdPlaying> player;
   std::shared_ptr<ZVModalViewController> controller;
+  std::shared_ptr<ZVBoundedVideoLoad> bound;
   {
     std::lock_guard lock(mutex_);
     loader = std::move(adLoader_);
     player = std::move(player_);
     controller = std::move(modalController_);
+    bound = std::move(boundedLoad_);
   }
+  if (bound) bound->end();
   loader.reset();
 }
 

@@ -8,6 +8,7 @@
 
 #include "Common/ZVAdLoader.h"
 #include "Common/ZVAdLoaderDelegate.h"
+#include "Common/ZVBoundedVideoLoad.h"
 #include "Interstitial/ZVModalViewController.h"
 #include "Players/ZVAdPlayerDelegate.h"
 #include "Players/ZVAdPlaying.h"
@@ -71,6 +72,17 @@ class ZORVA_HIDDEN ZVInterstitialAd::Impl
   void teardown();
   template <typename Call>
   void tellDelegate(Call&& call);
+  /// A loader asking for an interstitial, video or not, reporting here.
+  std::shared_ptr<ZVAdLoader> makeLoader(bool video);
+  /// With `ZorvaSDK::videoLoadBounded` and `switchToVideo`, puts a new bounded load between this
+  /// and the loader (and later the player) of the load starting now; otherwise they report here,
+  /// as always.
+  void boundLoad();
+  /// Where the current load's player reports.
+  std::weak_ptr<ZVAdPlayerDelegate> playerDelegate();
+  /// Fails the bounded load that timed out. The loader is replaced by one asking for the same, as
+  /// the old one's answer may still come.
+  void loadTimedOut(const Error& error);
 
   std::weak_ptr<ZVInterstitialAd> owner_;
   const std::shared_ptr<ZVAdRequest> request_;
@@ -82,6 +94,7 @@ class ZORVA_HIDDEN ZVInterstitialAd::Impl
   std::shared_ptr<ZVAdLoader> adLoader_;
   std::shared_ptr<ZVAdPlaying> player_;
   std::shared_ptr<ZVModalViewController> modalController_;
+  std::shared_ptr<ZVBoundedVideoLoad> boundedLoad_;
 };
 
 }  // namespace zorva

@@ -9,11 +9,13 @@
 #include <zorva/ZorvaSDK.h>
 #include <zorva/platform/Button.h>
 #include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/HeadlessMediaEngine.h>
 
 #include "support/AdFormatTesting.h"
 #include "support/AdLoaderTesting.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
 
 namespace zorva {
 namespace {
@@ -260,6 +262,114 @@ TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
       ZorvaSDK::shared()->setAppConventions(on);
       check(on);
     }
+  }
+}
+
+// A video load that stalls in its bid, its wrapper chain or its media fails once, as a time-out,
+// when bounded, and the ad object loads again; what the timed-out load reports later (its stalled
+// server going away, its media becoming ready, before or while the next load runs) reaches no
+// one. A load that ends in time, an unbounded one and one whose ad object is gone hear no more.
+TEST_F(HostSettingsTest, AStalledVideoLoadTimesOutOnceWhenBounded) {
+  using platform::HeadlessMediaEngine;
+  enum class Stall { None, Bid, Wrapper, Media };
+  enum class Then { Nothing, Release, LateThenReload, ReloadThenLate };
+  struct Case {
+    const char* name;
+    bool bounded;
+    Stall stall;
+    bool interstitial;
+    double timeout;
+    Then then;
+  };
+  for (const auto& c :
+       {Case{"LoadedInTime", true, Stall::None, true, 20, Then::Nothing},
+        Case{"BidNeverAnswers", true, Stall::Bid, true, 20, Then::ReloadThenLate},
+        Case{"WrapperNeverAnswers", true, Stall::Wrapper, false, 5, Then::LateThenReload},
+        Case{"MediaReadyDuringTheNextLoad", true, Stall::Media, true, 20, Then::ReloadThenLate},
+        Case{"MediaReadyBeforeTheNextLoad", true, Stall::Media, false, 20, Then::LateThenReload},
+        Case{"Unbounded", false, Stall::Media, false, 20, Then::Nothing},
+        Case{"ReleasedWhileStalled", true, Stall::Media, false, 20, Then::Release}}) {
+    SCOPED_TRACE(c.name);
+    test::resetProcessState();
+    recorder_.clear();
+    test::useVirtualClock();
+    ZorvaSDK::shared()->setVideoLoadBounded(c.bounded);
+    if (c.timeout != ZorvaSDK::kVideoLoadTimeout) {
+      ZorvaSDK::shared()->setVideoLoadTimeout(c.timeout);
+    }
+    auto handler = test::ObservingNetworkHandler::install();
+    std::vector<std::weak_ptr<HeadlessMediaEngine>> engines;
+    platform::MediaEngine::setFactory([&](std::weak_ptr<platform::MediaEngineClient> client) {
+      auto engine = HeadlessMediaEngine::create(std::move(client));
+      engines.push_back(engine);
+      return engine;
+    });
+    HeadlessMediaEngine::setAutomaticByDefault(c.stall != Stall::Media);
+    auto stallServer = std::make_unique<test::LoopbackServer>();
+    stallServer->respond("/w", {.body = test::linearVast(), .holdAfterBytes = 0});
+    stallServer->respond(test::kServadPath, {.body = "{}", .holdAfterBytes = 0});
+    auto request = test::requestFor(c.stall == Stall::Bid ? *stallServer : server_);
+    server_.respond(
+        test::kServadPath,
+        {.body = test::bidWithMarkup(c.stall != Stall::Wrapper
+                                         ? test::linearVast()
+                                         : R"(<VAST version="3.0"><Ad><Wrapper><VASTAdTagURI>)" +
+                                               stallServer->url("/w") +
+                                               "</VASTAdTagURI></Wrapper></Ad></VAST>")});
+    auto interstitial = ZVInterstitialAd::create(request);
+    interstitial->setSwitchToVideo(true);
+    interstitial->setDelegate(interstitialDelegate_);
+    auto video = ZVInBannerVideo::create(request, ZVAdSize{320, 180});
+    video->setDelegate(videoDelegate_);
+    const auto load = [&] { c.interstitial ? interstitial->loadAd() : video->loadAd(); };
+    const auto state = [&] { return c.interstitial ? interstitial->state() : video->state(); };
+    // What the timed-out load reports late, heard at once if at all (the main queue is not run):
+    // its bid or chain (303) fails on the network thread, or its media becomes ready.
+    const auto late = [&] {
+      if (c.stall != Stall::Media) {
+        stallServer.reset();
+        ASSERT_TRUE(handler->waitForCompletedFetches(2, std::chrono::seconds(10)));
+      } else {
+        auto stalled = engines.front().lock();  // still held by the timed-out load's player
+        ASSERT_TRUE(stalled);
+        stalled->setDuration(15);
+        stalled->becomeReady();
+        stalled->setLoadedTimeRanges({platform::TimeRange::fromSeconds(0, 15)});
+      }
+      EXPECT_EQ(recorder_.names(), std::vector<std::string>{"fail"});
+    };
+
+    load();
+    ASSERT_TRUE(test::runMainQueueUntil([&] {
+      return c.stall == Stall::None    ? recorder_.count("receive") == 1
+             : c.stall == Stall::Media ? !engines.empty()
+                                       : !stallServer->requests().empty();
+    }));
+    if (c.then == Then::Release) video.reset();
+    auto& queue = platform::MainQueue::shared();
+    queue.advanceBy(platform::seconds(c.timeout) - std::chrono::milliseconds(1));
+    EXPECT_EQ(recorder_.count("fail"), 0u);
+    queue.advanceBy(std::chrono::milliseconds(1));
+    if (c.then == Then::Nothing || c.then == Then::Release) {
+      EXPECT_EQ(recorder_.names(), std::vector<std::string>(c.stall == Stall::None, "receive"));
+      if (!c.bounded) {
+        EXPECT_EQ(state(), 1);
+      }
+      continue;
+    }
+    ASSERT_EQ(recorder_.names(), std::vector<std::string>{"fail"});
+    EXPECT_EQ(classifyError(*recorder_.heard().back().error), ZVErrorKind::Timeout);
+    EXPECT_EQ(state(), 0);
+
+    if (c.then == Then::LateThenReload) late();
+    HeadlessMediaEngine::setAutomaticByDefault(true);
+    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::linearVast())});
+    request->serverUrl = server_.url(test::kServadPath);
+    load();
+    if (c.then == Then::ReloadThenLate) late();
+    ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") > 0; }));
+    queue.runUntilIdle();
+    EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"fail", "receive"}));
   }
 }
 

@@ -74,6 +74,7 @@ void resetProcessState() {
   sdk->setGppSid({});
   sdk->setTestMode(false);
   sdk->setAppConventions(false);
+  sdk->setVideoLoadTimeout(ZorvaSDK::kVideoLoadTimeout);
   sdk->setVastCdataText(false);
   sdk->setTrackingTransport(false);
   sdk->setTrackingQueuePath(std::nullopt);

@@ -87,7 +87,7 @@ endif()
 # So does each engine library: its exported symbols belong to the classes and functions its
 # installed headers mark ZORVA_ENGINE_EXPORT (or to the platform's types in their signatures) or
 # are C functions the headers name, and none to a nested part marked ZORVA_ENGINE_HIDDEN.
-file(GLOB_RECURSE headers ${prefix}/include/zorva/*.h)
+file(GLOB_RECURSE headers ${prefix}/include/*.h)
 set(public "")
 set(hidden "")
 foreach(header ${headers})

@@ -129,17 +129,17 @@ static void zorva_banner_finalize(GObject* object) {
 }
 
 static void zorva_banner_set_property(GObject* object, guint id, const GValue* value,
-                                      GParamSpec* spec) {
+                                      GParamSpec* pspec) {
   auto& s = *ZORVA_BANNER(object)->state;
   if (setRequestProperty(*s.request, id, value)) {
-    g_object_notify_by_pspec(object, spec);
+    g_object_notify_by_pspec(object, pspec);
     return;
   }
   switch (id) {
     case kRefreshInterval:
       s.refreshInterval = g_value_get_uint(value);
       if (s.banner) s.banner->setRefreshInterval(s.refreshInterval);
-      g_object_notify_by_pspec(object, spec);
+      g_object_notify_by_pspec(object, pspec);
       break;
     case kAdWidth:
       s.width = g_value_get_int(value);
@@ -148,11 +148,11 @@ static void zorva_banner_set_property(GObject* object, guint id, const GValue* v
       s.height = g_value_get_int(value);
       break;
     default:
-      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
   }
 }
 
-static void zorva_banner_get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
+static void zorva_banner_get_property(GObject* object, guint id, GValue* value, GParamSpec* pspec) {
   auto& s = *ZORVA_BANNER(object)->state;
   if (getRequestProperty(*s.request, id, value)) return;
   switch (id) {
@@ -169,7 +169,7 @@ static void zorva_banner_get_property(GObject* object, guint id, GValue* value, 
       g_value_set_int(value, s.height);
       break;
     default:
-      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
   }
 }
 

@@ -159,20 +159,20 @@ static void zorva_interstitial_finalize(GObject* object) {
 }
 
 static void zorva_interstitial_set_property(GObject* object, guint id, const GValue* value,
-                                            GParamSpec* spec) {
+                                            GParamSpec* pspec) {
   auto& s = *ZORVA_INTERSTITIAL(object)->state;
   if (setRequestProperty(*s.request, id, value)) {
-    g_object_notify_by_pspec(object, spec);
+    g_object_notify_by_pspec(object, pspec);
   } else if (id == kVideo && s.ad) {
     s.ad->setSwitchToVideo(g_value_get_boolean(value));
-    g_object_notify_by_pspec(object, spec);
+    g_object_notify_by_pspec(object, pspec);
   } else {
-    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
   }
 }
 
 static void zorva_interstitial_get_property(GObject* object, guint id, GValue* value,
-                                            GParamSpec* spec) {
+                                            GParamSpec* pspec) {
   auto& s = *ZORVA_INTERSTITIAL(object)->state;
   if (getRequestProperty(*s.request, id, value)) return;
   if (id == kState) {
@@ -180,7 +180,7 @@ static void zorva_interstitial_get_property(GObject* object, guint id, GValue* v
   } else if (id == kVideo) {
     g_value_set_boolean(value, s.ad && s.ad->switchToVideo());
   } else {
-    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
   }
 }
 

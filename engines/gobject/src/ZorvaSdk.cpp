@@ -82,7 +82,7 @@ using namespace zorva::gobject;
 static void zorva_sdk_init(ZorvaSdk* self) { self->logLevel = 1; }
 
 static void zorva_sdk_set_property(GObject* object, guint id, const GValue* value,
-                                   GParamSpec* spec) {
+                                   GParamSpec* pspec) {
   auto sdk = ZorvaSDK::shared();
   if (id == kLogLevel) {
     ZORVA_SDK(object)->logLevel = g_value_get_uint(value);
@@ -107,13 +107,13 @@ static void zorva_sdk_set_property(GObject* object, guint id, const GValue* valu
     g_object_thaw_notify(object);
     return;
   } else {
-    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
     return;
   }
-  g_object_notify_by_pspec(object, spec);
+  g_object_notify_by_pspec(object, pspec);
 }
 
-static void zorva_sdk_get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
+static void zorva_sdk_get_property(GObject* object, guint id, GValue* value, GParamSpec* pspec) {
   auto sdk = ZorvaSDK::shared();
   if (id == kLogLevel) {
     g_value_set_uint(value, ZORVA_SDK(object)->logLevel);
@@ -125,7 +125,7 @@ static void zorva_sdk_get_property(GObject* object, guint id, GValue* value, GPa
   } else if (id >= kFirstSwitch && id < kFirstText) {
     g_value_set_boolean(value, ((*sdk).*kSwitches[id - kFirstSwitch].get)());
   } else {
-    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
   }
 }
 

@@ -92,24 +92,7 @@ void ZVInBannerVideo::Impl::boundLoad() {
                                     if (auto self = weakSelf.lock()) self->loadTimedOut(error);
                                   });
   }
-  auto loader = adLoader();
-  std::shared_ptr<ZVBoundedVideoLoad> previous;
-  {
-    std::lock_guard lock(mutex_);
-    previous = std::exchange(boundedLoad_, bound);
-  }
-  if (previous) previous->end();
-  if (bound) {
-    loader->setDelegate(bound);
-  } else if (previous) {
-    loader->setDelegate(weak_from_this());
-  }
-}
-
-std::weak_ptr<ZVAdPlayerDelegate> ZVInBannerVideo::Impl::playerDelegate() {
-  std::lock_guard lock(mutex_);
-  if (boundedLoad_) return boundedLoad_;
-  return weak_from_this();
+  boundedLoad_.replace(std::move(bound), *adLoader(), weak_from_this());
 }
 
 void ZVInBannerVideo::Impl::loadTimedOut(const Error& error) {
@@ -151,7 +134,7 @@ void ZVInBannerVideo::Impl::didReceiveAd(std::shared_ptr<ZorvaAd> ad) {
   config->isExpectingVideoAd = true;
   auto builder = ZVPlayerBuilder::create();
   builder->setConfig(config);
-  const auto delegate = playerDelegate();
+  const auto delegate = boundedLoad_.playerDelegate(weak_from_this());
   auto player = builder->build(delegate);
   std::shared_ptr<ZVAdPlaying> replaced;
   {
@@ -206,14 +189,12 @@ void ZVInBannerVideo::Impl::playerDidFailWithError(const Error& error) {
 void ZVInBannerVideo::Impl::teardown() {
   std::shared_ptr<ZVAdLoader> loader;
   std::shared_ptr<ZVAdPlaying> player;
-  std::shared_ptr<ZVBoundedVideoLoad> bound;
   {
     std::lock_guard lock(mutex_);
     loader = std::move(adLoader_);
     player = std::move(player_);
-    bound = std::move(boundedLoad_);
   }
-  if (bound) bound->end();
+  boundedLoad_.end();
   loader.reset();
 }
 

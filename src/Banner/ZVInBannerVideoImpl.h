@@ -72,8 +72,6 @@ class ZORVA_HIDDEN ZVInBannerVideo::Impl
   /// With `ZorvaSDK::videoLoadBounded`, puts a new bounded load between this and the loader
   /// (and later the player) of the load starting now; otherwise they report here, as always.
   void boundLoad();
-  /// Where the current load's player reports.
-  std::weak_ptr<ZVAdPlayerDelegate> playerDelegate();
   /// Fails the bounded load that timed out; the next load asks a new loader, as the old one's
   /// answer may still come.
   void loadTimedOut(const Error& error);
@@ -88,7 +86,7 @@ class ZORVA_HIDDEN ZVInBannerVideo::Impl
   std::weak_ptr<platform::ViewController> presentationViewController_;
   std::shared_ptr<ZVAdLoader> adLoader_;
   std::shared_ptr<ZVAdPlaying> player_;
-  std::shared_ptr<ZVBoundedVideoLoad> boundedLoad_;
+  ZVBoundedVideoLoadSlot boundedLoad_;
 };
 
 }  // namespace zorva

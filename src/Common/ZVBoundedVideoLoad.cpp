@@ -1,5 +1,6 @@
 #include "Common/ZVBoundedVideoLoad.h"
 
+#include "Common/ZVAdLoader.h"
 #include "Common/ZVUtility.h"
 
 namespace zorva {
@@ -89,6 +90,38 @@ bool ZVBoundedVideoLoad::respondsToPlayerWillPresentModal() const {
 bool ZVBoundedVideoLoad::respondsToPlayerDidDismissModal() const {
   auto target = playerTarget_.lock();
   return target && target->respondsToPlayerDidDismissModal();
+}
+
+void ZVBoundedVideoLoadSlot::replace(std::shared_ptr<ZVBoundedVideoLoad> next, ZVAdLoader& loader,
+                                     const std::weak_ptr<ZVAdLoaderDelegate>& owner) {
+  const bool bounded = next != nullptr;
+  std::shared_ptr<ZVBoundedVideoLoad> previous;
+  {
+    std::lock_guard lock(mutex_);
+    previous = std::exchange(load_, next);
+  }
+  if (previous) previous->end();
+  if (bounded) {
+    loader.setDelegate(std::move(next));
+  } else if (previous) {
+    loader.setDelegate(owner);
+  }
+}
+
+std::weak_ptr<ZVAdPlayerDelegate> ZVBoundedVideoLoadSlot::playerDelegate(
+    std::weak_ptr<ZVAdPlayerDelegate> owner) const {
+  std::lock_guard lock(mutex_);
+  if (load_) return load_;
+  return owner;
+}
+
+void ZVBoundedVideoLoadSlot::end() {
+  std::shared_ptr<ZVBoundedVideoLoad> load;
+  {
+    std::lock_guard lock(mutex_);
+    load = std::move(load_);
+  }
+  if (load) load->end();
 }
 
 }  // namespace zorva

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 
 #include <zorva/platform/MainQueue.h>
 
@@ -10,6 +11,8 @@
 #include "Players/ZVAdPlayerDelegate.h"
 
 namespace zorva {
+
+class ZVAdLoader;
 
 /// One video load of an ad object, bounded in time (`ZorvaSDK::videoLoadBounded`). The ad object
 /// makes one for each load and holds it; that load's loader and player report to it (holding it
@@ -76,6 +79,24 @@ class ZVBoundedVideoLoad final : public ZVAdLoaderDelegate, public ZVAdPlayerDel
   const TimedOut timedOut_;
   // Set once, by `start`, before anything else can reach this.
   std::shared_ptr<platform::Timer> timer_;
+};
+
+/// The bounded load an ad object is in, if any, behind a lock of its own: the ad object replaces
+/// it at each load and ends it when going; the players it makes ask it whom to report to.
+class ZVBoundedVideoLoadSlot {
+ public:
+  /// Ends the load held, holds `next` (null for a load that is not bounded) and points `loader`
+  /// at whichever now hears its reports: `next`, or `owner` again after a bounded load.
+  void replace(std::shared_ptr<ZVBoundedVideoLoad> next, ZVAdLoader& loader,
+               const std::weak_ptr<ZVAdLoaderDelegate>& owner);
+  /// Where a player made for the current load reports: its bounded load, else `owner`.
+  std::weak_ptr<ZVAdPlayerDelegate> playerDelegate(std::weak_ptr<ZVAdPlayerDelegate> owner) const;
+  /// Ends the load held, if any: the ad object is going.
+  void end();
+
+ private:
+  mutable std::mutex mutex_;
+  std::shared_ptr<ZVBoundedVideoLoad> load_;
 };
 
 }  // namespace zorva

@@ -78,8 +78,6 @@ class ZORVA_HIDDEN ZVInterstitialAd::Impl
   /// and the loader (and later the player) of the load starting now; otherwise they report here,
   /// as always.
   void boundLoad();
-  /// Where the current load's player reports.
-  std::weak_ptr<ZVAdPlayerDelegate> playerDelegate();
   /// Fails the bounded load that timed out. The loader is replaced by one asking for the same, as
   /// the old one's answer may still come.
   void loadTimedOut(const Error& error);
@@ -94,7 +92,7 @@ class ZORVA_HIDDEN ZVInterstitialAd::Impl
   std::shared_ptr<ZVAdLoader> adLoader_;
   std::shared_ptr<ZVAdPlaying> player_;
   std::shared_ptr<ZVModalViewController> modalController_;
-  std::shared_ptr<ZVBoundedVideoLoad> boundedLoad_;
+  ZVBoundedVideoLoadSlot boundedLoad_;
 };
 
 }  // namespace zorva

@@ -1,6 +1,7 @@
 #include "zorva/platform/JSONSerialization.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
@@ -170,7 +171,7 @@ class CollapsingIterator {
       if (runEnd_ - at_ >= kLongRun) at_ = runEnd_;
     }
     if (released_ != nullptr && at_ - released_ >= kReleaseStep) {
-      const char* const upTo = pageAfter(at_ - kPage + 1);  // the page holding at_ stays
+      const char* const upTo = pageAfter(at_ - pageSize() + 1);  // the page holding at_ stays
       madvise(const_cast<char*>(released_), static_cast<std::size_t>(upTo - released_),
               MADV_DONTNEED);
       released_ = upTo;
@@ -179,13 +180,20 @@ class CollapsingIterator {
   }
 
  private:
-  static constexpr std::ptrdiff_t kPage = 4096;
   static constexpr std::ptrdiff_t kReleaseStep = 1 << 20;
+
+  // The system's page size: `madvise` rounds a length up to whole pages, so a guessed smaller
+  // size would give back the page still being read on a system with larger pages.
+  static std::ptrdiff_t pageSize() {
+    static const std::ptrdiff_t size = sysconf(_SC_PAGESIZE);
+    return size;
+  }
 
   // The first page boundary at or after `at`.
   static const char* pageAfter(const char* at) {
     const auto address = reinterpret_cast<std::uintptr_t>(at);
-    return reinterpret_cast<const char*>((address + kPage - 1) & ~std::uintptr_t(kPage - 1));
+    const auto page = static_cast<std::uintptr_t>(pageSize());
+    return reinterpret_cast<const char*>((address + page - 1) & ~(page - 1));
   }
 
   static bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }

@@ -6,6 +6,7 @@
 #include <zorva/platform/MainQueue.h>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -21,33 +22,37 @@ namespace {
 
 constexpr Pixel kBannerGreen{0x1b, 0x5e, 0x20};
 constexpr Pixel kInterstitialBlue{0x0d, 0x47, 0xa1};
-constexpr Pixel kAppRed{255, 0, 0};
+constexpr Pixel kAppRed{255, 0, 0}, kWhite{255, 255, 255};
+// The video player's progress bar: its fill and its track.
+constexpr Pixel kBarFill{245, 214, 107}, kBarTrack{40, 46, 99};
 constexpr const char* kUnreachable = "http://127.0.0.1:1/zorva/servad";
 
-// What an ad object told, counted per signal; the last failure kept.
+// What an ad object told: the number of each of its signals (and of "state" notifications) by
+// name, the last failure kept.
 struct Heard {
-  int loaded = 0, failed = 0, presented = 0, dismissed = 0, states = 0;
+  std::map<std::string, int> told;
   GQuark domain = 0;
   int code = -1;
   std::string message;
 
+  int operator[](const std::string& name) { return told[name]; }
+
   void listen(gpointer object) {
-    g_signal_connect_swapped(object, "loaded", G_CALLBACK(+[](Heard* h) { ++h->loaded; }), this);
-    g_signal_connect_swapped(object, "notify::state", G_CALLBACK(+[](Heard* h) { ++h->states; }),
-                             this);
+    for (const char* name : {"loaded", "will-present", "will-present-modal", "did-dismiss-modal",
+                             "clicked", "dismissed", "finished", "failed"}) {
+      if (g_signal_lookup(name, G_OBJECT_TYPE(object))) {
+        g_signal_connect_swapped(object, name, G_CALLBACK(+[](int* count) { ++*count; }),
+                                 &told[name]);
+      }
+    }
+    g_signal_connect_swapped(object, "notify::state", G_CALLBACK(+[](int* count) { ++*count; }),
+                             &told["state"]);
     g_signal_connect_swapped(object, "failed", G_CALLBACK(+[](Heard* h, GError* error) {
-                               ++h->failed;
                                h->domain = error->domain;
                                h->code = error->code;
                                h->message = error->message;
                              }),
                              this);
-    if (ZORVA_IS_INTERSTITIAL(object)) {
-      g_signal_connect_swapped(object, "will-present",
-                               G_CALLBACK(+[](Heard* h) { ++h->presented; }), this);
-      g_signal_connect_swapped(object, "dismissed", G_CALLBACK(+[](Heard* h) { ++h->dismissed; }),
-                               this);
-    }
   }
 };
 
@@ -118,6 +123,33 @@ class GObjectFaceTest : public testing::Test {
                        gtk_widget_get_allocated_height(window));
   }
 
+  // The button labelled `label` on screen in the window (in a panel the ad opened), or null.
+  GtkWidget* button(const char* label, GtkWidget* widget = nullptr) const {
+    widget = widget ? widget : window;
+    const char* text = GTK_IS_BUTTON(widget) ? gtk_button_get_label(GTK_BUTTON(widget)) : nullptr;
+    if (text && std::string(text) == label && gtk_widget_get_mapped(widget)) return widget;
+    GtkWidget* found = nullptr;
+    if (!GTK_IS_CONTAINER(widget)) return found;
+    GList* children = gtk_container_get_children(GTK_CONTAINER(widget));
+    for (GList* child = children; child && !found; child = child->next) {
+      found = button(label, GTK_WIDGET(child->data));
+    }
+    g_list_free(children);
+    return found;
+  }
+
+  // Clicks that button once it shows, then waits for it to go; false when either did not happen.
+  bool clickButton(const char* label) {
+    GtkWidget* target = nullptr;
+    if (!waitUntil([&] { return (target = button(label)) != nullptr; })) return false;
+    int x = 0, y = 0;
+    gdk_window_get_origin(gtk_widget_get_window(target), &x, &y);
+    GtkAllocation area;
+    gtk_widget_get_allocation(target, &area);
+    screen.click(x + area.x + area.width / 2, y + area.y + area.height / 2);
+    return waitUntil([&] { return !button(label); });
+  }
+
   static bool waitUntil(const std::function<bool()>& condition) {
     return platform::MainQueue::shared().runUntil(condition, std::chrono::seconds(20));
   }
@@ -129,35 +161,82 @@ class GObjectFaceTest : public testing::Test {
   GtkWidget* content = nullptr;
 };
 
-// At the bottom of the box, at its size and centred, with the app's content above; told once.
-TEST_F(GObjectFaceTest, BannerShowsAtItsSizeAtTheBottomOfABoxAndIsLoadedOnce) {
-  gpointer banner = make(kBanner, "banner");
-  Heard heard;
-  heard.listen(banner);
-  openWindow(GTK_WIDGET(banner));
-  zorva_banner_load(ZORVA_BANNER(banner));
-  EXPECT_EQ(zorva_banner_get_state(ZORVA_BANNER(banner)), ZORVA_AD_STATE_LOADING);
+// The widgets that show an ad of their own size, and how each looks once its ad is up.
+struct Slot {
+  const char* adUnit;
+  GtkWidget* (*make)(const char*, const char*, int, int);
+  void (*load)(gpointer);
+  int width, height;
+  bool (*shows)(const Screenshot& picture, int left, int top, int width, int height);
+};
 
-  // The ad's 320 x 50 (its green, around its text), centred on the bottom 50 rows; the app's
-  // content above.
-  Screenshot picture;
-  int left = 0, top = 0, inside = 0;
-  const bool shown = waitUntil([&] {
-    picture = shot();
-    left = picture.x + (picture.width - 320) / 2;
-    top = picture.y + picture.height - 50;
-    inside = picture.count(kBannerGreen, left, top, 320, 50);
-    return inside > 320 * 50 * 3 / 4;
-  });
-  picture.writePng("gobject-banner.png");
-  ASSERT_TRUE(shown) << heard.loaded << " " << heard.message;
-  EXPECT_EQ(picture.count(kBannerGreen, picture.x, picture.y, picture.width, picture.height),
-            inside);
-  EXPECT_GT(picture.count(kAppRed, picture.x, picture.y, picture.width, picture.height - 50),
-            picture.width * (picture.height - 60));
-  EXPECT_EQ(heard.loaded, 1);
-  EXPECT_EQ(heard.failed, 0);
-  EXPECT_EQ(heard.states, 1);  // loading
+const Slot kSlots[] = {
+    {"banner", zorva_banner_new, [](gpointer ad) { zorva_banner_load(ZORVA_BANNER(ad)); }, 320, 50,
+     [](const Screenshot& picture, int left, int top, int width, int height) {
+       // Its green all around its text, and nowhere else.
+       const int inside = picture.count(kBannerGreen, left, top, width, height);
+       return inside > width * height * 3 / 4 &&
+              picture.count(kBannerGreen, picture.x, picture.y, picture.width, picture.height) ==
+                  inside;
+     }},
+    {"video", zorva_in_banner_video_new,
+     [](gpointer ad) { zorva_in_banner_video_load(ZORVA_IN_BANNER_VIDEO(ad)); }, 320, 180,
+     [](const Screenshot& picture, int left, int top, int width, int height) {
+       // The player's progress bar along the video's foot, from edge to edge.
+       const int bottom = top + height - 1;
+       return picture.count(kBarFill, left, bottom, width, 1, 12) +
+                  picture.count(kBarTrack, left, bottom, width, 1, 12) >
+              width * 9 / 10;
+     }},
+};
+
+// At the bottom of the box, at its size and centred, with the app's content above; loaded told
+// once. A click on the banner brings its store page, Escape takes it away, each told; the video
+// tells when it has played to its end.
+TEST_F(GObjectFaceTest, AdWidgetsShowAtTheirSizeAtTheBottomOfABox) {
+  for (const Slot& slot : kSlots) {
+    SCOPED_TRACE(slot.adUnit);
+    gpointer ad = g_object_ref_sink(slot.make("pub", slot.adUnit, slot.width, slot.height));
+    objects.push_back(ad);
+    g_object_set(ad, "server-url", server->servadUrl().c_str(), nullptr);
+    Heard heard;
+    heard.listen(ad);
+    openWindow(GTK_WIDGET(ad));
+    slot.load(ad);
+    ZorvaAdState state;
+    g_object_get(ad, "state", &state, nullptr);
+    EXPECT_EQ(state, ZORVA_AD_STATE_LOADING);
+
+    Screenshot picture;
+    int left = 0, top = 0;
+    const bool shown = waitUntil([&] {
+      picture = shot();
+      left = picture.x + (picture.width - slot.width) / 2;
+      top = picture.y + picture.height - slot.height;
+      return slot.shows(picture, left, top, slot.width, slot.height);
+    });
+    picture.writePng(std::string("gobject-") + slot.adUnit + ".png");
+    ASSERT_TRUE(shown) << heard["loaded"] << " " << heard.message;
+    EXPECT_GT(picture.count(kAppRed, picture.x, picture.y, picture.width, top - picture.y),
+              picture.width * (top - picture.y - 10));
+    EXPECT_EQ(heard["loaded"], 1);
+    EXPECT_EQ(heard["failed"], 0);
+
+    if (ZORVA_IS_BANNER(ad)) {
+      EXPECT_EQ(heard["state"], 1);  // loading
+      screen.click(left + slot.width / 2, top + slot.height / 2);
+      ASSERT_TRUE(waitUntil([&] { return heard["will-present-modal"] > 0; }));
+      EXPECT_EQ(heard["did-dismiss-modal"], 0);
+      ASSERT_TRUE(clickButton("Close"));  // the store page's
+      ASSERT_TRUE(waitUntil([&] { return heard["did-dismiss-modal"] > 0; }));
+      EXPECT_EQ(heard["will-present-modal"], 1);
+    } else {
+      ASSERT_TRUE(waitUntil([&] { return heard["finished"] > 0; }));
+      g_object_get(ad, "state", &state, nullptr);
+      EXPECT_EQ(state, ZORVA_AD_STATE_FINISHED);
+    }
+    gtk_widget_destroy(std::exchange(window, nullptr));
+  }
 }
 
 // Every failure is a ZORVA_ERROR, on GTK's thread (a transport failure included), the
@@ -175,6 +254,7 @@ TEST_F(GObjectFaceTest, FailuresCarryAZorvaError) {
       {"banner", kUnreachable, ZORVA_ERROR_NETWORK, "libcurl 7"},
       {"broken", nullptr, ZORVA_ERROR_JSON, "nlohmann::json"},
       {nullptr, nullptr, ZORVA_ERROR_INVALID_REQUEST, "ad unit id"},
+      {"", nullptr, ZORVA_ERROR_INVALID_REQUEST, "ad unit id"},
       {"nofill", nullptr, ZORVA_ERROR_NO_ADS, "no fill", true},
   };
   GObject* sdk = G_OBJECT(zorva_sdk_get_default());
@@ -183,18 +263,18 @@ TEST_F(GObjectFaceTest, FailuresCarryAZorvaError) {
                            G_CALLBACK(+[](int* count) { ++*count; }), &moved);
   for (const Format* format : {&kBanner, &kInterstitial}) {
     for (const auto& c : cases) {
-      SCOPED_TRACE(std::string(format->name) + " " + (c.adUnit ? c.adUnit : "no ad unit"));
+      SCOPED_TRACE(std::string(format->name) + " '" + (c.adUnit ? c.adUnit : "(null)") + "'");
       g_object_set(sdk, "app-conventions", c.conventions, nullptr);
       gpointer ad = make(*format, c.adUnit, c.serverUrl);
       Heard heard;
       heard.listen(ad);
       format->load(ad);
-      EXPECT_EQ(heard.failed, 0) << "told inside the load call";
-      ASSERT_TRUE(waitUntil([&] { return heard.failed > 0; }));
+      EXPECT_EQ(heard["failed"], 0) << "told inside the load call";
+      ASSERT_TRUE(waitUntil([&] { return heard["failed"] > 0; }));
       EXPECT_EQ(heard.domain, ZORVA_ERROR);
       EXPECT_EQ(heard.code, c.code);
       EXPECT_NE(heard.message.find(c.inMessage), std::string::npos) << heard.message;
-      EXPECT_EQ(heard.loaded, 0);
+      EXPECT_EQ(heard["loaded"], 0);
     }
   }
   g_object_set(sdk, "app-conventions", FALSE, nullptr);
@@ -218,9 +298,9 @@ TEST_F(GObjectFaceTest, AnObjectReleasedMidLoadSendsNothing) {
     Heard heard;
     heard.listen(witness);
     format->load(witness);
-    ASSERT_TRUE(waitUntil([&] { return heard.loaded + heard.failed > 0; }));
-    EXPECT_EQ(heard.loaded, 1) << heard.message;
-    EXPECT_EQ(late.loaded + late.failed + late.states, 0);
+    ASSERT_TRUE(waitUntil([&] { return heard["loaded"] + heard["failed"] > 0; }));
+    EXPECT_EQ(heard["loaded"], 1) << heard.message;
+    EXPECT_EQ(late["loaded"] + late["failed"] + late["state"], 0);
   }
 }
 
@@ -233,7 +313,7 @@ TEST_F(GObjectFaceTest, InterstitialCoversTheWindowAndTellsWhenItLeaves) {
   Heard heard;
   heard.listen(ad);
   zorva_interstitial_load(ZORVA_INTERSTITIAL(ad));
-  ASSERT_TRUE(waitUntil([&] { return heard.loaded + heard.failed > 0; })) << heard.message;
+  ASSERT_TRUE(waitUntil([&] { return heard["loaded"] + heard["failed"] > 0; })) << heard.message;
   ASSERT_TRUE(zorva_interstitial_show(ZORVA_INTERSTITIAL(ad), GTK_WINDOW(window)));
   EXPECT_FALSE(zorva_interstitial_show(ZORVA_INTERSTITIAL(ad), GTK_WINDOW(window)));
 
@@ -245,18 +325,30 @@ TEST_F(GObjectFaceTest, InterstitialCoversTheWindowAndTellsWhenItLeaves) {
   }));
   picture.writePng("gobject-interstitial.png");
   EXPECT_EQ(zorva_interstitial_get_state(ZORVA_INTERSTITIAL(ad)), ZORVA_AD_STATE_SHOWN);
-  EXPECT_EQ(heard.presented, 1);
-  EXPECT_EQ(heard.dismissed, 0);
+  EXPECT_EQ(heard["will-present"], 1);
+
+  // A click on the ad's link (its white text nearest the bottom) is told; the page it opens goes
+  // with its Done button, the ad with Escape.
+  int row = picture.y + picture.height - 1, linkX = 0;
+  for (; row > picture.y && !linkX; --row) {
+    for (int x = picture.x; x < picture.x + picture.width && !linkX; ++x) {
+      if (picture.at(x, row).near(kWhite, 40)) linkX = x + 20;
+    }
+  }
+  screen.click(linkX, row - 2);
+  ASSERT_TRUE(waitUntil([&] { return heard["clicked"] > 0; }));
+  ASSERT_TRUE(clickButton("Done"));
+  EXPECT_EQ(heard["dismissed"], 0);
 
   screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(window)), XK_Escape);
-  ASSERT_TRUE(waitUntil([&] { return heard.dismissed > 0; }));
+  ASSERT_TRUE(waitUntil([&] { return heard["dismissed"] > 0; }));
   EXPECT_EQ(gtk_bin_get_child(GTK_BIN(window)), box);
   EXPECT_TRUE(waitUntil([&] {
     picture = shot();
     return picture.count(kAppRed, picture.x, picture.y, picture.width, picture.height) ==
            picture.width * picture.height;
   }));
-  EXPECT_EQ(heard.dismissed, 1);
+  EXPECT_EQ(heard["dismissed"], 1);
 }
 
 }  // namespace

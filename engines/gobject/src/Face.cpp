@@ -157,11 +157,48 @@ bool getRequestProperty(const ZVAdRequest& request, guint id, GValue* value) {
   }
 }
 
-GError* missingIds(const ZVAdRequest& request) {
-  if (request.publisherId && request.adunitId) return nullptr;
-  return g_error_new_literal(
+namespace {
+
+bool missing(const std::optional<std::string>& id) { return !id || id->empty(); }
+
+}  // namespace
+
+bool refuseWithoutIds(const ZVAdRequest& request, const std::shared_ptr<Relay>& relay,
+                      guint failed) {
+  if (!missing(request.publisherId) && !missing(request.adunitId)) return false;
+  GError* error = g_error_new_literal(
       ZORVA_ERROR, ZORVA_ERROR_INVALID_REQUEST,
-      request.publisherId ? "the ad unit id is missing" : "the publisher id is missing");
+      missing(request.publisherId) ? "the publisher id is missing" : "the ad unit id is missing");
+  platform::MainQueue::shared().post([relay, error, failed] {
+    relay->send([error, failed](gpointer object) { g_signal_emit(object, failed, 0, error); });
+    g_error_free(error);
+  });
+  return true;
+}
+
+void emitFailure(gpointer object, guint failed, const platform::Error& error) {
+  GError* failure = toGError(error);
+  g_signal_emit(object, failed, 0, failure);
+  g_error_free(failure);
+}
+
+namespace {
+
+void notifyIfMoved(gpointer object, StateWatch& watch) {
+  const auto state = watch.live(object);
+  if (state == watch.last) return;
+  watch.last = state;
+  g_object_notify(G_OBJECT(object), "state");
+}
+
+}  // namespace
+
+void syncState(gpointer object, StateWatch& watch, const std::shared_ptr<Relay>& relay) {
+  notifyIfMoved(object, watch);
+  // The watch lives as long as the object, which the relay finds alive or not at all.
+  platform::MainQueue::shared().post([relay, &watch] {
+    relay->send([&watch](gpointer object) { notifyIfMoved(object, watch); });
+  });
 }
 
 void addLoadSignals(GType type, guint* loaded, guint* failed) {

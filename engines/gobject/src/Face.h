@@ -58,9 +58,24 @@ void installRequestProperties(GObjectClass* klass);
 bool setRequestProperty(ZVAdRequest& request, guint id, const GValue* value);
 bool getRequestProperty(const ZVAdRequest& request, guint id, GValue* value);
 
-/// The invalid-request error of a request without its ids (the SDK would abort on it); null when
-/// both are set.
-GError* missingIds(const ZVAdRequest& request);
+/// Refuses a load whose request lacks an id (missing or empty; the SDK would abort on a missing
+/// one and send an empty one): emits `failed` with %ZORVA_ERROR_INVALID_REQUEST on the next turn,
+/// like the SDK's own failures, never inside the call. False when both ids are there.
+bool refuseWithoutIds(const ZVAdRequest& request, const std::shared_ptr<Relay>& relay,
+                      guint failed);
+
+/// Emits `failed` (signal id `failed`) on `object` with `error` as a %ZORVA_ERROR.
+void emitFailure(gpointer object, guint failed, const platform::Error& error);
+
+/// The `state` property's last notified value, and where its live value is read.
+struct StateWatch {
+  ZorvaAdState (*live)(gpointer object);
+  ZorvaAdState last = ZORVA_AD_STATE_IDLE;
+};
+
+/// Tells "state" watchers when the SDK's state moved: now, and again on the next turn, as the SDK
+/// moves some states just after telling its delegate.
+void syncState(gpointer object, StateWatch& watch, const std::shared_ptr<Relay>& relay);
 
 /// Registers the signals both formats have: "loaded" and "failed" (a GError).
 void addLoadSignals(GType type, guint* loaded, guint* failed);

@@ -47,7 +47,7 @@ struct InterstitialState {
   std::shared_ptr<ZVInterstitialAd> ad;
   std::shared_ptr<ZVInterstitialAdDelegate> delegate = std::make_shared<ZVInterstitialAdDelegate>();
   std::shared_ptr<Relay> relay;
-  ZorvaAdState state = ZORVA_AD_STATE_IDLE;
+  StateWatch state;
   // While shown: the host over the window, and what was changed in the window to lay it there.
   std::unique_ptr<gtk::Host> host;
   GtkWindow* parent = nullptr;   // weak
@@ -87,24 +87,13 @@ G_DEFINE_TYPE(ZorvaInterstitial, zorva_interstitial, G_TYPE_OBJECT)
 namespace zorva::gobject {
 namespace {
 
-ZorvaAdState liveState(const InterstitialState& s) {
+ZorvaAdState liveState(gpointer object) {
+  const auto& s = *ZORVA_INTERSTITIAL(object)->state;
   return s.ad ? toAdState(s.ad->state(), true) : ZORVA_AD_STATE_IDLE;
 }
 
-void notifyIfMoved(ZorvaInterstitial* self) {
-  const auto state = liveState(*self->state);
-  if (state == self->state->state) return;
-  self->state->state = state;
-  g_object_notify(G_OBJECT(self), "state");
-}
-
-// Tells "state" watchers when the SDK's state moved: now, and again on the next turn, as the SDK
-// moves some states just after telling its delegate.
-void syncState(ZorvaInterstitial* self) {
-  notifyIfMoved(self);
-  platform::MainQueue::shared().post([relay = self->state->relay] {
-    relay->send([](gpointer object) { notifyIfMoved(ZORVA_INTERSTITIAL(object)); });
-  });
+void syncInterstitial(ZorvaInterstitial* self) {
+  syncState(self, self->state->state, self->state->relay);
 }
 
 void connectDelegate(InterstitialState& s) {
@@ -112,7 +101,7 @@ void connectDelegate(InterstitialState& s) {
     return [relay, signal](ZVInterstitialAd&) {
       relay->send([signal](gpointer object) {
         g_signal_emit(object, signals[signal], 0);
-        syncState(ZORVA_INTERSTITIAL(object));
+        syncInterstitial(ZORVA_INTERSTITIAL(object));
       });
     };
   };
@@ -122,10 +111,8 @@ void connectDelegate(InterstitialState& s) {
   s.delegate->interstitialDidFailToReceiveAdWithError = [relay = s.relay](ZVInterstitialAd&,
                                                                           const Error& error) {
     relay->send([error](gpointer object) {
-      GError* failure = toGError(error);
-      g_signal_emit(object, signals[kFailed], 0, failure);
-      g_error_free(failure);
-      syncState(ZORVA_INTERSTITIAL(object));
+      emitFailure(object, signals[kFailed], error);
+      syncInterstitial(ZORVA_INTERSTITIAL(object));
     });
   };
 }
@@ -141,6 +128,7 @@ static void zorva_interstitial_init(ZorvaInterstitial* self) {
   self->state = new InterstitialState;
   auto& s = *self->state;
   s.relay = std::make_shared<Relay>(self);
+  s.state.live = liveState;
   connectDelegate(s);
   s.ad = ZVInterstitialAd::create(s.request);
   s.ad->setDelegate(s.delegate);
@@ -176,7 +164,7 @@ static void zorva_interstitial_get_property(GObject* object, guint id, GValue* v
   auto& s = *ZORVA_INTERSTITIAL(object)->state;
   if (getRequestProperty(*s.request, id, value)) return;
   if (id == kState) {
-    g_value_set_enum(value, liveState(s));
+    g_value_set_enum(value, liveState(object));
   } else if (id == kVideo) {
     g_value_set_boolean(value, s.ad && s.ad->switchToVideo());
   } else {
@@ -217,15 +205,9 @@ void zorva_interstitial_load(ZorvaInterstitial* self) {
   g_return_if_fail(ZORVA_IS_INTERSTITIAL(self));
   auto& s = *self->state;
   if (!s.ad) return;  // disposed
-  if (GError* error = missingIds(*s.request)) {
-    platform::MainQueue::shared().post([relay = s.relay, error] {
-      relay->send([error](gpointer object) { g_signal_emit(object, signals[kFailed], 0, error); });
-      g_error_free(error);
-    });
-    return;
-  }
+  if (refuseWithoutIds(*s.request, s.relay, signals[kFailed])) return;
   s.ad->loadAd();
-  syncState(self);
+  syncInterstitial(self);
 }
 
 gboolean zorva_interstitial_show(ZorvaInterstitial* self, GtkWindow* parent) {
@@ -264,16 +246,16 @@ gboolean zorva_interstitial_show(ZorvaInterstitial* self, GtkWindow* parent) {
         auto* self = ZORVA_INTERSTITIAL(object);
         self->state->hide();
         g_signal_emit(object, signals[kDismissed], 0);
-        syncState(self);
+        syncInterstitial(self);
       });
     });
   };
   if (auto modal = s.ad->modalController()) modal->view()->addSubview(LeaveWatch::create(left));
-  syncState(self);
+  syncInterstitial(self);
   return TRUE;
 }
 
 ZorvaAdState zorva_interstitial_get_state(ZorvaInterstitial* self) {
   g_return_val_if_fail(ZORVA_IS_INTERSTITIAL(self), ZORVA_AD_STATE_IDLE);
-  return liveState(*self->state);
+  return liveState(self);
 }

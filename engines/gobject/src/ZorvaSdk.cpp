@@ -2,7 +2,9 @@
 #include <zorva/ZorvaSDK.h>
 
 #include <array>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "Face.h"
 
@@ -67,8 +69,9 @@ constexpr std::array kTexts{
     Text{"tracking-queue-path", &ZorvaSDK::trackingQueuePath, &ZorvaSDK::setTrackingQueuePath},
 };
 
-// Property ids: the log level, the fetch budget, then the switches, then the texts.
-enum : guint { kLogLevel = 1, kVastFetchBudget, kFirstSwitch };
+// Property ids: the log level, the fetch budget, the settings of their own shape, then the
+// switches, then the texts.
+enum : guint { kLogLevel = 1, kVastFetchBudget, kStoreUrl, kLocation, kGppSid, kFirstSwitch };
 constexpr guint kFirstText = kFirstSwitch + kSwitches.size();
 constexpr guint kPropertyCount = kFirstText + kTexts.size();
 GParamSpec* properties[kPropertyCount];
@@ -89,6 +92,32 @@ static void zorva_sdk_set_property(GObject* object, guint id, const GValue* valu
     ZorvaSDK::setLevel(ZORVA_SDK(object)->logLevel);
   } else if (id == kVastFetchBudget) {
     sdk->setVastFetchBudget(g_value_get_uint(value));
+  } else if (id == kStoreUrl) {
+    const char* text = g_value_get_string(value);
+    auto url = text ? platform::URL::URLWithString(text) : std::nullopt;
+    if (text && !url) {
+      g_warning("Zorva: \"%s\" is not an absolute URL: the store URL is unchanged", text);
+      return;
+    }
+    sdk->setStoreURL(std::move(url));
+  } else if (id == kLocation) {
+    GVariant* location = g_value_get_variant(value);
+    std::optional<platform::Location> fix;
+    if (location) {
+      double latitude = 0, longitude = 0;
+      g_variant_get(location, "(dd)", &latitude, &longitude);
+      fix = platform::Location(latitude, longitude);
+    }
+    sdk->setLocation(fix);
+  } else if (id == kGppSid) {
+    std::vector<int> sections;
+    if (GVariant* ids = g_value_get_variant(value)) {
+      gsize count = 0;
+      const auto* values =
+          static_cast<const gint32*>(g_variant_get_fixed_array(ids, &count, sizeof(gint32)));
+      sections.assign(values, values + count);
+    }
+    sdk->setGppSid(std::move(sections));
   } else if (id >= kFirstText && id < kPropertyCount) {
     const char* text = g_value_get_string(value);
     ((*sdk).*kTexts[id - kFirstText].set)(text ? std::optional<std::string>(text) : std::nullopt);
@@ -119,6 +148,19 @@ static void zorva_sdk_get_property(GObject* object, guint id, GValue* value, GPa
     g_value_set_uint(value, ZORVA_SDK(object)->logLevel);
   } else if (id == kVastFetchBudget) {
     g_value_set_uint(value, static_cast<guint>(sdk->vastFetchBudget()));
+  } else if (id == kStoreUrl) {
+    const auto url = sdk->storeURL();
+    g_value_set_string(value, url ? url->absoluteString().c_str() : nullptr);
+  } else if (id == kLocation) {
+    const auto fix = sdk->location();
+    g_value_set_variant(
+        value,
+        fix ? g_variant_new("(dd)", fix->coordinate.latitude, fix->coordinate.longitude) : nullptr);
+  } else if (id == kGppSid) {
+    const auto sections = sdk->gppSid();
+    const std::vector<gint32> ids(sections.begin(), sections.end());
+    g_value_set_variant(value, g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, ids.data(),
+                                                         ids.size(), sizeof(gint32)));
   } else if (id >= kFirstText && id < kPropertyCount) {
     const auto text = ((*sdk).*kTexts[id - kFirstText].get)();
     g_value_set_string(value, text ? text->c_str() : nullptr);
@@ -143,6 +185,14 @@ static void zorva_sdk_class_init(ZorvaSdkClass* klass) {
   properties[kVastFetchBudget] = g_param_spec_uint(
       "vast-fetch-budget", "VAST fetch budget",
       "The most VAST documents one video load fetches; 0: no budget", 0, G_MAXUINT, 0, flags);
+  properties[kStoreUrl] =
+      g_param_spec_string("store-url", "Store URL", "The app's store page", nullptr, flags);
+  properties[kLocation] = g_param_spec_variant(
+      "location", "Location", "A location the app knows, (latitude, longitude) in degrees",
+      G_VARIANT_TYPE("(dd)"), nullptr, flags);
+  properties[kGppSid] =
+      g_param_spec_variant("gpp-sid", "GPP section ids", "The GPP section ids that apply",
+                           G_VARIANT_TYPE("ai"), nullptr, flags);
   for (std::size_t i = 0; i < kSwitches.size(); ++i) {
     properties[kFirstSwitch + i] =
         g_param_spec_boolean(kSwitches[i].name, nullptr, nullptr, FALSE, flags);

@@ -48,7 +48,7 @@ ZORVA_API GQuark zorva_error_quark(void);
  * @ZORVA_ERROR_INTERNAL: the bid request could not be made.
  * @ZORVA_ERROR_HTTP_STATUS: the ad server answered with an HTTP error status (the status is in
  *   the message).
- * @ZORVA_ERROR_INVALID_REQUEST: the publisher id or the ad unit id is missing.
+ * @ZORVA_ERROR_INVALID_REQUEST: the publisher id or the ad unit id is missing or empty.
  * @ZORVA_ERROR_VAST: the video player failed (the VAST error code is in the message).
  * @ZORVA_ERROR_NETWORK: the ad server could not be reached (libcurl's error is in the message).
  * @ZORVA_ERROR_TIMEOUT: the transfer took longer than the network timeout.
@@ -178,7 +178,7 @@ ZORVA_API GtkWidget* zorva_banner_new(const char* publisher_id, const char* ad_u
  * @self: a banner
  *
  * Starts loading an ad when the banner is idle; otherwise the SDK logs the refusal and nothing
- * happens. Without a publisher id or an ad unit id the load fails with
+ * happens. Without a publisher id or an ad unit id (%NULL or empty) the load fails with
  * %ZORVA_ERROR_INVALID_REQUEST.
  */
 ZORVA_API void zorva_banner_load(ZorvaBanner* self);
@@ -190,6 +190,118 @@ ZORVA_API void zorva_banner_load(ZorvaBanner* self);
  * Returns: the banner's state (the #ZorvaBanner:state property)
  */
 ZORVA_API ZorvaAdState zorva_banner_get_state(ZorvaBanner* self);
+
+/**
+ * ZorvaInBannerVideo:
+ *
+ * A video ad in a banner-sized slot, as a widget: it packs and sizes like a #ZorvaBanner, has its
+ * properties (but refresh-interval) and signals, and #ZorvaInBannerVideo::finished when the video
+ * has played to its end. The video plays as soon as it is loaded; a finished video loads no
+ * other: make a new widget for the next ad.
+ */
+/**
+ * ZorvaInBannerVideo:publisher-id:
+ *
+ * The publisher's id, sent with every bid request.
+ */
+/**
+ * ZorvaInBannerVideo:ad-unit-id:
+ *
+ * The ad unit's id.
+ */
+/**
+ * ZorvaInBannerVideo:server-url:
+ *
+ * Where bid requests are posted; %NULL puts the SDK's default endpoint back.
+ */
+/**
+ * ZorvaInBannerVideo:network-timeout:
+ *
+ * Seconds before a bid request times out (10 by default).
+ */
+/**
+ * ZorvaInBannerVideo:state:
+ *
+ * Where the video is in its life (#ZorvaAdState): %ZORVA_AD_STATE_LOADED while it plays,
+ * %ZORVA_AD_STATE_FINISHED once it has played. Notified as #ZorvaBanner:state is.
+ */
+/**
+ * ZorvaInBannerVideo:ad-width:
+ *
+ * The slot's width in logical pixels, set when the widget is made.
+ */
+/**
+ * ZorvaInBannerVideo:ad-height:
+ *
+ * The slot's height in logical pixels, set when the widget is made.
+ */
+/**
+ * ZorvaInBannerVideo::loaded:
+ * @self: the video
+ *
+ * The video is in place and starts playing.
+ */
+/**
+ * ZorvaInBannerVideo::failed:
+ * @self: the video
+ * @error: why, in the %ZORVA_ERROR domain
+ *
+ * The load or the playback failed; the widget is loadable again.
+ */
+/**
+ * ZorvaInBannerVideo::will-present-modal:
+ * @self: the video
+ *
+ * A click on the video is about to show its landing page over the window.
+ */
+/**
+ * ZorvaInBannerVideo::did-dismiss-modal:
+ * @self: the video
+ *
+ * The landing page a click showed was closed.
+ */
+/**
+ * ZorvaInBannerVideo::finished:
+ * @self: the video
+ *
+ * The video has played to its end.
+ */
+#define ZORVA_TYPE_IN_BANNER_VIDEO (zorva_in_banner_video_get_type())
+ZORVA_API G_DECLARE_FINAL_TYPE(ZorvaInBannerVideo, zorva_in_banner_video, ZORVA, IN_BANNER_VIDEO,
+                               GtkBin)
+
+/**
+ * zorva_in_banner_video_new:
+ * @publisher_id: (nullable): the publisher's id
+ * @ad_unit_id: (nullable): the ad unit's id
+ * @width: the slot's width, in logical pixels
+ * @height: the slot's height, in logical pixels
+ *
+ * Makes an in-banner video asking for a @width x @height slot. The first ad widget made installs
+ * the SDK's engines.
+ *
+ * Returns: (transfer floating): the video widget
+ */
+ZORVA_API GtkWidget* zorva_in_banner_video_new(const char* publisher_id, const char* ad_unit_id,
+                                               int width, int height);
+
+/**
+ * zorva_in_banner_video_load:
+ * @self: an in-banner video
+ *
+ * Starts loading a video when the widget is idle; otherwise the SDK logs the refusal and nothing
+ * happens. Without a publisher id or an ad unit id (%NULL or empty) the load fails with
+ * %ZORVA_ERROR_INVALID_REQUEST.
+ */
+ZORVA_API void zorva_in_banner_video_load(ZorvaInBannerVideo* self);
+
+/**
+ * zorva_in_banner_video_get_state:
+ * @self: an in-banner video
+ *
+ * Returns: the video's state (the #ZorvaInBannerVideo:state property)
+ */
+ZORVA_API ZorvaAdState zorva_in_banner_video_get_state(ZorvaInBannerVideo* self);
 
 /**
  * ZorvaInterstitial:
@@ -257,7 +369,7 @@ ZORVA_API ZorvaInterstitial* zorva_interstitial_new(const char* publisher_id,
  * @self: an interstitial
  *
  * Starts loading an ad when the interstitial is idle; otherwise the SDK logs the refusal and
- * nothing happens. Without a publisher id or an ad unit id the load fails with
+ * nothing happens. Without a publisher id or an ad unit id (%NULL or empty) the load fails with
  * %ZORVA_ERROR_INVALID_REQUEST.
  */
 ZORVA_API void zorva_interstitial_load(ZorvaInterstitial* self);
@@ -297,7 +409,10 @@ ZORVA_API ZorvaAdState zorva_interstitial_get_state(ZorvaInterstitial* self);
  * `tracking-transport`, `send-regulations`, `test-mode`, `coppa`, `gdpr`. The string properties
  * (%NULL when unset) are `app-domain`, `app-categories`, `app-keywords`, `user-keywords`,
  * `gdpr-consent`, `us-privacy`, `gpp` and `tracking-queue-path`; `log-level` (0 to 5, 1 by
- * default) and `vast-fetch-budget` (0: none) are numbers. Every load reads them afresh.
+ * default) and `vast-fetch-budget` (0: none) are numbers. `store-url` is the app's store page
+ * (an absolute URL; anything else is refused with a warning), `location` a #GVariant `(dd)`,
+ * latitude and longitude in degrees, that the SDK then uses instead of fetching one, and
+ * `gpp-sid` a #GVariant `ai`, the GPP section ids. Every load reads them afresh.
  */
 #define ZORVA_TYPE_SDK (zorva_sdk_get_type())
 ZORVA_API G_DECLARE_FINAL_TYPE(ZorvaSdk, zorva_sdk, ZORVA, SDK, GObject)

@@ -102,11 +102,8 @@ TEST_F(CampaignsFile, ExecutableRefusesBadCommandLinesAndCampaignFilesWithAClear
   auto help = adserver({"--help"});
   EXPECT_EQ(help.finish(), 0);
   EXPECT_TRUE(help.out.starts_with("Usage: zorva-adserver [options]\n")) << help.out;
-  auto expectRefused = [](std::vector<std::string> args, int status, const std::string& message) {
-    auto tool = adserver(args);
-    EXPECT_EQ(tool.finish(), status) << message;
-    EXPECT_NE(tool.err.find(message), std::string::npos) << tool.err;
-    EXPECT_TRUE(tool.out.empty());
+  const auto expectRefused = [](std::vector<std::string> args, int status, const std::string& m) {
+    test::Subprocess::expectRefused(ZORVA_ADSERVER_EXECUTABLE, std::move(args), status, m);
   };
   expectRefused({"--verbose"}, 2, "unknown option '--verbose'");
   expectRefused({"--port", "eighty"}, 2, "--port wants a number from 0 to 65535, not 'eighty'");

@@ -1,14 +1,22 @@
-// The zorva-demo executable, run as a user runs it: its default tour, its probe of a server given
-// on the command line in JSON lines (asked for in a window where there is no display), its
-// production tour, and its refusal of bad command lines.
+// The zorva-demo executable, run as a user runs it: its tour with the production settings, its
+// probe of a server given on the command line in JSON lines (asked for in a window where there is
+// no display), and its refusal of bad command lines. Then its parts where the tour alone cannot
+// show a fault: its timeline given odd input, and its virtual-time run loop racing a real answer.
 #include <gtest/gtest.h>
+#include <zorva/platform/MainQueue.h>
+#include <zorva/platform/URLSession.h>
 #include <zorva/platform/Value.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <sstream>
 
+#include "support/LoopbackServer.h"
+#include "support/TestEnvironment.h"
 #include "tools/Subprocess.h"
 #include "zorva-adserver/AdServer.h"
+#include "zorva-demo/DemoRunLoop.h"
+#include "zorva-demo/Timeline.h"
 #include "zorva-demo/Tour.h"
 
 namespace zorva::demo {
@@ -19,7 +27,7 @@ using platform::Value;
 /// Runs the demo to its end, on the headless engines: by default it takes the real ones when a
 /// display is there, and their tour is the WebKit suite's to run.
 struct DemoRun {
-  explicit DemoRun(std::vector<std::string> args = {})
+  explicit DemoRun(std::vector<std::string> args)
       : process(ZORVA_DEMO_EXECUTABLE, headless(std::move(args))), status(process.finish()) {}
   static std::vector<std::string> headless(std::vector<std::string> args) {
     if (std::find(args.begin(), args.end(), "--engines") == args.end()) {
@@ -45,12 +53,15 @@ std::size_t find(const std::vector<std::string>& lines, std::size_t from,
   return lines.size();
 }
 
-TEST(DemoExecutable, DefaultTourPrintsItsTimelineAndPassesEveryScenario) {
-  const DemoRun run;
+// The tour with the production settings, over CDATA-style VAST: the video scenarios pass only
+// when every tracker of every document of their chain arrived at the server as a GET.
+TEST(DemoExecutable, ProductionTourPrintsItsTimelineAndSendsEveryTrackerOfTheVideos) {
+  const DemoRun run({"--production"});
   ASSERT_EQ(run.status, 0) << run.out << run.err;
   const auto lines = run.process.outLines();
   // A line of each kind in its columns (time, thread, kind, text); the tour judges the SDK itself.
   std::size_t at = find(lines, 0, {"against the embedded ad server at http://127.0.0.1:"});
+  at = find(lines, at, {"production settings: CDATA text and the tracking transport"});
   at = find(lines, at, {"main", "request", "POST http://127.0.0.1:", "aid=banner"});
   at = find(lines, at + 1, {"banner 320x50", "SKAdNetwork ids"});
   at = find(lines, at, {"server", "POST /zorva/servad?pid=zorva-demo&aid=banner"});
@@ -60,10 +71,13 @@ TEST(DemoExecutable, DefaultTourPrintsItsTimelineAndPassesEveryScenario) {
   at = find(lines, at, {"state", "-> 2 (loaded)"});
   at = find(lines, at, {"vast", "start at", "tracking URL"});
   at = find(lines, at, {"progress", "[########################] 100%  4.0 / 4.0 s"});
+  find(lines, 0, {"server", "GET /track?doc=inline&event=impression", "status=200"});
   at = find(lines, at, {"sdk", "Ad Not in loadable state"});
   find(lines, at, {"network", "bannerViewDidFailToReceiveAdWithError", "libcurl 28"});
   at = 0;
   for (const auto& name : Tour::scenarioNames()) at = find(lines, at, {"PASS  " + name});
+  find(lines, 0, {"PASS  interstitial-video", "7 tracking GETs at the server"});
+  find(lines, 0, {"PASS  vast-wrapper", "21 tracking GETs at the server"});
   find(lines, at, {"All 9 scenarios behaved as expected"});
   EXPECT_EQ(run.out.find("FAIL"), std::string::npos);
 }
@@ -81,37 +95,33 @@ TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLineInJsonLinesWithoutADispla
                      "--json", "--verbose", "--window", "--engines", "auto"});
   if (!display.empty()) setenv("DISPLAY", display.c_str(), 1);
   EXPECT_EQ(run.status, 1) << run.out << run.err;
-  std::vector<Value> events;
-  std::vector<std::string> notes;
+  // An HTML answer: fine for the banner and the interstitial; for video it is a document without
+  // any VAST Ad, which the SDK never reports, so the demo's own time-out ends the wait.
+  std::vector<std::string> notes, summaries;
+  std::optional<Value> request;
+  double last = 0;
   for (const auto& line : run.process.outLines()) {
-    Value event = Value::parse(line, nullptr, false);
-    ASSERT_FALSE(event.is_discarded()) << line;
+    const Value e = Value::parse(line, nullptr, false);
+    ASSERT_FALSE(e.is_discarded()) << line;
     for (const char* key : {"t", "thread", "scenario", "kind", "text"}) {
-      ASSERT_TRUE(event.contains(key)) << key << " in " << line;
+      ASSERT_TRUE(e.contains(key)) << key << " in " << line;
     }
-    if (!events.empty()) {
-      EXPECT_LE(events.back()["t"].get<double>(), event["t"].get<double>());
+    EXPECT_LE(last, e["t"].get<double>());
+    last = e["t"].get<double>();
+    EXPECT_NE(e["kind"], "pointer");
+    if (e["kind"] == "note" && e.contains("window")) notes.push_back(e["text"]);
+    if (e["kind"] == "summary") {
+      summaries.push_back(e["scenario"].get<std::string>() + (e["passed"] == true ? " +" : " -"));
     }
-    if (event["kind"] == "note" && event.contains("window")) notes.push_back(event["text"]);
-    EXPECT_NE(event["kind"], "pointer");
-    events.push_back(std::move(event));
+    if (e["kind"] == "request" && !request) request = e;
   }
   ASSERT_EQ(notes.size(), 1u);
   EXPECT_TRUE(notes[0].starts_with("no window: ")) << notes[0];
   EXPECT_TRUE(notes[0].ends_with("; the tour runs headless")) << notes[0];
-  // An HTML answer: fine for the banner and the interstitial; for video it is a document without
-  // any VAST Ad, which the SDK never reports, so the demo's own time-out ends the wait.
-  std::vector<std::string> summaries;
-  for (const auto& e : events) {
-    if (e["kind"] != "summary") continue;
-    summaries.push_back(e["scenario"].get<std::string>() + (e["passed"] == true ? " +" : " -"));
-  }
   EXPECT_EQ(summaries, (std::vector<std::string>{"banner +", "interstitial +",
                                                  "interstitial-video -", "in-banner-video -"}));
   EXPECT_NE(run.out.find("no callback at all (the app's own time-out)"), std::string::npos);
-  const auto request = std::find_if(events.begin(), events.end(),
-                                    [](const Value& e) { return e["kind"] == "request"; });
-  ASSERT_NE(request, events.end());
+  ASSERT_TRUE(request);
   EXPECT_EQ((*request)["body"]["imp"][0]["banner"]["w"], 320);
   EXPECT_EQ((*request)["bytes"], (*request)["body"].dump().size());
   EXPECT_GE(server->requests().size(), 4u);
@@ -122,46 +132,62 @@ TEST(DemoExecutable, ProbesAServerGivenOnTheCommandLineInJsonLinesWithoutADispla
   }
 }
 
-// The production settings over CDATA-style VAST: the video scenarios pass only when every
-// tracker of every document of their chain arrived at the server as a GET.
-TEST(DemoExecutable, ProductionTourSendsEveryTrackerOfTheVideosToTheServer) {
-  const DemoRun run({"--production"});
-  ASSERT_EQ(run.status, 0) << run.out << run.err;
-  const auto lines = run.process.outLines();
-  std::size_t at = find(lines, 0, {"production settings: CDATA text and the tracking transport"});
-  at = find(lines, at, {"PASS  interstitial-video", "7 tracking GETs at the server"});
-  find(lines, 0, {"server", "GET /track?doc=inline&event=impression", "status=200"});
-  find(lines, at, {"PASS  vast-wrapper", "21 tracking GETs at the server"});
-  find(lines, at, {"All 9 scenarios behaved as expected"});
-}
-
 TEST(DemoExecutable, HelpAndBadCommandLines) {
   const DemoRun help({"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_TRUE(help.out.starts_with("Usage: zorva-demo [options]\n")) << help.out;
   for (const auto& [args, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
-           {{"--colour"}, "zorva-demo: unknown option '--colour'\nTry 'zorva-demo --help'.\n"},
-           {{"--json=yes"}, "zorva-demo: option '--json' takes no value\n"},
-           {{"--pid="}, "zorva-demo: option '--pid' needs a non-empty value\n"},
-           {{"--engines", "headless", "--server"}, "zorva-demo: option '--server' needs a value\n"},
-           {{"--server", "localhost"},
-            "zorva-demo: --server wants an http or https URL, not 'localhost'\n"},
-           {{"--engines", "gpu"},
-            "zorva-demo: --engines wants real, headless or auto, not 'gpu'\n"},
-           {{"--snapshot", "banner.png", "--engines", "headless"},
-            "zorva-demo: --snapshot needs the real engines: the headless web engine renders no "
-            "pixels\n"},
-           {{"--window", "--engines", "headless"},
-            "zorva-demo: --window needs the real engines: the headless web engine shows no "
-            "pages\n"},
-           {{"--window", "--pause", "1s"},
-            "zorva-demo: --pause wants seconds from 0 to 60, not '1s'\n"},
-           {{"--pause", "2"}, "zorva-demo: --pause applies only with --window\n"}}) {
-    const DemoRun bad(args);
-    EXPECT_EQ(bad.status, 2);
-    EXPECT_TRUE(bad.err.starts_with(message)) << bad.err;
-    EXPECT_TRUE(bad.out.empty()) << bad.out;
+           {{"--colour"}, "unknown option '--colour'\nTry 'zorva-demo --help'.\n"},
+           {{"--json=yes"}, "option '--json' takes no value"},
+           {{"--pid="}, "option '--pid' needs a non-empty value"},
+           {{"--engines", "headless", "--server"}, "option '--server' needs a value"},
+           {{"--server", "localhost"}, "--server wants an http or https URL, not 'localhost'"},
+           {{"--engines", "gpu"}, "--engines wants real, headless or auto, not 'gpu'"},
+           {{"--snapshot", "banner.png", "--engines", "headless"}, "--snapshot needs the real"},
+           {{"--window", "--engines", "headless"}, "--window needs the real engines"},
+           {{"--window", "--pause", "1s"}, "--pause wants seconds from 0 to 60, not '1s'"},
+           {{"--pause", "2"}, "--pause applies only with --window"}}) {
+    test::Subprocess::expectRefused(ZORVA_DEMO_EXECUTABLE, args, 2, "zorva-demo: " + message);
   }
+}
+
+TEST(DemoTimeline, OddBytesStillMakeAValidJsonLineAndTheBarStaysInItsBox) {
+  std::ostringstream odd;
+  Timeline timeline(odd, Timeline::Format::Json, false);
+  timeline.setScenario("banner");
+  timeline.emit("sdk", "bad \xff byte");
+  EXPECT_EQ(Value::parse(odd.str())["scenario"], "banner");
+  EXPECT_EQ(Timeline::progressBar(-1, 4), "[----]");
+  EXPECT_EQ(Timeline::progressBar(7, 4), "[####]");
+}
+
+// The tour shows that virtual time jumps to timers and stops at its limits; a jump while an
+// answer is on its way shows only as a flaky scenario there.
+TEST(DemoRunLoop, NeverLetsVirtualTimeOvertakeAnAnswerInFlight) {
+  test::useVirtualClock();
+  auto& queue = platform::MainQueue::shared();
+  test::LoopbackServer server;
+  server.respond("/slow", {.body = "late", .delay = std::chrono::milliseconds(150)});
+  DemoRunLoop loop(queue);
+  bool timerFired = false, answered = false, timerFiredFirst = false;
+  queue.scheduleTimer(platform::seconds(0.001), [&] { timerFired = true; });
+  std::size_t inFlightInsideHandler = 0;
+  auto session = platform::URLSession::sharedSession();
+  session
+      ->dataTaskWithRequest(platform::URLRequest(platform::URL::URLWithString(server.url("/slow"))),
+                            [&](auto&&...) {
+                              inFlightInsideHandler = session->tasksInFlight();
+                              queue.post([&] {
+                                timerFiredFirst = timerFired;
+                                answered = true;
+                              });
+                            })
+      ->resume();
+  EXPECT_TRUE(loop.runUntil([&] { return answered && timerFired; }, std::chrono::seconds(10),
+                            platform::seconds(1)));
+  // The task counted until its handler returned, and the 1 ms timer waited for the answer.
+  EXPECT_EQ(inFlightInsideHandler, 1u);
+  EXPECT_FALSE(timerFiredFirst);
 }
 
 }  // namespace

@@ -86,6 +86,16 @@ class Subprocess {
     return lines;
   }
 
+  /// Runs `program` with `args` to its end and checks that it refused them: `status`, `message`
+  /// on standard error and nothing on standard output.
+  static void expectRefused(const char* program, std::vector<std::string> args, int status,
+                            const std::string& message) {
+    Subprocess tool(program, std::move(args));
+    EXPECT_EQ(tool.finish(), status) << message;
+    EXPECT_NE(tool.err.find(message), std::string::npos) << tool.err;
+    EXPECT_TRUE(tool.out.empty()) << tool.out;
+  }
+
   std::string out, err;
 
  private:

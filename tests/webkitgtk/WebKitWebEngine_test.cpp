@@ -125,21 +125,6 @@ class WebKitTest : public testing::Test {
   std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
 };
 
-TEST_F(WebKitTest, ScriptResultsArriveAsValuesOrErrorsOnALaterTurn) {
-  auto view = makeWebView();
-  EXPECT_EQ(run(*view, "[6 * 7, 1.5, 1 < 2, null, {b: 'x'}]").value->dump(),
-            R"([42,1.5,true,null,{"b":"x"}])");
-  auto undefined = run(*view, "undefined");
-  EXPECT_FALSE(undefined.value || undefined.error);
-  auto thrown = run(*view, "throw new Error('boom')");
-  ASSERT_TRUE(thrown.error && !thrown.value);
-  EXPECT_NE(thrown.error->localizedDescription().find("boom"), std::string::npos);
-  auto cyclic = run(*view, "var o = {}; o.self = o; o");
-  ASSERT_TRUE(cyclic.error);
-  EXPECT_EQ(cyclic.error->code, WebKitWebEngine::kScriptResultUnsupportedCode);
-  EXPECT_EQ(run(*view, "'after'").value, Value("after"));  // nothing left behind by the failure
-}
-
 TEST_F(WebKitTest, PolicyDecidesPageNavigationsWithTheirTypeAndNewWindowsOpenNothingInWebKit) {
   auto view = makeWebView();
   view->loadHTMLString(
@@ -202,15 +187,29 @@ TEST_F(WebKitTest, AnAnswerArrivingAfterTheWebViewIsGoneTouchesNothing) {
   EXPECT_EQ(delegate->events.size(), 3u);
 }
 
-TEST_F(WebKitTest, SnapshotsArePNGsOfTheWebViewsCurrentFrame) {
+// Script results and snapshots of a shown page, each handed over on a later turn.
+TEST_F(WebKitTest, ScriptResultsAreValuesOrErrorsAndSnapshotsArePNGsOfTheCurrentFrame) {
   auto view = makeWebView(Rect(0, 0, 300, 120));
   view->loadHTMLString("<body style='background:#c00'>ad</body>", at("/"));
   ASSERT_TRUE(waitFor("finish /"));
+  EXPECT_EQ(run(*view, "[6 * 7, 1.5, 1 < 2, null, {b: 'x'}]").value->dump(),
+            R"([42,1.5,true,null,{"b":"x"}])");
+  auto undefined = run(*view, "undefined");
+  EXPECT_FALSE(undefined.value || undefined.error);
+  auto thrown = run(*view, "throw new Error('boom')");
+  ASSERT_TRUE(thrown.error && !thrown.value);
+  EXPECT_NE(thrown.error->localizedDescription().find("boom"), std::string::npos);
+  auto cyclic = run(*view, "var o = {}; o.self = o; o");
+  ASSERT_TRUE(cyclic.error);
+  EXPECT_EQ(cyclic.error->code, WebKitWebEngine::kScriptResultUnsupportedCode);
+  EXPECT_EQ(run(*view, "'after'").value, Value("after"));  // nothing left behind by the failure
+
   const std::string path = testing::TempDir() + "zorva-webkit-snapshot.png";
   auto shoot = [&](const std::string& to) {
     std::remove(to.c_str());
     std::optional<std::optional<Error>> result;
     engineOf(*view)->snapshot(to, [&](std::optional<Error> error) { result = error; });
+    EXPECT_FALSE(result) << "completion ran inside the call";
     EXPECT_TRUE(test::runMainQueueUntil([&] { return result.has_value(); }));
     return result.value_or(Error());
   };

@@ -87,7 +87,7 @@ TEST(ZVHTMLPlayer, CommittedLoadsAreReportedAndLoadingFinishedFollowsThem) {
                                                              "failed:WebKitErrorDomain102"}));
 }
 
-TEST(ZVHTMLPlayer, TheDelegateDecidesNavigationsAndNewWindowsOpenInTheSameView) {
+TEST(ZVHTMLPlayer, TheDelegateDecidesNavigationsNewWindowsOpenInTheSameViewAndDialogsAreAnswered) {
   PlayerUnderTest test("<p>ad</p>");
   test.delegate->events.clear();
   const auto engines = HeadlessWebEngine::liveEngines().size();
@@ -112,10 +112,7 @@ TEST(ZVHTMLPlayer, TheDelegateDecidesNavigationsAndNewWindowsOpenInTheSameView) 
   test.delegate.reset();  // without a delegate nothing is followed
   EXPECT_EQ(test.engine().clickLink(requestFor("https://click.example/")),
             NavigationActionPolicy::Cancel);
-}
-
-TEST(ZVHTMLPlayer, DialogsAreAnsweredAtOnceAndNeverShown) {
-  PlayerUnderTest test("<script>alert('hi')</script>");
+  // Dialogs are answered at once and never shown.
   EXPECT_TRUE(test.engine().runJavaScriptAlert("hi"));
   EXPECT_EQ(test.engine().runJavaScriptConfirm("sure?"), std::optional<bool>(false));
   auto prompt = test.engine().runJavaScriptPrompt("name?", "Ann");

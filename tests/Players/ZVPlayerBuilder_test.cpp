@@ -12,6 +12,7 @@
 #include "Vast/ZVVastLinearAdPlayer.h"
 #include "Vast/ZVVastPlayer.h"
 #include "support/AdFormatTesting.h"
+#include "support/AdLoaderTesting.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/RecordingAdDelegate.h"
 #include "support/TestEnvironment.h"
@@ -47,14 +48,6 @@ TEST(ZVPlayerBuilder, TheVideoFlagAloneChoosesThePlayerAndOnlyDisplayGetsASessio
   EXPECT_EQ(display->adPlayTracker()->sessionTime(), 30u);
 }
 
-class ReceivingDelegate : public ZVAdLoaderDelegate {
- public:
-  void didReceiveAd(std::shared_ptr<ZorvaAd> received) override { ad = std::move(received); }
-  void didFailToReceivedAd(const Error& e) override { error = e; }
-  std::shared_ptr<ZorvaAd> ad;
-  std::optional<Error> error;
-};
-
 TEST(ZVPlayerBuilder, AVideoBidWhoseFirstAdIsAnEmptyWrapperPlaysTheInLineLinearAd) {
   test::useVirtualClock();
   auto handler = test::ObservingNetworkHandler::install();
@@ -67,11 +60,11 @@ TEST(ZVPlayerBuilder, AVideoBidWhoseFirstAdIsAnEmptyWrapperPlaysTheInLineLinearA
   server.respond("/empty", {.body = R"(<VAST version="3.0"/>)", .contentType = "text/xml"});
 
   auto loader = ZVAdLoader::create(std::make_shared<ZVAdLoaderConfig>());
-  auto received = std::make_shared<ReceivingDelegate>();
+  auto received = std::make_shared<test::RecordingLoaderDelegate>();
   loader->setDelegate(received);
   loader->setRequestBuilder(ZVRTBRequestBuilder::create(test::requestFor(server)));
   loader->load();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return received->ad || received->error; }));
+  ASSERT_TRUE(received->waitForCall());
   ASSERT_TRUE(received->ad);
 
   auto delegate = std::make_shared<RecordingAdDelegate>();
@@ -90,14 +83,11 @@ TEST(ZVPlayerBuilder, AVideoBidWhoseFirstAdIsAnEmptyWrapperPlaysTheInLineLinearA
             "http://media/ad.mp4");
   platform::MainQueue::shared().advanceBy(std::chrono::seconds(16));
   EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "end"}));
-  std::vector<std::string> handedOver;
-  for (const auto& list : handler->handedOverUrls()) {
-    handedOver.insert(handedOver.end(), list.begin(), list.end());
-  }
-  EXPECT_EQ(handedOver,
-            (std::vector<std::string>{"http://track/start", "http://track/firstQuartile",
-                                      "http://track/midpoint", "http://track/thirdQuartile",
-                                      "http://track/complete", "http://track/complete"}));
+  std::vector<std::vector<std::string>> handedOver;
+  for (const char* event : test::kProgressEvents)
+    handedOver.push_back({"http://track/" + std::string(event)});
+  handedOver.push_back(handedOver.back());
+  EXPECT_EQ(handler->handedOverUrls(), handedOver);
   EXPECT_GE(server.requests().size(), 2u) << "the bid and the wrapper's target";
 }
 

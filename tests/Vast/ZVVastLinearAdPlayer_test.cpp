@@ -41,17 +41,18 @@ class LinearPlayerTest : public ::testing::Test {
   std::shared_ptr<RecordingVastDelegate> delegate = std::make_shared<RecordingVastDelegate>();
 };
 
-// Without MP4 media the load fails with 403; an MP4 file without a usable URL stays silent.
-TEST_F(LinearPlayerTest, OnlyAnMp4FileWithAUsableUrlMakesAPlayer) {
+// Without MP4 media the load fails with 403; an MP4 file without a usable URL stays silent. The
+// media is loaded once: a second load only changes the ad. The video fills the view's bounds (not
+// its frame), fitted inside, below a bar 4 points high whose top is 2 points above the bottom
+// edge at any size.
+TEST_F(LinearPlayerTest, OnlyAnMp4FileMakesAPlayerWhoseVideoLiesUnderAThinBar) {
   player->load(test::firstAd(test::linearVast("video/webm")));
   player->load(nullptr);
   player->load(test::firstAd(test::linearVast("video/mp4", "http://c", "not a url")));
   MainQueue::shared().advanceBy(std::chrono::seconds(5));
   EXPECT_EQ(delegate->events, (std::vector<std::string>{"fail:403", "fail:403"}));
   EXPECT_FALSE(player->player());
-}
 
-TEST_F(LinearPlayerTest, TheMediaIsLoadedOnceAndASecondLoadOnlyChangesTheAd) {
   player->load(test::firstAd(test::linearVast()));
   const auto firstPlayer = player->player();
   ASSERT_TRUE(firstPlayer);
@@ -60,20 +61,14 @@ TEST_F(LinearPlayerTest, TheMediaIsLoadedOnceAndASecondLoadOnlyChangesTheAd) {
   EXPECT_EQ(player->ad(), second);
   EXPECT_EQ(player->player(), firstPlayer);
   EXPECT_EQ(engine()->url()->absoluteString(), "http://media/ad.mp4");
-}
 
-// The video fills the view's bounds (not its frame), fitted inside, below a bar 4 points high
-// whose top is 2 points above the bottom edge at any size.
-TEST_F(LinearPlayerTest, TheVideoLiesUnderAThinBarAlongTheBottomEdge) {
-  player->load(test::firstAd(test::linearVast()));
   ASSERT_TRUE(player->playerLayer());
   EXPECT_EQ(player->layer()->sublayers().front(), player->playerLayer());
   EXPECT_EQ(player->playerLayer()->videoGravity(), platform::LayerVideoGravity::ResizeAspect);
-  const auto& bar = *player->progressView();
   for (const platform::Size size : {platform::Size{320, 180}, platform::Size{1024, 768}}) {
     player->setFrame(platform::Rect(10, 20, size.width, size.height));
     player->layoutIfNeeded();
-    EXPECT_EQ(bar.frame(), platform::Rect(0, size.height - 2, size.width, 4));
+    EXPECT_EQ(player->progressView()->frame(), platform::Rect(0, size.height - 2, size.width, 4));
     EXPECT_EQ(player->playerLayer()->frame(), platform::Rect(0, 0, size.width, size.height));
   }
 }
@@ -146,32 +141,32 @@ TEST_F(LinearPlayerTest, AWindowChangePlaysAndEndAndStallAreReported) {
   EXPECT_FALSE(player->playbackStarted());
 }
 
-TEST_F(LinearPlayerTest, ATapSendsTheClickThroughEvenWhenAbsentAndGoesNoFurther) {
+// A tap sends the click-through, even when absent, and goes no further. A gone view is neither
+// told nor kept alive.
+TEST_F(LinearPlayerTest, ATapSendsTheClickThroughAndAGoneViewIsNeitherToldNorKeptAlive) {
   auto parent = platform::Button::buttonWithType(platform::ButtonType::Custom);
   int parentTaps = 0;
   parent->addTarget([&](platform::Button&) { ++parentTaps; }, platform::kControlEventTouchUpInside);
   parent->addSubview(player);
-  player->load(test::firstAd(test::linearVast()));
-  player->touchesEnded();
   player->load(test::firstAd(test::linearVast("video/mp4", std::nullopt)));
   player->touchesEnded();
-  EXPECT_EQ(delegate->events,
-            (std::vector<std::string>{"click:http://click/through", "click:(none)"}));
-  EXPECT_EQ(parentTaps, 0);
-}
-
-TEST_F(LinearPlayerTest, AGoneViewIsNeitherToldNorKeptAlive) {
   loadAndBuffer();
+  player->touchesEnded();
+  EXPECT_EQ(delegate->events,
+            (std::vector<std::string>{"click:(none)", "load", "click:http://click/through"}));
+  EXPECT_EQ(parentTaps, 0);
+
   auto item = player->playerItem();
   auto avPlayer = player->player();
   auto engine = this->engine();
   avPlayer->play();
   std::weak_ptr<ZVVastLinearAdPlayer> weak = player;
+  parent.reset();
   player.reset();
   EXPECT_TRUE(weak.expired());
   MainQueue::shared().advanceBy(std::chrono::milliseconds(10));
   engine->reachEnd();
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+  EXPECT_EQ(delegate->events.size(), 3u);
   EXPECT_TRUE(delegate->progress.empty());
 }
 

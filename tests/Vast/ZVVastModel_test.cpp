@@ -35,54 +35,50 @@ const char* kInline = R"(<VAST version="3.0">
   <Ad id="w"><Wrapper><VASTAdTagURI> http://w/next </VASTAdTagURI></Wrapper></Ad>
 </VAST>)";
 
-TEST(ZVVast, WrappersComeBeforeInLineAdsAndAVersionChildHidesTheAttribute) {
-  const auto vast = vastDocument(kInline);
-  ASSERT_EQ(vast->ads.size(), 2u);
-  EXPECT_EQ(vast->ads[0]->adTagURL(), "http://w/next");
-  EXPECT_EQ(vast->ads[1]->adTagURL(), std::nullopt);
+// Wrappers come before InLine ads. The ad's creative is its first Linear one, though a
+// NonLinear creative comes before it and another Linear one after; of its files the first listed
+// is played when any file passes. Strings are views into the document's characters: whatever part
+// of the model is kept keeps them, though the document, its ads and creatives are gone.
+TEST(ZVVast, AdsCreativesAndTheStringsAPartKeepsAlone) {
+  std::shared_ptr<ZVTracker> tracker;
+  std::shared_ptr<ZVVastAdItem> file;
+  {
+    const auto vast = vastDocument(kInline);
+    ASSERT_EQ(vast->ads.size(), 2u);
+    EXPECT_EQ(vast->ads[0]->adTagURL(), "http://w/next");
+    EXPECT_EQ(vast->ads[1]->adTagURL(), std::nullopt);
+    const auto linear = std::dynamic_pointer_cast<ZVVastLinear>(vast->ads[1]->adCreative());
+    ASSERT_NE(linear, nullptr);
+    EXPECT_EQ(linear->mediaFiles().size(), 2u);
+    EXPECT_EQ(linear->creativeURLForMimes({"video/mp4"})->absoluteString(), "http://m/1.webm");
+    EXPECT_EQ(linear->creativeURLForMimes({"video/ogg"}), std::nullopt);
+    EXPECT_EQ(linear->creativeURLForMimes({"VIDEO/MP4"}), std::nullopt);  // case matters
+    EXPECT_TRUE(linear->itemExistsForMime({"video/ogg", "video/mp4"}));
+    EXPECT_FALSE(linear->itemExistsForMime({}));
+    tracker = linear->trackers().back();
+    file = linear->adItems()->at(1);
+  }
+  EXPECT_EQ(tracker->event, "start");
+  EXPECT_EQ(file->url()->absoluteString(), "http://m/2.mp4");
+  EXPECT_EQ(vastDocument(kInline)->ads[0]->adTagURL(), "http://w/next");
   // A child element named like the version attribute hides it rather than being taken as it.
   EXPECT_EQ(vastDocument(R"(<VAST version="2.0"><version/></VAST>)")->version, std::nullopt);
   EXPECT_TRUE(ZVVast::create(XMLNode())->ads.empty());
-}
 
-// The ad's creative is its first Linear one, though a NonLinear creative comes before it and
-// another Linear one after; of its files the first listed is played when any file passes.
-TEST(ZVVastLinear, TheFirstLinearCreativeIsKeptAndItsFirstListedFileIsPlayed) {
-  const auto linear =
-      std::dynamic_pointer_cast<ZVVastLinear>(vastDocument(kInline)->ads[1]->adCreative());
-  ASSERT_NE(linear, nullptr);
-  EXPECT_EQ(linear->mediaFiles().size(), 2u);
-  EXPECT_EQ(linear->creativeURLForMimes({"video/mp4"})->absoluteString(), "http://m/1.webm");
-  EXPECT_EQ(linear->creativeURLForMimes({"video/ogg"}), std::nullopt);
-  EXPECT_EQ(linear->creativeURLForMimes({"VIDEO/MP4"}), std::nullopt);  // case matters
-  EXPECT_TRUE(linear->itemExistsForMime({"video/ogg", "video/mp4"}));
-  EXPECT_FALSE(linear->itemExistsForMime({}));
-}
-
-TEST(ZVVastNonLinear, FirstStaticResourceIsTheContentAndAnyMimeIsPlayable) {
-  const auto vast = vastDocument(R"(<VAST><Ad><InLine><Creatives><Creative><NonLinearAds>
-      <TrackingEvents><Tracking event="start">http://beside</Tracking></TrackingEvents>
-      <NonLinear minSuggestedDuration="15">
-        <IFrameResource>http://iframe</IFrameResource>
-        <StaticResource creativeType="image/png">http://s/1.png</StaticResource>
-        <StaticResource>http://s/2.png</StaticResource>
-      </NonLinear><NonLinear/></NonLinearAds></Creative></Creatives></InLine></Ad>
-      <Ad><InLine><Creatives><Creative><NonLinearAds><NonLinear/></NonLinearAds></Creative>
-      </Creatives></InLine></Ad></VAST>)");
-  ASSERT_EQ(vast->ads.size(), 2u);
-  const auto nonLinear = std::dynamic_pointer_cast<ZVVastNonLinear>(vast->ads[0]->adCreative());
-  ASSERT_NE(nonLinear, nullptr);
-  EXPECT_EQ(nonLinear->creativeContent(), "http://s/1.png");
-  EXPECT_EQ(nonLinear->adItems()->size(), 1u);
-  // Trackers beside the NonLinear element are not its own.
-  EXPECT_TRUE(nonLinear->trackers().empty());
-  EXPECT_TRUE(vast->ads[0]->aggregatedTrackersForEvent("start").empty());
-
-  const auto bare = std::dynamic_pointer_cast<ZVVastNonLinear>(vast->ads[1]->adCreative());
-  ASSERT_NE(bare, nullptr);
-  EXPECT_EQ(bare->adItems(), std::nullopt);
-  EXPECT_EQ(bare->creativeContent(), std::nullopt);
-  EXPECT_TRUE(bare->itemExistsForMime({}));
+  // A tracker or media file made from its element alone keeps its own strings.
+  std::shared_ptr<ZVMediaFile> alone;
+  {
+    const auto tree = XMLReader::dictionaryForXMLData(
+        std::string(R"(<MediaFile type="video/mp4" width="640">http://m/3.mp4</MediaFile>)"),
+        nullptr);
+    ASSERT_TRUE(tree);
+    alone = ZVMediaFile::create((*tree)["MediaFile"]);
+    EXPECT_EQ(ZVTracker::create((*tree)["MediaFile"]["type"]), nullptr);
+  }
+  ASSERT_TRUE(alone);
+  EXPECT_EQ(alone->type, "video/mp4");
+  EXPECT_EQ(alone->width, "640");
+  EXPECT_EQ(alone->mediaUrl, "http://m/3.mp4");
 }
 
 std::string field(const std::optional<std::string_view>& value) {
@@ -113,11 +109,14 @@ std::string everyField(const ZVVast& vast) {
       trackers(*linear);
     } else if (const auto nonLinear = std::dynamic_pointer_cast<ZVVastNonLinear>(creative)) {
       const auto& resource = nonLinear->resource();
+      const auto items = nonLinear->adItems();
       text += " nonlinear " + field(nonLinear->minSuggestedDuration()) + " " +
               (resource ? resource->type + " " + field(resource->creativeType) + " " +
                               field(resource->content)
                         : "-") +
-              "\n";
+              " content " + field(nonLinear->creativeContent()) + " items " +
+              (items ? std::to_string(items->size()) : "-") +
+              (nonLinear->itemExistsForMime({}) ? " plays any" : "") + "\n";
       trackers(*nonLinear);
     }
   }
@@ -126,7 +125,8 @@ std::string everyField(const ZVVast& vast) {
 
 // Collisions and gaps in every place the model reads from: an attribute beside a child of its
 // name, an attribute named "text", elements without text, prefixed attributes, strings among
-// the elements of a path.
+// the elements of a path. Of a NonLinear creative the first StaticResource is the content, and
+// trackers beside the NonLinear element are not its own.
 TEST(ZVVast, EveryFieldOfAnAwkwardDocumentReadsAsBefore) {
   const auto vast = vastDocument(R"(<VAST version="4.1" xmlns:x="urn:x">
   <Ad><InLine Impression="attr" AdTitle="t"><AdSystem v="1">sys</AdSystem><AdSystem>second</AdSystem>
@@ -145,6 +145,14 @@ TEST(ZVVast, EveryFieldOfAnAwkwardDocumentReadsAsBefore) {
   <Ad><InLine><Creatives><Creative><NonLinearAds><NonLinear minSuggestedDuration="5">
     <StaticResource>http://s/1</StaticResource><TrackingEvents><Tracking event="x">u</Tracking>
     </TrackingEvents></NonLinear></NonLinearAds></Creative></Creatives></InLine></Ad>
+  <Ad><InLine><Creatives><Creative><NonLinearAds>
+    <TrackingEvents><Tracking event="start">http://beside</Tracking></TrackingEvents>
+    <NonLinear><IFrameResource>http://iframe</IFrameResource>
+      <StaticResource creativeType="image/png">http://s/1.png</StaticResource>
+      <StaticResource>http://s/2.png</StaticResource>
+    </NonLinear><NonLinear/></NonLinearAds></Creative></Creatives></InLine></Ad>
+  <Ad><InLine><Creatives><Creative><NonLinearAds><NonLinear/></NonLinearAds></Creative>
+    </Creatives></InLine></Ad>
   <Ad><Wrapper><VASTAdTagURI>http://next</VASTAdTagURI><Impression>w</Impression>
     <Creatives/></Wrapper></Ad>
 </VAST>)");
@@ -161,41 +169,13 @@ ad - 'sys' - '' 'e1' [null,"i1",null]
   tracker - 'http://t/e'
   tracker 'pause' 'http://t/p'
 ad - - - - - []
- nonlinear '5' StaticResource - 'http://s/1'
+ nonlinear '5' StaticResource - 'http://s/1' content 'http://s/1' items 1 plays any
   tracker 'x' 'u'
+ad - - - - - []
+ nonlinear - StaticResource 'image/png' 'http://s/1.png' content 'http://s/1.png' items 1 plays any
+ad - - - - - []
+ nonlinear - - content - items - plays any
 )");
-}
-
-// Strings are views into the document's characters: whatever part of the model is kept keeps
-// them, though the document, its ads and creatives are gone.
-TEST(ZVVast, APartKeptAloneKeepsItsStrings) {
-  std::shared_ptr<ZVTracker> tracker;
-  std::shared_ptr<ZVVastAdItem> file;
-  {
-    const auto linear =
-        std::dynamic_pointer_cast<ZVVastLinear>(vastDocument(kInline)->ads[1]->adCreative());
-    tracker = linear->trackers().back();
-    file = linear->adItems()->at(1);
-  }
-  EXPECT_EQ(tracker->event, "start");
-  EXPECT_EQ(file->url()->absoluteString(), "http://m/2.mp4");
-  const auto ad = vastDocument(kInline)->ads[0];
-  EXPECT_EQ(ad->adTagURL(), "http://w/next");
-
-  // A tracker or media file made from its element alone keeps its own strings.
-  std::shared_ptr<ZVMediaFile> alone;
-  {
-    const auto tree = XMLReader::dictionaryForXMLData(
-        std::string(R"(<MediaFile type="video/mp4" width="640">http://m/3.mp4</MediaFile>)"),
-        nullptr);
-    ASSERT_TRUE(tree);
-    alone = ZVMediaFile::create((*tree)["MediaFile"]);
-    EXPECT_EQ(ZVTracker::create((*tree)["MediaFile"]["type"]), nullptr);
-  }
-  ASSERT_TRUE(alone);
-  EXPECT_EQ(alone->type, "video/mp4");
-  EXPECT_EQ(alone->width, "640");
-  EXPECT_EQ(alone->mediaUrl, "http://m/3.mp4");
 }
 
 TEST(ZVVastAd, AggregationsWalkTheWrapperChainUpward) {
@@ -223,21 +203,18 @@ TEST(ZVVastAd, AggregationsWalkTheWrapperChainUpward) {
   EXPECT_TRUE(inlineAd->aggregatedTrackersForEvent("midpoint").empty());
 }
 
-TEST(ZVVastError, KnownCodesAreNamedAndUnknownOnesKeepTheirNumberWithEmptyTexts) {
-  const auto parsing = ZVVastError::vastErrorForErrorCode(100);
-  EXPECT_EQ(parsing.domain, "ZorvaSDK");
-  EXPECT_EQ(parsing.localizedDescription(),
+// Unknown codes keep their number with empty texts; the app may translate a description.
+TEST(ZVVastError, CodesAreNamedAndTheAppMayTranslateTheDescription) {
+  EXPECT_EQ(ZVVastError::vastErrorForErrorCode(100).localizedDescription(),
             "VAST error: XML_PARSING_ERROR, Message: Failed to parse vast response.");
   EXPECT_EQ(ZVVastError::vastErrorForErrorCode(302).localizedDescription(),
             "VAST error: WRAPPER_THRESHOLD, Message: ");
   for (const std::int64_t code : {102LL, 406LL, -1LL, 1LL << 40}) {
     const auto error = ZVVastError::vastErrorForErrorCode(code);
     EXPECT_EQ(error.code, code);
+    EXPECT_EQ(error.domain, "ZorvaSDK");
     EXPECT_EQ(error.localizedDescription(), "VAST error: , Message: ");
   }
-}
-
-TEST(ZVVastError, TheAppMayTranslateTheDescription) {
   platform::Bundle::mainBundle().setStringsTable(
       "Localizable", {{"VAST error: NO_VAST_RESPONSE, Message: ", "Keine VAST-Antwort"}});
   EXPECT_EQ(ZVVastError::vastErrorForErrorCode(303).localizedDescription(), "Keine VAST-Antwort");

@@ -74,9 +74,10 @@ std::vector<std::string> systemsUpTheChain(std::shared_ptr<ZVVastAd> ad) {
   return systems;
 }
 
-// Without a fetch, success is still told later, on the main queue. The result is the first leaf
-// to finish, even when only a later one has a creative.
-TEST(ZVVastParser, AnAnswerWithoutWrappersSucceedsOnTheMainQueueWithItsFirstLeaf) {
+// Without a fetch, success is still told later, on the main queue, with the first leaf to finish
+// even when only a later one has a creative; an error at once, on the caller's thread (versions
+// are compared as strings); an answer without ads never.
+TEST(ZVVastParser, AnAnswerWithoutWrappersIsToldWithoutAFetch) {
   const std::string twoLeaves =
       "<VAST version=\"3.0\"><Ad><InLine><AdSystem>bare</AdSystem></InLine></Ad>"
       "<Ad><InLine><AdSystem>full</AdSystem><Creatives><Creative><Linear/></Creative>"
@@ -91,35 +92,60 @@ TEST(ZVVastParser, AnAnswerWithoutWrappersSucceedsOnTheMainQueueWithItsFirstLeaf
     ASSERT_EQ(outcome->vast->ads.size(), 1u);
     EXPECT_EQ(outcome->vast->ads[0]->system(), system);
   }
+  const std::pair<std::string, long> failures[] = {{inlineDocument("bare", false), 302},
+                                                   {inlineDocument("v", true, "1.0"), 101},
+                                                   {inlineDocument("v", true, "10.0"), 101},
+                                                   {inlineDocument("v", true, "1.99"), 101},
+                                                   {"<VAST version=\"3.0\"><Ad>", 100},
+                                                   {"", 100},
+                                                   {"<VAST>\xff</VAST>", 100}};
+  for (const auto& [text, code] : failures) {
+    SCOPED_TRACE(text);
+    auto outcome = parse(ZVVastParser::create(), text);
+    ASSERT_EQ(outcome->calls, 1);
+    EXPECT_EQ(outcome->error->code, code);
+    EXPECT_EQ(outcome->thread, std::this_thread::get_id());
+  }
+  EXPECT_TRUE(ZVVastParser::isVASTVersionSupported(std::nullopt));
+
+  auto parser = ZVVastParser::create();
+  auto empty = parse(parser, "<VAST version=\"3.0\"></VAST>");
+  auto other = parse(ZVVastParser::create(), "<NotVast/>");
+  // Nothing is in flight and nothing is queued: no completion can come later.
+  EXPECT_EQ(platform::MainQueue::shared().runUntilIdle(), 0u);
+  EXPECT_EQ(empty->calls + other->calls, 0);
+  EXPECT_EQ(parser->outstandingRequests(), 0);
 }
 
-TEST(ZVVastParser, WrapperIsResolvedOverHttpAndBecomesTheParent) {
-  test::LoopbackServer server;
-  server.respond("/inline", {200, inlineDocument("leaf"), "application/xml"});
-  auto outcome = parseToEnd(wrapperDocument("top", server.url("/inline")));
-  ASSERT_FALSE(outcome->error.has_value()) << outcome->error->localizedDescription();
-  EXPECT_TRUE(outcome->onMainQueue);
-  ASSERT_EQ(outcome->vast->ads.size(), 1u);
-  EXPECT_EQ(systemsUpTheChain(outcome->vast->ads[0]), (std::vector<std::string>{"leaf", "top"}));
-  EXPECT_EQ(outcome->vast->ads[0]->aggregatedTrackersForEvent("start"),
-            (std::vector<std::string>{"http://t/top"}));
-  EXPECT_EQ(server.requests().size(), 1u);
-}
-
-TEST(ZVVastParser, FourthWrapperOfAChainIsKeptUnresolved) {
-  test::LoopbackServer server;
-  server.respond("/w1", {200, wrapperDocument("w1", server.url("/w2")), "application/xml"});
-  server.respond("/w2", {200, wrapperDocument("w2", server.url("/w3")), "application/xml"});
-  server.respond("/w3", {200, wrapperDocument("w3", server.url("/w4")), "application/xml"});
-  server.respond("/w4", {200, inlineDocument("never"), "application/xml"});
-  auto outcome = parseToEnd(wrapperDocument("w0", server.url("/w1")));
-  ASSERT_FALSE(outcome->error.has_value());
-  ASSERT_EQ(outcome->vast->ads.size(), 1u);
-  const auto& kept = outcome->vast->ads[0];
-  EXPECT_EQ(kept->adTagURL(), server.url("/w4"));
-  EXPECT_EQ(systemsUpTheChain(kept), (std::vector<std::string>{"w3", "w2", "w1", "w0"}));
-  EXPECT_EQ(kept->aggregatedTrackersForEvent("start").size(), 4u);
-  EXPECT_EQ(server.requests().size(), 3u);
+// A chain of `depth` Wrappers below the answer's, then an InLine ad: each Wrapper becomes the
+// parent of what it fetched, and the fourth is kept unresolved.
+TEST(ZVVastParser, WrappersAreResolvedOverHttpUpToTheFourth) {
+  for (const auto& [depth, systems] :
+       {std::pair{0, std::vector<std::string>{"leaf", "w0"}},
+        std::pair{3, std::vector<std::string>{"w3", "w2", "w1", "w0"}}}) {
+    test::LoopbackServer server;
+    const auto link = [&](int i) { return server.url("/w" + std::to_string(i)); };
+    for (int i = 1; i <= depth; ++i) {
+      server.respond(
+          "/w" + std::to_string(i),
+          {200, wrapperDocument("w" + std::to_string(i), link(i + 1)), "application/xml"});
+    }
+    server.respond("/w" + std::to_string(depth + 1),
+                   {200, inlineDocument("leaf"), "application/xml"});
+    auto outcome = parseToEnd(wrapperDocument("w0", link(1)));
+    ASSERT_FALSE(outcome->error.has_value()) << outcome->error->localizedDescription();
+    EXPECT_TRUE(outcome->onMainQueue);
+    ASSERT_EQ(outcome->vast->ads.size(), 1u);
+    const auto& kept = outcome->vast->ads[0];
+    EXPECT_EQ(kept->adTagURL(), depth ? std::optional(link(4)) : std::nullopt);
+    EXPECT_EQ(systemsUpTheChain(kept), systems);
+    std::vector<std::string> trackers;
+    for (const auto& system : systems) {
+      if (system != "leaf") trackers.push_back("http://t/" + system);
+    }
+    EXPECT_EQ(kept->aggregatedTrackersForEvent("start"), trackers);
+    EXPECT_EQ(server.requests().size(), std::max(depth, 1));
+  }
 }
 
 // An answer of four Wrappers, each answering four Wrappers: 4 + 16 + 64 fetches (the deepest kept
@@ -133,58 +159,51 @@ TEST(ZVVastParser, AFetchBudgetBoundsAFanOutOfWrappers) {
   for (const std::size_t budget : {std::size_t{0}, ZorvaSDK::kVastFetchBudget}) {
     ZorvaSDK::shared()->setVastFetchBudget(budget);
     const std::size_t before = server.requests().size();
-    auto outcome = parseToEnd(fan);
-    const std::size_t fetches = budget == 0 ? 84 : budget;
-    ASSERT_TRUE(server.waitForRequests(before + fetches, milliseconds(10000)));
-    EXPECT_EQ(server.requests().size(), before + fetches);
+    auto parser = ZVVastParser::create();
+    auto outcome = parse(parser, fan);
+    // Once nothing is outstanding every fetch started has been answered: the count is final.
+    ASSERT_TRUE(test::runMainQueueUntil(
+        [&] { return outcome->calls > 0 && parser->outstandingRequests() == 0; }));
+    EXPECT_EQ(server.requests().size(), before + (budget == 0 ? 84 : budget));
     EXPECT_EQ(outcome->error ? outcome->error->code : 0, budget == 0 ? 0 : 302);
   }
   ZorvaSDK::shared()->setVastFetchBudget(0);
 }
 
-TEST(ZVVastParser, InLineBesideAWrapperWinsEvenWhenTheWrapperResolves) {
+// The InLine ad comes first in the document and the Wrapper second: ads list Wrappers first,
+// yet the InLine ad finishes without a fetch. Two Wrappers of one answer: one completion, once
+// both have resolved. A fetched document's version is not looked at.
+TEST(ZVVastParser, TheFirstAdToFinishIsTheResultOfTheOnlyCompletion) {
   test::LoopbackServer server;
   server.respond("/inline", {200, inlineDocument("fetched"), "application/xml"});
-  // The InLine ad comes first in the document and the Wrapper second: ads list Wrappers first,
-  // yet the InLine ad finishes without a fetch.
-  const std::string text =
-      "<VAST version=\"3.0\"><Ad><InLine><AdSystem>local</AdSystem>"
-      "<Creatives><Creative><Linear/></Creative></Creatives></InLine></Ad>"
-      "<Ad><Wrapper><AdSystem>w</AdSystem><VASTAdTagURI>" +
-      server.url("/inline") + "</VASTAdTagURI></Wrapper></Ad></VAST>";
-  auto parser = ZVVastParser::create();
-  auto outcome = parse(parser, text);
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return outcome->calls > 0; }));
-  ASSERT_FALSE(outcome->error.has_value());
-  EXPECT_EQ(outcome->vast->ads[0]->system(), "local");
-  EXPECT_EQ(server.requests().size(), 1u);
-  const auto finished = parser->ads();
-  ASSERT_EQ(finished.size(), 2u);
-  EXPECT_EQ(finished[1]->system(), "fetched");
-}
-
-// Two Wrappers of one answer: one completion, once both have resolved. A fetched document's
-// version is not looked at.
-TEST(ZVVastParser, TwoWrappersBothResolveBeforeTheOnlyCompletion) {
-  test::LoopbackServer server;
   server.respond("/old",
                  {200, inlineDocument("old", true, "1.0"), "application/xml", milliseconds(100)});
   server.respond("/new", {200, inlineDocument("new"), "application/xml"});
-  const std::string text = "<VAST version=\"3.0\"><Ad><Wrapper><VASTAdTagURI>" +
-                           server.url("/old") + "</VASTAdTagURI></Wrapper></Ad>" +
-                           "<Ad><Wrapper><VASTAdTagURI>" + server.url("/new") +
-                           "</VASTAdTagURI></Wrapper></Ad></VAST>";
-  auto parser = ZVVastParser::create();
-  std::vector<std::size_t> finishedAtCompletion;
-  parser->parse(text, [&](std::shared_ptr<ZVVast> vast, std::optional<Error> error) {
-    EXPECT_FALSE(error);
-    EXPECT_EQ(vast->ads.at(0)->system(), "new");  // the first to finish
-    finishedAtCompletion.push_back(parser->ads().size());
-  });
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return !finishedAtCompletion.empty(); }));
-  test::runMainQueueUntil([] { return false; }, milliseconds(200));  // room for a second call
-  EXPECT_EQ(finishedAtCompletion, std::vector<std::size_t>{2});
-  EXPECT_EQ(parser->ads().at(1)->system(), "old");
+  const auto wrapper = [&](const std::string& path) {
+    return "<Ad><Wrapper><AdSystem>w</AdSystem><VASTAdTagURI>" + server.url(path) +
+           "</VASTAdTagURI></Wrapper></Ad>";
+  };
+  const std::string beside =
+      "<Ad><InLine><AdSystem>local</AdSystem><Creatives><Creative>"
+      "<Linear/></Creative></Creatives></InLine></Ad>" +
+      wrapper("/inline");
+  for (const auto& [ads, first, second] :
+       {std::tuple{beside, "local", "fetched"},
+        std::tuple{wrapper("/old") + wrapper("/new"), "new", "old"}}) {
+    auto parser = ZVVastParser::create();
+    std::vector<std::size_t> finishedAtCompletion;
+    parser->parse("<VAST version=\"3.0\">" + ads + "</VAST>",
+                  [&](std::shared_ptr<ZVVast> vast, std::optional<Error> error) {
+                    EXPECT_FALSE(error);
+                    EXPECT_EQ(vast->ads.at(0)->system(), first);
+                    finishedAtCompletion.push_back(parser->ads().size());
+                  });
+    ASSERT_TRUE(test::runMainQueueUntil([&] { return !finishedAtCompletion.empty(); }));
+    test::runMainQueueUntil([] { return false; }, milliseconds(200));  // room for a second call
+    EXPECT_EQ(finishedAtCompletion, std::vector<std::size_t>{2});
+    EXPECT_EQ(parser->ads().at(1)->system(), second);
+  }
+  EXPECT_EQ(server.requests().size(), 3u);
 }
 
 // After a fetch, failures are told on the network thread: no document (a refused connection, a
@@ -204,36 +223,6 @@ TEST(ZVVastParser, FailuresAfterAFetchArriveOnTheNetworkThread) {
     EXPECT_EQ(outcome->error->code, code) << target;
     EXPECT_TRUE(outcome->onNetworkThread) << target;
   }
-}
-
-// Without any fetch an error is reported at once, on the caller's thread. Versions are compared
-// as strings.
-TEST(ZVVastParser, AFirstAnswerThatFailsWithoutAFetchFailsSynchronously) {
-  const std::pair<std::string, long> cases[] = {{inlineDocument("bare", false), 302},
-                                                {inlineDocument("v", true, "1.0"), 101},
-                                                {inlineDocument("v", true, "10.0"), 101},
-                                                {inlineDocument("v", true, "1.99"), 101},
-                                                {"<VAST version=\"3.0\"><Ad>", 100},
-                                                {"", 100},
-                                                {"<VAST>\xff</VAST>", 100}};
-  for (const auto& [text, code] : cases) {
-    SCOPED_TRACE(text);
-    auto outcome = parse(ZVVastParser::create(), text);
-    ASSERT_EQ(outcome->calls, 1);
-    EXPECT_EQ(outcome->error->code, code);
-    EXPECT_EQ(outcome->thread, std::this_thread::get_id());
-  }
-  EXPECT_TRUE(ZVVastParser::isVASTVersionSupported(std::nullopt));
-}
-
-TEST(ZVVastParser, FirstAnswerWithoutAdsNeverCompletes) {
-  auto parser = ZVVastParser::create();
-  auto outcome = parse(parser, "<VAST version=\"3.0\"></VAST>");
-  auto other = parse(ZVVastParser::create(), "<NotVast/>");
-  // Nothing is in flight and nothing is queued: no completion can come later.
-  EXPECT_EQ(platform::MainQueue::shared().runUntilIdle(), 0u);
-  EXPECT_EQ(outcome->calls + other->calls, 0);
-  EXPECT_EQ(parser->outstandingRequests(), 0);
 }
 
 TEST(ZVVastParser, ParserKeepsItselfAliveWhileFetching) {

@@ -114,15 +114,16 @@ TEST_F(VastPlayerTest, ProgressPointsFireOnePerReport) {
   }
 }
 
-TEST_F(VastPlayerTest, AMalformedDocumentFailsAtOnceWith100AndHandsOverNothing) {
+// A malformed document fails at once with 100 and hands over nothing; a failing media puts its
+// code into every error URL of the chain.
+TEST_F(VastPlayerTest, FailuresAreToldAndHandedOverToEveryErrorUrlOfTheChain) {
   player = makePlayer("<VAST version=\"3.0\"><Ad>");
   player->play();
   EXPECT_EQ(delegate->events, std::vector<std::string>{"fail:100"});
   EXPECT_FALSE(player->vastAdPlayer());
   EXPECT_TRUE(handler->handedOverUrls().empty());
-}
 
-TEST_F(VastPlayerTest, AFailingMediaPutsItsCodeIntoEveryErrorUrlOfTheChain) {
+  delegate->events.clear();
   test::LoopbackServer server;
   server.respond("/inline", {.body = test::linearVast(), .contentType = "application/xml"});
   HeadlessMediaEngine::setAutomaticByDefault(false);
@@ -184,11 +185,10 @@ TEST_F(VastPlayerTest, AStartFiresTheImpressionAndATapGoesToTheLinkResolver) {
   linear->touchesEnded();
   player->resolverDidDismissModal(*player->linkResolver());
   EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent", "didDismiss"}));
-}
 
-// Click-throughs often come in CDATA, which the reader leaves out: the bid's attribution still
-// opens the store sheet.
-TEST_F(VastPlayerTest, ATapWithoutAClickThroughStillOpensTheStoreSheet) {
+  // Click-throughs often come in CDATA, which the reader leaves out: the bid's attribution still
+  // opens the store sheet.
+  delegate = std::make_shared<RecordingAdDelegate>();
   auto root = platform::ViewController::create();
   platform::DeviceProfile::phone().makeKeyWindow(root);
   const Value skadn = {{"itunesitem", "880047117"}, {"network", "example123.skadnetwork"}};

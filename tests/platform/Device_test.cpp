@@ -14,15 +14,13 @@ Date utc(int y, unsigned m, unsigned d, int hh, int mm, int ss) {
   return sys_days{year{y} / month{m} / day{d}} + hours{hh} + minutes{mm} + seconds{ss};
 }
 
-TEST(Device, VersionsCompareNumericallyComponentByComponent) {
+TEST(Device, VersionsCompareNumericallyAndLanguageCodesEndBeforeTheRegion) {
   EXPECT_EQ(Device::compareVersions("13", "13.0"), 0);
   EXPECT_LT(Device::compareVersions("9.3", "13.0"), 0);  // not a text comparison
   EXPECT_LT(Device::compareVersions("13.0", "13.0.1"), 0);
   EXPECT_GT(Device::compareVersions("13.10", "13.9"), 0);
   EXPECT_LT(Device::compareVersions("beta", "1"), 0);
-}
-
-TEST(Locale, LanguageCodeIsThePartBeforeTheRegion) {
+  // A language code is the part before the region.
   EXPECT_EQ(Locale("en-US").languageCode(), "en");
   EXPECT_EQ(Locale("zh-Hans-CN").languageCode(), "zh");
   EXPECT_EQ(Locale("pt_BR").languageCode(), "pt");
@@ -40,11 +38,8 @@ TEST(TimeZone, RegionZonesFollowTheirDaylightSavingTransitionsAndOtherNamesAreRe
   EXPECT_FALSE(TimeZone::timeZoneWithName("../../etc/passwd"));
   EXPECT_FALSE(TimeZone::timeZoneWithName("/etc/localtime"));
   EXPECT_FALSE(TimeZone::timeZoneWithName("zone.tab"));  // in the folder, not a zone file
-}
 
-// The two patterns the SDK formats with; the zone offsets themselves are checked through the
-// SDK's own time-zone read.
-TEST(DateFormatter, FormatsThePatternInItsTimeZone) {
+  // A formatter writes the SDK's two patterns in its time zone.
   auto formatter = DateFormatter::create();
   formatter->setTimeZone(*TimeZone::timeZoneWithName("Asia/Kolkata"));
   const Date date = utc(2024, 12, 31, 20, 5, 9) + milliseconds(42);

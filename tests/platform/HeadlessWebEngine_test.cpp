@@ -52,18 +52,16 @@ TEST(HeadlessWebEngine, AStringLoadAsksThePolicyThenFinishesOnALaterTurn) {
   EXPECT_TRUE(page.recorder->events.empty());  // nothing inside the load call
   MainQueue::shared().runUntilIdle();
   EXPECT_EQ(page.recorder->events, (std::vector<std::string>{"policy", "commit", "finish"}));
-}
 
-// The HTML player's test that a page which never committed is not reported means something only
-// if the failure does reach the navigation delegate.
-TEST(HeadlessWebEngine, AByHandLoadFailsBeforeItCommitsWhenTheTestSaysSo) {
+  // The HTML player's test that a page which never committed is not reported means something
+  // only if the failure does reach the navigation delegate.
   HeadlessWebEngine::setAutomaticByDefault(false);
-  Page page;
-  page.webView->loadHTMLString("", std::nullopt);
+  Page byHand;
+  byHand.webView->loadHTMLString("", std::nullopt);
   MainQueue::shared().runUntilIdle();
-  EXPECT_TRUE(page.engine->failProvisionalNavigation(Error("NSURLErrorDomain", -1009)));
-  EXPECT_FALSE(page.engine->finishNavigation());  // already over
-  EXPECT_EQ(page.recorder->events, (std::vector<std::string>{"policy", "provisional:-1009"}));
+  EXPECT_TRUE(byHand.engine->failProvisionalNavigation(Error("NSURLErrorDomain", -1009)));
+  EXPECT_FALSE(byHand.engine->finishNavigation());  // already over
+  EXPECT_EQ(byHand.recorder->events, (std::vector<std::string>{"policy", "provisional:-1009"}));
 }
 
 TEST(HeadlessWebEngine, ADeadWebViewReportsNothing) {

@@ -31,7 +31,8 @@ TEST(MainQueue, TasksPostedFromOtherThreadsRunInOrderOnTheMainThread) {
   for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
 }
 
-// The handles are dropped at once: the queue keeps its timers alive until they fire.
+// The handles are dropped at once: the queue keeps its timers alive until they fire. An
+// invalidated timer never runs and releases its action at once.
 TEST(MainQueue, VirtualTimersFireOnlyWhenTimeIsAdvancedInFireDateOrder) {
   test::useVirtualClock();
   auto& queue = MainQueue::shared();
@@ -42,6 +43,14 @@ TEST(MainQueue, VirtualTimersFireOnlyWhenTimeIsAdvancedInFireDateOrder) {
     // A timer scheduled while firing counts from the fire date of the one that scheduled it.
     queue.scheduleTimer(seconds(15), [&] { fired.push_back("10+15"); });
   });
+  auto owned = std::make_shared<int>(7);
+  std::weak_ptr<int> watch = owned;
+  auto invalidated = queue.scheduleTimer(seconds(1), [&fired, owned] { fired.push_back("1"); });
+  owned.reset();
+  EXPECT_TRUE(invalidated->isValid());
+  invalidated->invalidate();
+  EXPECT_FALSE(invalidated->isValid());
+  EXPECT_TRUE(watch.expired());
   queue.runUntilIdle();
   EXPECT_TRUE(fired.empty());
   queue.advanceBy(seconds(29.999));
@@ -50,31 +59,16 @@ TEST(MainQueue, VirtualTimersFireOnlyWhenTimeIsAdvancedInFireDateOrder) {
   EXPECT_EQ(fired, (std::vector<std::string>{"10", "10+15", "30"}));
 }
 
-TEST(MainQueue, InvalidatedTimerNeverRunsAndReleasesItsAction) {
-  test::useVirtualClock();
-  auto owned = std::make_shared<int>(7);
-  std::weak_ptr<int> watch = owned;
-  bool ran = false;
-  auto timer = MainQueue::shared().scheduleTimer(seconds(1), [&ran, owned] { ran = true; });
-  owned.reset();
-  EXPECT_TRUE(timer->isValid());
-  timer->invalidate();
-  EXPECT_FALSE(timer->isValid());
-  EXPECT_TRUE(watch.expired());
-  MainQueue::shared().advanceBy(seconds(5));
-  EXPECT_FALSE(ran);
-}
-
-TEST(MainQueue, RealClockTimerFiresInRunUntilWhichOtherwiseGivesUp) {
-  bool ran = false;
-  auto timer = MainQueue::shared().scheduleTimer(milliseconds(20), [&] { ran = true; });
-  EXPECT_TRUE(test::runMainQueueUntil([&] { return ran; }, milliseconds(2000)));
+// A real-clock timer fires in runUntil, which otherwise gives up; stop ends run from another
+// thread.
+TEST(MainQueue, RealClockTimersFireAndStopEndsRunFromAnotherThread) {
+  auto& queue = MainQueue::shared();
+  bool fired = false;
+  auto timer = queue.scheduleTimer(milliseconds(20), [&] { fired = true; });
+  EXPECT_TRUE(test::runMainQueueUntil([&] { return fired; }, milliseconds(2000)));
   EXPECT_FALSE(timer->isValid());
   EXPECT_FALSE(test::runMainQueueUntil([] { return false; }, milliseconds(30)));
-}
 
-TEST(MainQueue, StopEndsRunFromAnotherThread) {
-  auto& queue = MainQueue::shared();
   int ran = 0;
   queue.post([&] { ++ran; });
   std::thread stopper([&] {
@@ -88,7 +82,7 @@ TEST(MainQueue, StopEndsRunFromAnotherThread) {
 }
 
 TEST(MainQueue, RepeatingTimerFiresEveryIntervalUntilInvalidatedFromItsOwnAction) {
-  test::useVirtualClock();
+  auto clock = test::useVirtualClock();
   auto& queue = MainQueue::shared();
   std::vector<TimePoint> fired;
   auto captured = std::make_shared<int>();
@@ -110,21 +104,17 @@ TEST(MainQueue, RepeatingTimerFiresEveryIntervalUntilInvalidatedFromItsOwnAction
   EXPECT_FALSE(timer->isValid());
   EXPECT_TRUE(watch.expired());  // the action, released with the timer
   EXPECT_FALSE(queue.nextFireDate().has_value());
-}
 
-TEST(MainQueue, RepeatingTimerSkipsFiresMissedWhileTheThreadWasBusy) {
-  auto clock = test::useVirtualClock();
-  auto& queue = MainQueue::shared();
-  int fired = 0;
-  auto timer = queue.scheduleRepeatingTimer(milliseconds(1), [&] { ++fired; });
-  const auto firstDate = timer->fireDate();
-  // The clock jumps past twenty fire dates at once, as if the thread had been busy.
+  // The clock jumps past twenty fire dates at once, as if the thread had been busy: one fire.
+  int count = 0;
+  auto busy = queue.scheduleRepeatingTimer(milliseconds(1), [&] { ++count; });
+  const auto firstDate = busy->fireDate();
   clock->setNow(clock->now() + std::chrono::microseconds(20500));
   queue.runUntilIdle();
-  EXPECT_EQ(fired, 1);
-  EXPECT_GT(timer->fireDate(), queue.now());
-  EXPECT_EQ((timer->fireDate() - firstDate) % milliseconds(1), Duration::zero());
-  timer->invalidate();
+  EXPECT_EQ(count, 1);
+  EXPECT_GT(busy->fireDate(), queue.now());
+  EXPECT_EQ((busy->fireDate() - firstDate) % milliseconds(1), Duration::zero());
+  busy->invalidate();
 }
 
 }  // namespace

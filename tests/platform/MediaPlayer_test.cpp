@@ -36,11 +36,6 @@ struct Fixture {
   }
 };
 
-TEST(MediaTime, NanosecondValuesOfAnHourLongMediaDoNotOverflowOnTheWayToADuration) {
-  EXPECT_EQ(MediaTime::makeWithSeconds(3600.5, 1'000'000'000).duration(),
-            std::chrono::milliseconds(3'600'500));
-}
-
 // A loaded ad not yet on screen must not report progress, or its start would be tracked early.
 TEST(Player, PeriodicObserverReportsFromTheStartOfPlayAtEveryInterval) {
   test::useVirtualClock();
@@ -56,6 +51,9 @@ TEST(Player, PeriodicObserverReportsFromTheStartOfPlayAtEveryInterval) {
   EXPECT_EQ(f.times, std::vector<double>{5.2});
   queue.advanceBy(milliseconds(10));
   EXPECT_EQ(f.times.size(), 5u);
+  // Nanosecond values of an hour-long media do not overflow on the way to a duration.
+  EXPECT_EQ(MediaTime::makeWithSeconds(3600.5, 1'000'000'000).duration(),
+            std::chrono::milliseconds(3'600'500));
 }
 
 TEST(HeadlessMediaEngine, AutomaticMediaPlaysToItsEndOnceOnTheMainQueuesClock) {
@@ -84,7 +82,7 @@ TEST(HeadlessMediaEngine, AutomaticMediaPlaysToItsEndOnceOnTheMainQueuesClock) {
   EXPECT_EQ(f.times.size(), reports);
 }
 
-TEST(NotificationCenter, DeliversByNameAndSenderToLiveObserversOnly) {
+TEST(NotificationCenter, DeliversToLiveObserversOnlyAndEmptyEngineFactoriesFallBack) {
   auto& center = NotificationCenter::defaultCenter();
   auto sender = std::make_shared<int>(1);
   auto observer = std::make_shared<int>();
@@ -100,10 +98,9 @@ TEST(NotificationCenter, DeliversByNameAndSenderToLiveObserversOnly) {
   center.postNotificationName("N", std::make_shared<int>(2));
   center.postNotificationName("M", sender);
   EXPECT_EQ(seen, std::vector<std::string>{"N"});
-}
 
-// The host's own factories are exercised by the GStreamer and WebKit suites.
-TEST(EngineFactories, AFactoryThatMakesNothingFallsBackToTheHeadlessEngine) {
+  // An engine factory that makes nothing falls back to the headless engine (the host's own
+  // factories are exercised by the GStreamer and WebKit suites).
   MediaEngine::setFactory([](std::weak_ptr<MediaEngineClient>) { return nullptr; });
   EXPECT_TRUE(HeadlessMediaEngine::of(*PlayerItem::create(*URL::URLWithString("http://m/2.mp4"))));
   WebEngine::setFactory([](std::weak_ptr<WebEngineClient>, const WebViewConfiguration&) {

@@ -24,18 +24,19 @@ struct Outcome {
   bool onWorker = false;
 };
 
+URLRequest get(const std::string& url) { return URLRequest(URL::URLWithString(url)); }
+
+void start(URLSession& session, const URLRequest& request, URLSessionCompletionHandler handler) {
+  session.dataTaskWithRequest(request, std::move(handler))->resume();
+}
+
 Outcome fetch(const std::string& url) {
   auto session = URLSession::sharedSession();
   std::promise<Outcome> done;
-  session
-      ->dataTaskWithRequest(
-          URLRequest(URL::URLWithString(url)),
-          [&, caller = std::this_thread::get_id()](
-              std::optional<Data> d, std::optional<HTTPURLResponse> r, std::optional<Error> e) {
-            done.set_value({std::move(d), std::move(e), r ? r->statusCode : 0,
-                            session->isDelegateQueue() && std::this_thread::get_id() != caller});
-          })
-      ->resume();
+  start(*session, get(url), [&, caller = std::this_thread::get_id()](auto d, auto r, auto e) {
+    done.set_value({std::move(d), std::move(e), r ? r->statusCode : 0,
+                    session->isDelegateQueue() && std::this_thread::get_id() != caller});
+  });
   auto future = done.get_future();
   EXPECT_EQ(future.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   return future.get();
@@ -70,17 +71,13 @@ TEST(URLSession, CompletionsRunOneAtATimeOnOneThread) {
   int finished = 0;
   std::promise<void> all;
   for (int i = 0; i < 20; ++i) {
-    session
-        ->dataTaskWithRequest(
-            URLRequest(URL::URLWithString(server.url("/a"))),
-            [&](std::optional<Data>, std::optional<HTTPURLResponse>, std::optional<Error>) {
-              if (inside.fetch_add(1) != 0) ++overlap;
-              std::lock_guard lock(mutex);
-              threads.insert(std::this_thread::get_id());
-              inside.fetch_sub(1);
-              if (++finished == 20) all.set_value();
-            })
-        ->resume();
+    start(*session, get(server.url("/a")), [&](auto&&...) {
+      if (inside.fetch_add(1) != 0) ++overlap;
+      std::lock_guard lock(mutex);
+      threads.insert(std::this_thread::get_id());
+      inside.fetch_sub(1);
+      if (++finished == 20) all.set_value();
+    });
   }
   ASSERT_EQ(all.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
   EXPECT_EQ(overlap.load(), 0);
@@ -94,22 +91,14 @@ TEST(URLSession, AnExchangeStartedFromACompletionCarriesNothingOfTheOneBefore) {
   server.respond("/post", {.body = "posted"});
   server.respond("/get", {.body = "got"});
   auto session = URLSession::create();
-  URLRequest post(URL::URLWithString(server.url("/post")));
+  URLRequest post = get(server.url("/post"));
   post.HTTPMethod = "POST";
   post.HTTPBody = "{\"a\":1}";
   post.setValueForHTTPHeaderField("yes", "X-Only-Once");
   std::promise<std::optional<HTTPURLResponse>> second;
-  session
-      ->dataTaskWithRequest(
-          post,
-          [&](std::optional<Data>, std::optional<HTTPURLResponse>, std::optional<Error>) {
-            session
-                ->dataTaskWithRequest(URLRequest(URL::URLWithString(server.url("/get"))),
-                                      [&](std::optional<Data>, std::optional<HTTPURLResponse> r,
-                                          std::optional<Error>) { second.set_value(r); })
-                ->resume();
-          })
-      ->resume();
+  start(*session, post, [&](auto&&...) {
+    start(*session, get(server.url("/get")), [&](auto, auto r, auto) { second.set_value(r); });
+  });
   auto answer = second.get_future();
   ASSERT_EQ(answer.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   const auto response = answer.get();
@@ -130,11 +119,7 @@ TEST(URLSession, DestroyingASessionCancelsWhatIsStillRunning) {
   std::optional<Error> error;
   {
     auto session = URLSession::create();
-    session
-        ->dataTaskWithRequest(URLRequest(URL::URLWithString(server.url("/slow"))),
-                              [&](std::optional<Data>, std::optional<HTTPURLResponse>,
-                                  std::optional<Error> e) { error = e; })
-        ->resume();
+    start(*session, get(server.url("/slow")), [&](auto, auto, auto e) { error = e; });
     ASSERT_TRUE(server.waitForRequests(1, milliseconds(5000)));
   }
   ASSERT_TRUE(error);

@@ -34,27 +34,22 @@ TEST(ViewController, ViewIsLoadedOnceOnFirstUse) {
   EXPECT_EQ(controller->loads, 1);
 }
 
-TEST(ViewController, PresentationCompletesOnALaterTurnWithTheViewInTheWindow) {
+// Presenting completes on a later turn with the view in the window; a presenter taking its
+// controller down keeps it alive until the completion has run.
+TEST(ViewController, PresentedControllersAreKeptUntilTheirCompletionsHaveRun) {
   auto root = ViewController::create();
   auto window = DeviceProfile::phone().makeKeyWindow(root);
   auto modal = ViewController::create();
-  bool done = false;
-  root->presentViewController(modal, true, [&] { done = true; });
+  bool presented = false;
+  root->presentViewController(modal, true, [&] { presented = true; });
   EXPECT_EQ(root->presentedViewController(), modal);
   EXPECT_EQ(modal->presentingViewController(), root);
-  EXPECT_EQ(modal->view()->window(), window);
-  EXPECT_FALSE(done);
-  MainQueue::shared().runUntilIdle();
-  EXPECT_TRUE(done);
-}
-
-// A presenter taking its controller down keeps it alive until the completion has run.
-TEST(ViewController, ADismissedControllerIsKeptAliveUntilItsCompletionRuns) {
-  auto root = ViewController::create();
-  auto window = DeviceProfile::phone().makeKeyWindow(root);
-  auto modal = ViewController::create();
-  root->presentViewController(modal, false, nullptr);
   auto view = modal->view();
+  EXPECT_EQ(view->window(), window);
+  EXPECT_FALSE(presented);
+  MainQueue::shared().runUntilIdle();
+  EXPECT_TRUE(presented);
+
   std::weak_ptr<ViewController> watch = modal;
   modal.reset();
   bool aliveInCompletion = false;
@@ -76,7 +71,7 @@ TEST(Window, MakingAWindowKeyClearsTheOthersAndTellsTheApplication) {
 
 // What the link resolver's tests do not show of the two presentable controllers: a host finishing
 // a sheet's load (the demo does) and the addresses the browser takes.
-TEST(StoreProductViewController, KeepsTheLatestLoadAndFinishesItOnce) {
+TEST(StoreProductViewController, KeepsTheLatestLoadAndTheBrowserOpensOnlyWebAddresses) {
   auto sheet = StoreProductViewController::create();
   std::vector<std::string> completions;
   sheet->loadProductWithParameters({{"id", 1}}, [&](bool, auto) { completions.push_back("1"); });
@@ -85,9 +80,7 @@ TEST(StoreProductViewController, KeepsTheLatestLoadAndFinishesItOnce) {
   EXPECT_TRUE(sheet->finishLoading(true));
   EXPECT_FALSE(sheet->finishLoading(true));
   EXPECT_EQ(completions, std::vector<std::string>{"2"});
-}
-
-TEST(SafariViewController, OpensOnlyWebAddressesWhateverTheirCase) {
+  // The browser opens only web addresses, whatever their case.
   EXPECT_EQ(SafariViewController::create(*URL::URLWithString("itms-apps://apps.example/id1")),
             nullptr);
   EXPECT_TRUE(SafariViewController::create(*URL::URLWithString("HTTP://Example.com/")));

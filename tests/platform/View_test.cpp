@@ -28,7 +28,7 @@ class WatchingView : public View {
 
 // A linear video plays whenever it hears of a window change, so a move inside the same window
 // must not count as one.
-TEST(View, EveryViewOfAMovedTreeHearsWhenItsWindowChanges) {
+TEST(View, AMovedTreeHearsOfWindowChangesAndLayersAndConstraintsKeepTheirPlace) {
   auto window = Window::create(Rect(0, 0, 320, 480));
   auto parent = View::create();
   auto child = WatchingView::create();
@@ -39,10 +39,8 @@ TEST(View, EveryViewOfAMovedTreeHearsWhenItsWindowChanges) {
   sibling->addSubview(parent);
   parent->removeFromSuperview();
   EXPECT_EQ(child->moves, (std::vector<bool>{true, false}));
-}
 
-// The linear player's video layer goes in at index 0 so its progress bar stays visible.
-TEST(View, AHandInsertedLayerStaysBelowTheLayersOfSubviewsAddedBeforeAndAfter) {
+  // The linear player's video layer goes in at index 0 so its progress bar stays visible.
   auto view = View::create(Rect(0, 0, 100, 100));
   auto before = View::create();
   auto after = View::create();
@@ -52,24 +50,20 @@ TEST(View, AHandInsertedLayerStaysBelowTheLayersOfSubviewsAddedBeforeAndAfter) {
   view->addSubview(after);
   EXPECT_EQ(view->layer()->sublayers(),
             (std::vector<std::shared_ptr<Layer>>{video, before->layer(), after->layer()}));
-}
 
-// The view utilities' tests rely on this to notice a view left translating its frame.
-TEST(View, AViewStillTranslatingItsFrameIgnoresConstraints) {
-  auto parent = View::create(Rect(0, 0, 300, 200));
-  auto child = View::create(Rect(5, 5, 10, 10));
-  parent->addSubview(child);
-  auto pin =
-      LayoutConstraint::constraintWithItem(child, LayoutAttribute::Leading, LayoutRelation::Equal,
-                                           parent, LayoutAttribute::Leading, 1, 0);
-  LayoutConstraint::activateConstraints({pin});
-  parent->layoutIfNeeded();
-  EXPECT_EQ(child->frame(), Rect(5, 5, 10, 10));
+  // The view utilities' tests rely on this to notice a view left translating its frame.
+  auto pinned = View::create(Rect(5, 5, 10, 10));
+  view->addSubview(pinned);
+  LayoutConstraint::activateConstraints(
+      {LayoutConstraint::constraintWithItem(pinned, LayoutAttribute::Leading, LayoutRelation::Equal,
+                                            view, LayoutAttribute::Leading, 1, 0)});
+  view->layoutIfNeeded();
+  EXPECT_EQ(pinned->frame(), Rect(5, 5, 10, 10));
 }
 
 // The linear player's test that a tap goes no further than the player means something only if
-// touches do travel up by default.
-TEST(View, TouchesTravelUpToTheFirstViewThatHandlesThem) {
+// touches do travel up by default. A progress bar stays within zero and one.
+TEST(View, TouchesTravelUpToTheFirstViewThatHandlesThemAndProgressStaysWithinBounds) {
   auto holder = View::create();
   auto button = Button::buttonWithType(ButtonType::Custom);
   auto inner = View::create();
@@ -80,9 +74,7 @@ TEST(View, TouchesTravelUpToTheFirstViewThatHandlesThem) {
                     kControlEventTouchUpInside);
   inner->touchesEnded();
   EXPECT_EQ(taps, 1);
-}
 
-TEST(ProgressView, ProgressPastTheEndOrOfNoDurationStaysWithinZeroAndOne) {
   auto bar = ProgressView::create();
   bar->setProgress(1.5f);
   EXPECT_EQ(bar->progress(), 1.0f);

@@ -62,6 +62,7 @@ class GtkHostTest : public OnScreenTest {
   std::shared_ptr<ZVInterstitialAd> showInterstitial(const std::string& markup) {
     server.respond(test::kServadPath, {.body = test::bidWithMarkup(markup)});
     auto interstitial = ZVInterstitialAd::create(test::requestFor(server));
+    interstitialDelegate->interstitialWillPresentAd = [this](auto&) { recorder.note("present"); };
     interstitial->setDelegate(interstitialDelegate);
     interstitial->loadAd();
     EXPECT_TRUE(waitUntil([&] { return interstitial->state() == 2; }));

@@ -3,8 +3,9 @@
 // what a banner that does not change costs the app's process while it stays on screen: the CPU
 // time over 10 s of a running GTK loop, which should be about nothing (no redraw loop).
 // And video: the CPU the process spends playing the ad server's 4 s MP4 on screen (frames
-// converted and drawn) against the same clip headless (discarded unconverted), and the time from
-// `play` to the first frame the X server shows.
+// converted and drawn), bare and under a progress bar that moves as the linear player's does,
+// against the same clip and bar headless (frames discarded unconverted), and the time from `play`
+// to the first frame the X server shows.
 // Needs a display: `xvfb-run -a build/default/bench/bench_gtk_host`.
 #include <benchmark/benchmark.h>
 #include <gtk/gtk.h>
@@ -38,6 +39,9 @@ using zorva::platform::Rect;
 const bool kRatio = zorva::bench::reportRatio("BM_BannerFrame", "BM_CairoFillBaseline");
 const bool kVideoRatio = zorva::bench::reportRatio("BM_ClipOnScreen/iterations:3/manual_time",
                                                    "BM_ClipHeadless/iterations:3/manual_time");
+const bool kBarRatio =
+    zorva::bench::reportRatio("BM_ClipOnScreenUnderABar/iterations:3/manual_time",
+                              "BM_ClipHeadlessUnderABar/iterations:3/manual_time");
 
 // A 375 x 812 screen with a 320 x 50 banner of drawn parts at its foot: a background, a
 // rounded button with its title and a progress bar (what a video banner draws besides its video).
@@ -146,8 +150,10 @@ BENCHMARK(BM_StaticBannerCpuOver10s)->Iterations(1)->Unit(benchmark::kSecond);
 namespace {
 
 // Plays the ad server's MP4 once, on screen in a 375 x 211 layer (a host window) or headless,
-// and reports the process's CPU time for the whole clip as the iteration's manual time.
-void playClip(benchmark::State& state, bool onScreen) {
+// and reports the process's CPU time for the whole clip as the iteration's manual time. With
+// `bar`, a progress bar over the video's foot follows the play every 2.5 ms, as the linear
+// player's does.
+void playClip(benchmark::State& state, bool onScreen, bool bar) {
   std::string whyNot;
   if (!zorva::platform::WebKitWebEngine::install(&whyNot) ||
       !zorva::platform::GStreamerMediaEngine::install(&whyNot)) {
@@ -170,6 +176,16 @@ void playClip(benchmark::State& state, bool onScreen) {
     auto layer = zorva::platform::PlayerLayer::create(player);
     layer->setFrame(Rect(0, 0, 375, 211));
     root->view()->layer()->insertSublayer(layer, 0);
+    auto progress = zorva::platform::ProgressView::create();
+    progress->setFrame(Rect(0, 205, 375, 6));
+    root->view()->addSubview(progress);
+    std::shared_ptr<zorva::platform::Player::TimeObserver> ticks;
+    if (bar) {
+      ticks = player->addPeriodicTimeObserverForInterval(
+          zorva::platform::MediaTime::make(1, 400), [&](const zorva::platform::MediaTime& time) {
+            progress->setProgress(static_cast<float>(time.seconds() / 4.0));
+          });
+    }
     std::unique_ptr<zorva::gtk::Host> host;
     if (onScreen) host = zorva::gtk::Host::createWindow(window, "clip");
     queue.runUntil([&] { return item->status() == zorva::platform::PlayerItemStatus::ReadyToPlay; },
@@ -203,14 +219,21 @@ void playClip(benchmark::State& state, bool onScreen) {
     }
     queue.runUntil([&] { return player->rate() == 0; }, std::chrono::seconds(15));
     state.SetIterationTime(processCpuSeconds() - before);
+    if (ticks) player->removeTimeObserver(ticks);
   }
   if (onScreen) state.counters["play_to_first_frame_ms"] = firstFrameMs;
 }
 
-void BM_ClipOnScreen(benchmark::State& state) { playClip(state, true); }
+void BM_ClipOnScreen(benchmark::State& state) { playClip(state, true, false); }
 BENCHMARK(BM_ClipOnScreen)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-void BM_ClipHeadless(benchmark::State& state) { playClip(state, false); }
+void BM_ClipOnScreenUnderABar(benchmark::State& state) { playClip(state, true, true); }
+BENCHMARK(BM_ClipOnScreenUnderABar)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+void BM_ClipHeadless(benchmark::State& state) { playClip(state, false, false); }
 BENCHMARK(BM_ClipHeadless)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+void BM_ClipHeadlessUnderABar(benchmark::State& state) { playClip(state, false, true); }
+BENCHMARK(BM_ClipHeadlessUnderABar)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

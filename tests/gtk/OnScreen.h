@@ -146,24 +146,32 @@ class OnScreenTest : public testing::Test {
   }
 
   /// Types a key in the app's window.
-  void press(KeySym keysym, bool shift = false) {
+  void press(KeySym keysym) {
     GtkWidget* top = host->toplevel() ? GTK_WIDGET(host->toplevel()) : app->toplevel;
-    screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(top)), keysym, shift);
+    screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(top)), keysym);
   }
 
-  /// Whether the window's accessible tree holds an object with `role` named `name`.
-  bool hasAccessible(AtkRole role, const std::string& name) const {
-    return holds(gtk_widget_get_accessible(GTK_WIDGET(host->toplevel())), role, name);
+  /// The object with `role` named `name` in the window's accessible tree (its widget owns it).
+  AtkObject* accessible(AtkRole role, const std::string& name) const {
+    return find(gtk_widget_get_accessible(GTK_WIDGET(host->toplevel())), role, name);
   }
-  static bool holds(AtkObject* object, AtkRole role, const std::string& name) {
+  static AtkObject* find(AtkObject* object, AtkRole role, const std::string& name) {
     const char* own = atk_object_get_name(object);
-    bool found = atk_object_get_role(object) == role && own && name == own;
+    AtkObject* found = atk_object_get_role(object) == role && own && name == own ? object : nullptr;
     for (int i = 0; !found && i < atk_object_get_n_accessible_children(object); ++i) {
       AtkObject* child = atk_object_ref_accessible_child(object, i);
-      found = child && holds(child, role, name);
+      found = child ? find(child, role, name) : nullptr;
       if (child) g_object_unref(child);
     }
     return found;
+  }
+
+  /// Clicks the middle of the push button named `name`, where assistive technology says it is.
+  void clickButton(const std::string& name) {
+    int x = 0, y = 0, width = 0, height = 0;
+    atk_component_get_extents(ATK_COMPONENT(accessible(ATK_ROLE_PUSH_BUTTON, name)), &x, &y, &width,
+                              &height, ATK_XY_SCREEN);
+    screen.click(x + width / 2, y + height / 2);
   }
 
   test::XScreen screen;

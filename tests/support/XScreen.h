@@ -27,7 +27,6 @@ struct Pixel {
     return std::abs(red - other.red) <= tolerance && std::abs(green - other.green) <= tolerance &&
            std::abs(blue - other.blue) <= tolerance;
   }
-  friend bool operator==(const Pixel&, const Pixel&) = default;
 };
 
 /// A rectangle of the screen's pixels, top-left at (x, y) in screen coordinates.
@@ -108,10 +107,7 @@ class XScreen {
     // Xlib's default handler would end the test on that BadWindow, so the scan ignores errors.
     XSync(display_, False);
     const XErrorHandler previous = XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
-    if (!XQueryTree(display_, root, &root, &parent, &children, &count)) {
-      XSetErrorHandler(previous);
-      return found;
-    }
+    XQueryTree(display_, root, &root, &parent, &children, &count);
     for (unsigned i = 0; i < count && !found; ++i) {
       char* name = nullptr;
       XWindowAttributes attributes;
@@ -143,9 +139,9 @@ class XScreen {
     XSync(display_, False);
   }
 
-  /// Gives `window` the keyboard and types the key of `keysym` (with Shift held when `shift`). A
-  /// key the server's keyboard lacks (a remote's Back or OK) is put on a free key code first.
-  void key(::Window window, KeySym keysym, bool shift = false) const {
+  /// Gives `window` the keyboard and types the key of `keysym`. A key the server's keyboard lacks
+  /// (a remote's OK) is put on a free key code first.
+  void key(::Window window, KeySym keysym) const {
     XSetInputFocus(display_, window, RevertToParent, CurrentTime);
     KeyCode code = XKeysymToKeycode(display_, keysym);
     if (!code) {
@@ -159,11 +155,8 @@ class XScreen {
       XFree(map);
       XChangeKeyboardMapping(display_, code, 1, &keysym, 1);
     }
-    const KeyCode shiftCode = XKeysymToKeycode(display_, XK_Shift_L);
-    if (shift) XTestFakeKeyEvent(display_, shiftCode, True, CurrentTime);
     XTestFakeKeyEvent(display_, code, True, CurrentTime);
     XTestFakeKeyEvent(display_, code, False, CurrentTime);
-    if (shift) XTestFakeKeyEvent(display_, shiftCode, False, CurrentTime);
     XSync(display_, False);
   }
 

@@ -44,6 +44,23 @@ GdkRectangle pixelRect(const Rect& r) {
                       ceilInt(r.origin.y + r.size.height) - y};
 }
 
+/// Where two passes' ops for one layer paint differently: each op that changed, in its old place
+/// and its new one.
+cairo_region_t* changedArea(const std::vector<DrawOp>& before, const std::vector<DrawOp>& after) {
+  cairo_region_t* changed = cairo_region_create();
+  for (std::size_t i = 0; i < std::max(before.size(), after.size()); ++i) {
+    const DrawOp* old = i < before.size() ? &before[i] : nullptr;
+    const DrawOp* now = i < after.size() ? &after[i] : nullptr;
+    if (old && now && samePaint(*old, *now)) continue;
+    for (const DrawOp* op : {old, now}) {
+      if (!op) continue;
+      const GdkRectangle r = pixelRect(paintedArea(*op));
+      cairo_region_union_rectangle(changed, &r);
+    }
+  }
+  return changed;
+}
+
 /// Keeps a widget alive while it is moved from one parent to another.
 void reparent(GtkWidget* widget, GtkWidget* to, const GdkRectangle& at) {
   g_object_ref(widget);
@@ -60,6 +77,8 @@ void reparent(GtkWidget* widget, GtkWidget* to, const GdkRectangle& at) {
 struct DrawLayer {
   GtkWidget* widget = nullptr;
   std::vector<DrawOp> ops;
+  /// The size the layer was last drawn whole at.
+  platform::Size size;
 };
 
 /// A video layer on the screen: its engine's frames, and where a new frame must be redrawn.
@@ -568,7 +587,7 @@ DrawLayer& Host::State::layerAt(std::size_t index) {
     g_signal_connect(widget, "button-release-event", G_CALLBACK(onButton), this);
     g_signal_connect(widget, "touch-event", G_CALLBACK(onTouch), this);
     gtk_widget_show(widget);
-    layers.push_back(DrawLayer{widget, {}});
+    layers.push_back(DrawLayer{widget, {}, {}});
   }
   return layers[index];
 }
@@ -637,7 +656,7 @@ void Host::State::place(std::vector<SceneItem> items) {
     // always there, for the clicks on drawn parts below every page.
     if (run.empty() && layerIndex > 0) return;
     DrawLayer& layer = layerAt(layerIndex++);
-    layer.ops = std::move(run);
+    const std::vector<DrawOp> before = std::exchange(layer.ops, std::move(run));
     run.clear();
     for (auto& op : layer.ops) {
       if (op.kind == DrawOp::Kind::Video) showVideo(op, layer.widget);
@@ -652,7 +671,16 @@ void Host::State::place(std::vector<SceneItem> items) {
     cairo_region_union(everything, input);
     cairo_region_destroy(input);
     placementBoxPlace(area, layer.widget, 0, 0, whole.width, whole.height);
-    gtk_widget_queue_draw(layer.widget);
+    // Only what changed is drawn again (a bar moving over a video repaints the bar's strip, not
+    // the video); a layer of a new size is drawn whole.
+    if (layer.size != window->bounds().size) {
+      layer.size = window->bounds().size;
+      gtk_widget_queue_draw(layer.widget);
+    } else {
+      cairo_region_t* changed = changedArea(before, layer.ops);
+      gtk_widget_queue_draw_region(layer.widget, changed);
+      cairo_region_destroy(changed);
+    }
     order.push_back(layer.widget);
   };
   for (auto& item : items) {

@@ -274,8 +274,23 @@ Scene buildScene(const std::shared_ptr<platform::Window>& window, const platform
   return SceneBuilder(*window, focused).build(window);
 }
 
+Rect paintedArea(const DrawOp& op) {
+  return op.kind == DrawOp::Kind::Title ? op.clip : intersect(op.rect, op.clip);
+}
+
+bool samePaint(const DrawOp& a, const DrawOp& b) {
+  const bool sameVideo = !a.video.owner_before(b.video) && !b.video.owner_before(a.video);
+  return a.kind == b.kind && a.rect == b.rect && a.clip == b.clip && a.alpha == b.alpha &&
+         a.radius == b.radius && a.color == b.color && a.amount == b.amount && a.track == b.track &&
+         a.text == b.text && sameVideo && a.gravity == b.gravity && a.frames == b.frames;
+}
+
 void paint(cairo_t* cr, const std::vector<DrawOp>& ops) {
+  double left = 0, top = 0, right = 0, bottom = 0;
+  cairo_clip_extents(cr, &left, &top, &right, &bottom);
+  const Rect dirty(left, top, right - left, bottom - top);
   for (const DrawOp& op : ops) {
+    if (isEmpty(intersect(paintedArea(op), dirty))) continue;
     cairo_save(cr);
     cairo_rectangle(cr, op.clip.origin.x, op.clip.origin.y, op.clip.size.width,
                     op.clip.size.height);

@@ -101,8 +101,15 @@ struct Scene {
 Scene buildScene(const std::shared_ptr<platform::Window>& window,
                  const platform::View* focused = nullptr);
 
-/// Draws `ops` on `cr`, whose origin is the window's top-left corner.
+/// Draws `ops` on `cr`, whose origin is the window's top-left corner. Ops outside `cr`'s clip
+/// (the area being redrawn) are skipped.
 void paint(cairo_t* cr, const std::vector<DrawOp>& ops);
+
+/// Where `op` may put pixels: its rectangle cut at its clip, or all of its clip for a title,
+/// whose text may run past its button.
+platform::Rect paintedArea(const DrawOp& op);
+/// Whether two ops put the same pixels on the screen (a video's: its latest frame).
+bool samePaint(const DrawOp& a, const DrawOp& b);
 
 /// The intersection of two rectangles (empty when they do not meet).
 platform::Rect intersect(const platform::Rect& a, const platform::Rect& b);

@@ -37,7 +37,10 @@ TEST(ZVLog, PrintsOnlyMessagesAtOrBelowTheCurrentLevel) {
 
 TEST(ZVUtility, ErrorsNameTheirCodeAndKeepIt) {
   // A code without a name of its own is an internal error.
-  for (auto [code, text] : {std::pair(2, "RenderError(2) : x"), {7, "InternalError(7) : x"}}) {
+  for (auto [code, text] : {std::pair(2, "RenderError(2) : x"),
+                            {4, "InterstitialAlreadyShown(4) : x"},
+                            {5, "InterstitialNotReady(5) : x"},
+                            {7, "InternalError(7) : x"}}) {
     auto error = ZVUtility::errorWithCode(code, "x");
     EXPECT_EQ(error.domain, "ZorvaSDK");
     EXPECT_EQ(error.code, code);

@@ -155,8 +155,8 @@ TEST_F(RequestBuilderTest, TheStoreIdIsTheLastPathComponentWithoutAnyId) {
             R"(id1234567890","bundle":"1234567890"})");
 }
 
-// Of the privacy settings only the consent string travels, under the user's "ext" (the COPPA and
-// GDPR flags only with regulations sent: see the host settings).
+// Of the privacy settings only the consent string travels, under the user's "ext"; the COPPA and
+// GDPR flags go into a "regs" object that is built but, unless asked, never sent.
 TEST_F(RequestBuilderTest, TheUserCarriesKeywordsAndConsentAndNothingElseChanges) {
   auto withoutIdsAndUser = [](Value body) {
     body.erase("id");
@@ -174,6 +174,8 @@ TEST_F(RequestBuilderTest, TheUserCarriesKeywordsAndConsentAndNothingElseChanges
   const Value after = build(builder(false, false)).body;
   EXPECT_EQ(after["user"].dump(), R"({"keywords":"sports","ext":{"consent":"CONSENT-STRING"}})");
   EXPECT_EQ(withoutIdsAndUser(after), withoutIdsAndUser(before));
+  EXPECT_EQ(builder(false, false)->regulationsJson().dump(),
+            R"({"coppa":true,"ext":{"gdpr":true}})");
 }
 
 TEST_F(RequestBuilderTest, TheDeviceIsDescribedFromThePlatform) {

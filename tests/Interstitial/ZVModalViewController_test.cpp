@@ -41,11 +41,17 @@ TEST(ZVModalViewController, PinsTheContentUnderTheCloseButton) {
   root->layoutIfNeeded();
   EXPECT_EQ(content->frame(), Rect(0, 0, 375, 812));
   EXPECT_EQ(button->frame(), Rect(375 - 10 - 32, 10, 32, 32));
+  EXPECT_EQ(button->titleForState(platform::kControlStateNormal), "X");
+  EXPECT_EQ(button->layer()->cornerRadius(), 15);
+  EXPECT_EQ(button->backgroundColor(), platform::Color::darkGrayColor());
+  EXPECT_EQ(controller->supportedOrientations(), 30u);
 
-  // Without content the close button is alone.
+  // Without content the screen is white, with the close button alone.
   auto empty = ZVModalViewController::create(nullptr, platform::kInterfaceOrientationMaskAll,
                                              InterfaceOrientation::Portrait);
   EXPECT_EQ(empty->viewIfLoaded()->subviews().size(), 1u);
+  EXPECT_EQ(empty->viewIfLoaded()->backgroundColor(), platform::Color::whiteColor());
+  EXPECT_TRUE(empty->viewIfLoaded()->isOpaque());
 }
 
 class PresentedModal : public ::testing::Test {

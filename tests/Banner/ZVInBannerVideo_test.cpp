@@ -95,17 +95,6 @@ TEST_F(InBannerVideoTest, AVideoAdIsAskedForShownOnPlayAdAndReportedAtItsEnd) {
   EXPECT_EQ(video->state(), 3);
 }
 
-// A transport failure, told on the network thread.
-TEST_F(InBannerVideoTest, AFailureReturnsToIdleWithoutAReload) {
-  auto video = ZVInBannerVideo::create(test::unreachableRequest(), ZVAdSize{300, 250});
-  video->setDelegate(delegate_);
-  video->loadAd();
-  ASSERT_TRUE(waitFor("fail"));
-  EXPECT_FALSE(recorder_.heard()[0].onMainThread);
-  EXPECT_EQ(video->state(), 0);
-  EXPECT_EQ(MainQueue::shared().nextFireDate(), std::nullopt);  // no retry timer
-}
-
 TEST_F(InBannerVideoTest, AVideoReleasedDuringPlaybackHearsNothingMore) {
   auto video = makeVideo();
   video->loadAd();

@@ -4,8 +4,6 @@
 
 #include <zorva/platform/MainQueue.h>
 
-#include <tuple>
-
 #include "support/AdLoaderTesting.h"
 #include "support/LoopbackServer.h"
 #include "support/ObservingNetworkHandler.h"
@@ -32,23 +30,9 @@ constexpr const char* kBid =
     R"({"id":"r1","seatbid":[{"bid":[{"id":"b1","adm":"<p>ad</p>","price":2.25,"w":"300",)"
     R"("h":250,"ext":{"skadn":{"version":"2.0","network":"x.skadnetwork"}}}]}]})";
 
-TEST(ZVAdLoader, ABidArrivesOnTheMainQueueAsAnAd) {
-  LoopbackServer server;
-  auto load = loadFrom(server, "/bid", {.body = kBid});
-  EXPECT_TRUE(load.delegate->onMainQueue);
-  ASSERT_TRUE(load.delegate->ad);
-  const ZorvaAd& ad = *load.delegate->ad;
-  EXPECT_EQ(std::tie(ad.creative, ad.bidId, ad.price), std::tuple("<p>ad</p>", "b1", 2.25));
-  EXPECT_EQ(ad.size, (ZVAdSize{300, 250}));  // "300" read as a number
-  EXPECT_EQ(ad.skadn["network"], "x.skadnetwork");
-  auto requests = server.requests();
-  ASSERT_EQ(requests.size(), 1u);
-  EXPECT_EQ(requests[0].method, "POST");
-  EXPECT_EQ(requests[0].body, R"({"id":"req"})");
-}
-
-// Whatever the server answers, the status is not looked at and the delegate hears once, on the
-// main queue. The odd bodies themselves are read by the bid response tests.
+// The builder's request is POSTed as it is. Whatever the server answers, the status is not looked
+// at and the delegate hears once, on the main queue. The bodies themselves are read by the bid
+// response tests.
 TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
   LoopbackServer server;
   const std::string bigCreative(10u << 20, 'a');
@@ -75,12 +59,17 @@ TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.body.substr(0, 40));
     auto load = loadFrom(server, "/bid", {.status = c.status, .body = c.body});
+    EXPECT_EQ(server.requests().back().method, "POST");
+    EXPECT_EQ(server.requests().back().body, R"({"id":"req"})");
     EXPECT_EQ(load.delegate->calls, 1);
     EXPECT_TRUE(load.delegate->onMainQueue);
     const auto& error = load.delegate->error;
     if (c.expected == "ad" || c.expected == "no ad") {
       EXPECT_FALSE(error);
-      EXPECT_EQ(load.delegate->ad != nullptr, c.expected == "ad");
+      ASSERT_EQ(load.delegate->ad != nullptr, c.expected == "ad");
+      if (c.status == 500) {
+        EXPECT_EQ(load.delegate->ad->bidId, "b1");
+      }
       continue;
     }
     ASSERT_TRUE(error);
@@ -94,14 +83,13 @@ TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
 }
 
 // A refused connection, and a server slower than the request's timeout.
-TEST(ZVAdLoader, TransportFailuresArriveOnTheNetworkThreadAndAreLogged) {
+TEST(ZVAdLoader, TransportFailuresArriveOnTheNetworkThread) {
   LoopbackServer server;
   server.respond("/slow", {.body = kBid, .delay = milliseconds(5000)});
   const std::pair<std::string, int> cases[] = {
       {"http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + "/bid", 7},
       {server.url("/slow"), 28}};
   for (const auto& [url, curlCode] : cases) {
-    test::LogCapture log;
     Load load(std::make_shared<FixedRequestBuilder>(url, 1));
     load.loader->load();
     ASSERT_TRUE(load.delegate->waitForCall());
@@ -109,9 +97,6 @@ TEST(ZVAdLoader, TransportFailuresArriveOnTheNetworkThreadAndAreLogged) {
     EXPECT_EQ(load.delegate->error->domain, "libcurl");
     EXPECT_EQ(load.delegate->error->code, curlCode);
     EXPECT_FALSE(load.delegate->onMainQueue);
-    auto lines = log.entriesContaining("\nError - ");
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_NE(lines[0].find("- E -"), std::string::npos);
   }
 }
 

@@ -93,35 +93,31 @@ TEST_F(PresentedModal, CloseDismissesFirstAndTellsTheDelegateOnALaterTurn) {
   MainQueue::shared().runUntilIdle();
 }
 
-TEST_F(PresentedModal, ForcingAnOrientationFromSystem13PresentsTheSameControllerAgain) {
-  present("13.0");
+// From 13.0 the controller is dismissed and presented again; before, it presents and dismisses
+// a blank controller of its own. Either way it ends presented as before, in the new orientation.
+class ForcedOrientation : public PresentedModal, public testing::WithParamInterface<bool> {};
+
+TEST_P(ForcedOrientation, EndsWithTheSameControllerPresented) {
+  const bool from13 = GetParam();
+  present(from13 ? "13.0" : "12.4");
   int completions = 0;
   modal->forceOrientation(InterfaceOrientation::LandscapeLeft, [&] {
     ++completions;
     EXPECT_EQ(root->presentedViewController(), modal);
   });
-  EXPECT_EQ(modal->preferredInterfaceOrientationForPresentation(),
-            InterfaceOrientation::LandscapeLeft);
-  EXPECT_EQ(root->presentedViewController(), nullptr);
+  EXPECT_EQ(root->presentedViewController() == nullptr, from13);
+  EXPECT_EQ(modal->presentedViewController() != nullptr, !from13);
   MainQueue::shared().runUntilIdle();
   EXPECT_EQ(completions, 1);
   EXPECT_EQ(root->presentedViewController(), modal);
   EXPECT_EQ(modal->presentingViewController(), root);
   EXPECT_EQ(modal->presentedViewController(), nullptr);
+  EXPECT_EQ(modal->preferredInterfaceOrientationForPresentation(),
+            InterfaceOrientation::LandscapeLeft);
 }
 
-TEST_F(PresentedModal, ForcingAnOrientationBeforeSystem13PresentsAndDismissesABlankController) {
-  present("12.4");
-  int completions = 0;
-  modal->forceOrientation(InterfaceOrientation::LandscapeRight, [&] { ++completions; });
-  ASSERT_NE(modal->presentedViewController(), nullptr);
-  MainQueue::shared().runUntilIdle();
-  EXPECT_EQ(completions, 1);
-  EXPECT_EQ(modal->presentedViewController(), nullptr);
-  EXPECT_EQ(root->presentedViewController(), modal);
-  EXPECT_EQ(modal->preferredInterfaceOrientationForPresentation(),
-            InterfaceOrientation::LandscapeRight);
-}
+INSTANTIATE_TEST_SUITE_P(Systems, ForcedOrientation, testing::Bool(),
+                         [](const auto& info) { return info.param ? "From13" : "Before13"; });
 
 }  // namespace
 }  // namespace zorva

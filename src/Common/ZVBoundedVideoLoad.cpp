@@ -94,15 +94,14 @@ bool ZVBoundedVideoLoad::respondsToPlayerDidDismissModal() const {
 
 void ZVBoundedVideoLoadSlot::replace(std::shared_ptr<ZVBoundedVideoLoad> next, ZVAdLoader& loader,
                                      const std::weak_ptr<ZVAdLoaderDelegate>& owner) {
-  const bool bounded = next != nullptr;
   std::shared_ptr<ZVBoundedVideoLoad> previous;
   {
     std::lock_guard lock(mutex_);
     previous = std::exchange(load_, next);
   }
   if (previous) previous->end();
-  if (bounded) {
-    loader.setDelegate(std::move(next));
+  if (next) {
+    loader.setDelegate(next);
   } else if (previous) {
     loader.setDelegate(owner);
   }

@@ -256,6 +256,9 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, Duration timeou
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   for (;;) {
     if (predicate()) return true;
+    // Checked before each item: a queue that is never idle (a timer due again by the time the
+    // predicate has looked) must not hold the caller past its deadline.
+    if (std::chrono::steady_clock::now() >= deadline) return false;
     if (runOneReadyItem()) continue;
     std::unique_lock lock(mutex_);
     if (stopRequested_) {
@@ -269,10 +272,6 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, Duration timeou
     if (!timers_.empty() && !clock_->isVirtual()) {
       // Both sides are on the steady clock when the clock is real.
       wakeAt = std::min(wakeAt, timers_.begin()->first.first);
-    }
-    if (std::chrono::steady_clock::now() >= deadline) {
-      lock.unlock();
-      return predicate();
     }
     waitUntil(lock, wakeAt);
   }

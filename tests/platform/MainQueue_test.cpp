@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -68,6 +69,15 @@ TEST(MainQueue, RealClockTimersFireAndStopEndsRunFromAnotherThread) {
   EXPECT_TRUE(test::runMainQueueUntil([&] { return fired; }, milliseconds(2000)));
   EXPECT_FALSE(timer->isValid());
   EXPECT_FALSE(test::runMainQueueUntil([] { return false; }, milliseconds(30)));
+  // It gives up even when the queue is never idle.
+  bool spin = true;
+  std::function<void()> busy = [&] {
+    if (spin) queue.post(busy);
+  };
+  queue.post(busy);
+  EXPECT_FALSE(test::runMainQueueUntil([] { return false; }, milliseconds(30)));
+  spin = false;
+  queue.runUntilIdle();
 
   int ran = 0;
   queue.post([&] { ++ran; });

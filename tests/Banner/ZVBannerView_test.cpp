@@ -75,26 +75,45 @@ TEST_F(BannerTest, WithoutRefreshAFailureMakesItLoadableAgainAndALoadedAdsViewIs
   EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"fail", "receive", "present", "dismiss"}));
 }
 
-TEST_F(BannerTest, WithRefreshEachSessionEndsAfterTheIntervalAndTheNextLoadStartsAtOnce) {
-  auto banner = makeBanner(30);
-  banner->loadAd();
+// With a refresh interval, each session ends after it and the next load starts at once. Neither
+// a shown ad's session timer nor a failure's retry timer keeps its banner alive, and neither does
+// anything once the banner is gone. A delegate without callbacks hears nothing.
+TEST_F(BannerTest, WithRefreshEachSessionEndsAfterTheIntervalAndAReleasedBannerDoesNothingMore) {
+  auto shown = makeBanner(30);
+  shown->loadAd();
   ASSERT_TRUE(waitFor("receive"));
-  auto firstView = ZVBannerView::Impl::of(*banner).player()->playerView();
-
+  auto& impl = ZVBannerView::Impl::of(*shown);
+  auto firstView = impl.player()->playerView();
   MainQueue::shared().advanceBy(seconds(29.9));
-  EXPECT_EQ(banner->state(), 1);
+  EXPECT_EQ(shown->state(), 1);
   MainQueue::shared().advanceBy(seconds(0.1));
-  EXPECT_EQ(banner->state(), 3);
+  EXPECT_EQ(shown->state(), 3);
   ASSERT_TRUE(waitFor("receive", 2));
-
   // The new ad's view goes on top; the old one stays underneath.
-  auto secondView = ZVBannerView::Impl::of(*banner).player()->playerView();
-  EXPECT_EQ(banner->subviews(),
-            (std::vector<std::shared_ptr<platform::View>>{firstView, secondView}));
+  EXPECT_EQ(shown->subviews(),
+            (std::vector<std::shared_ptr<platform::View>>{firstView, impl.player()->playerView()}));
   // The finished state refuses the app's loads (which would make it loading); the refresh
   // continues on its own.
-  banner->loadAd();
-  EXPECT_EQ(banner->state(), 3);
+  shown->loadAd();
+  EXPECT_EQ(shown->state(), 3);
+
+  auto silent = std::make_shared<ZVBannerViewDelegate>();
+  shown->setDelegate(silent);
+  impl.playerWillPresentModal();
+  impl.playerDidDismissModal();
+  impl.didFailToReceivedAd(Error("test", 1, {}));
+  server_.respond(test::kServadPath, {.body = "not json"});
+  auto failed = makeBanner(30);
+  failed->loadAd();
+  ASSERT_TRUE(waitFor("fail"));
+  std::weak_ptr<ZVBannerView> watchShown = shown, watchFailed = failed;
+  shown.reset();
+  failed.reset();
+  EXPECT_TRUE(watchShown.expired());
+  EXPECT_TRUE(watchFailed.expired());
+  MainQueue::shared().advanceBy(seconds(60));
+  MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"receive", "receive", "fail"}));
 }
 
 // A transport failure is told on the network thread, which also schedules the retry. A second
@@ -113,32 +132,6 @@ TEST_F(BannerTest, WithRefreshEveryFailureIsToldAndRetriedAfterTheIntervalWithou
   EXPECT_FALSE(recorder_.heard()[2].onMainThread);
   MainQueue::shared().advanceBy(seconds(10));
   ASSERT_TRUE(waitFor("fail", 4));  // the second, due at 40 s
-}
-
-// Neither a shown ad's session timer nor a failure's retry timer keeps its banner alive, and
-// neither does anything once the banner is gone. A delegate without callbacks hears nothing.
-TEST_F(BannerTest, AReleasedBannerNeitherRefreshesNorRetries) {
-  auto shown = makeBanner(30);
-  shown->loadAd();
-  ASSERT_TRUE(waitFor("receive"));
-  auto silent = std::make_shared<ZVBannerViewDelegate>();
-  shown->setDelegate(silent);
-  auto& impl = ZVBannerView::Impl::of(*shown);
-  impl.playerWillPresentModal();
-  impl.playerDidDismissModal();
-  impl.didFailToReceivedAd(Error("test", 1, {}));
-  server_.respond(test::kServadPath, {.body = "not json"});
-  auto failed = makeBanner(30);
-  failed->loadAd();
-  ASSERT_TRUE(waitFor("fail"));
-  std::weak_ptr<ZVBannerView> watchShown = shown, watchFailed = failed;
-  shown.reset();
-  failed.reset();
-  EXPECT_TRUE(watchShown.expired());
-  EXPECT_TRUE(watchFailed.expired());
-  MainQueue::shared().advanceBy(seconds(60));
-  MainQueue::shared().runUntilIdle();
-  EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"receive", "fail"}));
 }
 
 // The app lets go of the banner while its transport failure is being told on

@@ -450,8 +450,7 @@ TEST(TrackingMacros, CacheBustingAndTimestampAreExpandedAtSendTimeOthersLeftAsTh
   const std::regex form(
       "http://t/"
       "\\?a=([0-9]{8})&t=2026-03-01T10%3A35%3A09\\.042-03%3A30&e=\\[ERRORCODE\\]&b=([0-9]{8})");
-  std::smatch parts;
-  ASSERT_TRUE(std::regex_match(url, parts, form)) << url;
+  EXPECT_TRUE(std::regex_match(url, form)) << url;
   EXPECT_NE(ZVTrackingTransport::expandMacros("[CACHEBUSTING]", at),
             ZVTrackingTransport::expandMacros("[CACHEBUSTING]", at));
 }

@@ -27,7 +27,9 @@ namespace {
 using Mode = tools::HostileServer::Mode;
 using std::chrono::milliseconds;
 
-// The bid requests' time-out in seconds, and the wrapper fetches' in place of the platform's 60.
+// The time-out in seconds of bid requests made to a hostile server (their reloads too), and of
+// every wrapper fetch in place of the platform's 60. Bids only the good server answers keep the
+// usual 10 s, which a loaded machine does not reach.
 constexpr unsigned long kTimeout = 1;
 // Far above the time-out: only a hang misses it.
 constexpr milliseconds kDeadline{15000};
@@ -168,7 +170,7 @@ TEST_P(FaultInjection, BidRequests) {
 TEST_P(FaultInjection, VideoInterstitialWrapperFetch) {
   startHostile(test::linearVast(), "application/xml");
   server_.respond(test::kServadPath, {.body = wrapperTo(hostile_->baseUrl() + "/vast.xml")});
-  auto ad = makeInterstitial(test::requestFor(server_, kTimeout));
+  auto ad = makeInterstitial(test::requestFor(server_));
   ad->setSwitchToVideo(true);
   failsThenLoadsAgain(
       GetParam().wrapper, [&] { ad->loadAd(); }, [&] { return ad->state(); },
@@ -218,7 +220,7 @@ class ForeignScheme : public AdLoads<const char*> {
 
 TEST_P(ForeignScheme, IsNeverFetched) {
   server_.respond("/moved", {.status = 302, .body = "", .location = url_});
-  auto ad = makeInterstitial(test::requestFor(server_, kTimeout));
+  auto ad = makeInterstitial(test::requestFor(server_));
   ad->setSwitchToVideo(true);
   // Each load's first callback is a failure with `code`.
   const auto failsWith = [&](long code, const std::function<void()>& load) {
@@ -236,7 +238,7 @@ TEST_P(ForeignScheme, IsNeverFetched) {
     failsWith(303, [&] { ad->loadAd(); });
   }
   // The bid request redirected to it: curl's "unsupported protocol".
-  auto redirected = makeInterstitial(test::requestTo(server_.url("/moved"), kTimeout));
+  auto redirected = makeInterstitial(test::requestTo(server_.url("/moved")));
   failsWith(1, [&] { redirected->loadAd(); });
   // A tracking URL: dropped, while the web URL handed over with it is sent.
   const auto queue = fifo_.string() + ".sqlite";
@@ -257,11 +259,11 @@ TEST_F(StalledFetch, HoldsNoOtherLoad) {
   ASSERT_TRUE(silent);
   handler_->setDefaultTimeout(600);
   server_.respond("/stalled", {.body = wrapperTo(silent->baseUrl() + "/vast.xml")});
-  auto video = makeInterstitial(test::requestTo(server_.url("/stalled"), kTimeout));
+  auto video = makeInterstitial(test::requestTo(server_.url("/stalled")));
   video->setSwitchToVideo(true);
   video->loadAd();
   ASSERT_TRUE(test::runMainQueueUntil([&] { return silent->connections() > 0; }, kDeadline));
-  auto banner = makeBanner(0, test::requestFor(server_, kTimeout));
+  auto banner = makeBanner(0, test::requestFor(server_));
   banner->loadAd();
   ASSERT_TRUE(test::runMainQueueUntil([&] { return !recorder_.heard().empty(); }, kDeadline));
   EXPECT_EQ(recorder_.heard()[0].name, "receive");  // the banner's: the video still waits

@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "zorva-adserver/AdServer.h"
@@ -15,14 +16,16 @@
 // After every header of the SDK: Xlib's macros clash with its names.
 #include <gdk/gdkx.h>
 
-#include "support/XScreen.h"
+#include "gtk/AppWindow.h"
 
 namespace zorva::test {
 namespace {
 
+using gtk::shotOf;
+
 constexpr Pixel kBannerGreen{0x1b, 0x5e, 0x20};
 constexpr Pixel kInterstitialBlue{0x0d, 0x47, 0xa1};
-constexpr Pixel kAppRed{255, 0, 0}, kWhite{255, 255, 255};
+constexpr Pixel kAppBlue{0, 0, 255}, kWhite{255, 255, 255};
 // The video player's progress bar: its fill and its track.
 constexpr Pixel kBarFill{245, 214, 107}, kBarTrack{40, 46, 99};
 constexpr const char* kUnreachable = "http://127.0.0.1:1/zorva/servad";
@@ -56,18 +59,42 @@ struct Heard {
   }
 };
 
-// A banner or an interstitial, made and loaded the same way.
+// Each kind of ad object, made and loaded the same way. The widgets show an ad of their own size
+// (`shows`: how each looks once its ad is up, in a shot of the window).
 struct Format {
   const char* name;
   gpointer (*make)(const char* adUnit);
   void (*load)(gpointer ad);
+  GtkRequisition size{};
+  bool (*shows)(const Screenshot& picture, int left, int top, int width, int height) = nullptr;
 };
 
 const Format kBanner{"banner",
                      [](const char* adUnit) -> gpointer {
                        return g_object_ref_sink(zorva_banner_new("pub", adUnit, 320, 50));
                      },
-                     [](gpointer ad) { zorva_banner_load(ZORVA_BANNER(ad)); }};
+                     [](gpointer ad) { zorva_banner_load(ZORVA_BANNER(ad)); },
+                     {320, 50},
+                     [](const Screenshot& picture, int left, int top, int width, int height) {
+                       // Its green all around its text, and nowhere else.
+                       const int inside = picture.count(kBannerGreen, left, top, width, height);
+                       return inside > width * height * 3 / 4 &&
+                              picture.count(kBannerGreen, picture.x, picture.y, picture.width,
+                                            picture.height) == inside;
+                     }};
+const Format kVideo{"video",
+                    [](const char* adUnit) -> gpointer {
+                      return g_object_ref_sink(zorva_in_banner_video_new("pub", adUnit, 320, 180));
+                    },
+                    [](gpointer ad) { zorva_in_banner_video_load(ZORVA_IN_BANNER_VIDEO(ad)); },
+                    {320, 180},
+                    [](const Screenshot& picture, int left, int top, int width, int height) {
+                      // The player's progress bar along the video's foot, from edge to edge.
+                      const int bottom = top + height - 1;
+                      return picture.count(kBarFill, left, bottom, width, 1, 12) +
+                                 picture.count(kBarTrack, left, bottom, width, 1, 12) >
+                             width * 9 / 10;
+                    }};
 const Format kInterstitial{
     "interstitial",
     [](const char* adUnit) -> gpointer { return zorva_interstitial_new("pub", adUnit); },
@@ -83,8 +110,8 @@ class GObjectFaceTest : public testing::Test {
     ASSERT_TRUE(gtk_init_check(nullptr, nullptr));
   }
   void TearDown() override {
+    app.reset();
     for (gpointer object : objects) g_object_unref(object);
-    if (window) gtk_widget_destroy(window);
   }
 
   // An ad object of `format` for `adUnit`, asking the loopback server unless told otherwise.
@@ -96,36 +123,25 @@ class GObjectFaceTest : public testing::Test {
     return ad;
   }
 
-  // The app's window: its own red content above a banner packed at the bottom of a GtkBox.
-  void openWindow(GtkWidget* banner) {
-    window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-    gtk_window_set_default_size(GTK_WINDOW(window), 400, 300);
-    gtk_window_move(GTK_WINDOW(window), 0, 0);
-    GtkWidget* box = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
-    content = gtk_drawing_area_new();
-    g_signal_connect(content, "draw", G_CALLBACK(+[](GtkWidget*, cairo_t* cr, gpointer) {
-                       cairo_set_source_rgb(cr, 1, 0, 0);
-                       cairo_paint(cr);
-                       return FALSE;
-                     }),
-                     nullptr);
-    gtk_box_pack_start(GTK_BOX(box), content, TRUE, TRUE, 0);
-    if (banner) gtk_box_pack_end(GTK_BOX(box), banner, FALSE, FALSE, 0);
-    gtk_container_add(GTK_CONTAINER(window), box);
-    gtk_widget_show_all(window);
+  // The app's window: its own blue content, above the ad widget packed at the bottom of its box.
+  void openWindow(GtkWidget* widget = nullptr) {
+    app.emplace(400, 300, gtk::Content::Slot);
+    if (!widget) return;
+    gtk_box_pack_end(GTK_BOX(app->container), widget, FALSE, FALSE, 0);
+    gtk_widget_show(widget);
   }
 
-  // The window's content area as the screen shows it.
-  Screenshot shot() const {
-    int x = 0, y = 0;
-    gdk_window_get_origin(gtk_widget_get_window(window), &x, &y);
-    return screen.grab(x, y, gtk_widget_get_allocated_width(window),
-                       gtk_widget_get_allocated_height(window));
+  // Types a key in the app's window.
+  void press(KeySym keysym) {
+    screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(app->toplevel)), keysym);
   }
+
+  // The window's content as the screen shows it.
+  Screenshot shot() const { return shotOf(screen, app->toplevel); }
 
   // The button labelled `label` on screen in the window (in a panel the ad opened), or null.
   GtkWidget* button(const char* label, GtkWidget* widget = nullptr) const {
-    widget = widget ? widget : window;
+    widget = widget ? widget : app->toplevel;
     const char* text = GTK_IS_BUTTON(widget) ? gtk_button_get_label(GTK_BUTTON(widget)) : nullptr;
     if (text && std::string(text) == label && gtk_widget_get_mapped(widget)) return widget;
     GtkWidget* found = nullptr;
@@ -157,52 +173,20 @@ class GObjectFaceTest : public testing::Test {
   std::unique_ptr<tools::AdServer> server;
   XScreen screen;
   std::vector<gpointer> objects;
-  GtkWidget* window = nullptr;
-  GtkWidget* content = nullptr;
-};
-
-// The widgets that show an ad of their own size, and how each looks once its ad is up.
-struct Slot {
-  const char* adUnit;
-  GtkWidget* (*make)(const char*, const char*, int, int);
-  void (*load)(gpointer);
-  int width, height;
-  bool (*shows)(const Screenshot& picture, int left, int top, int width, int height);
-};
-
-const Slot kSlots[] = {
-    {"banner", zorva_banner_new, [](gpointer ad) { zorva_banner_load(ZORVA_BANNER(ad)); }, 320, 50,
-     [](const Screenshot& picture, int left, int top, int width, int height) {
-       // Its green all around its text, and nowhere else.
-       const int inside = picture.count(kBannerGreen, left, top, width, height);
-       return inside > width * height * 3 / 4 &&
-              picture.count(kBannerGreen, picture.x, picture.y, picture.width, picture.height) ==
-                  inside;
-     }},
-    {"video", zorva_in_banner_video_new,
-     [](gpointer ad) { zorva_in_banner_video_load(ZORVA_IN_BANNER_VIDEO(ad)); }, 320, 180,
-     [](const Screenshot& picture, int left, int top, int width, int height) {
-       // The player's progress bar along the video's foot, from edge to edge.
-       const int bottom = top + height - 1;
-       return picture.count(kBarFill, left, bottom, width, 1, 12) +
-                  picture.count(kBarTrack, left, bottom, width, 1, 12) >
-              width * 9 / 10;
-     }},
+  std::optional<gtk::AppWindow> app;
 };
 
 // At the bottom of the box, at its size and centred, with the app's content above; loaded told
-// once. A click on the banner brings its store page, Escape takes it away, each told; the video
+// once. A click on the banner brings its store page, its Close takes it away, each told; the video
 // tells when it has played to its end.
 TEST_F(GObjectFaceTest, AdWidgetsShowAtTheirSizeAtTheBottomOfABox) {
-  for (const Slot& slot : kSlots) {
-    SCOPED_TRACE(slot.adUnit);
-    gpointer ad = g_object_ref_sink(slot.make("pub", slot.adUnit, slot.width, slot.height));
-    objects.push_back(ad);
-    g_object_set(ad, "server-url", server->servadUrl().c_str(), nullptr);
+  for (const Format* slot : {&kBanner, &kVideo}) {
+    SCOPED_TRACE(slot->name);
+    gpointer ad = make(*slot, slot->name);
     Heard heard;
     heard.listen(ad);
     openWindow(GTK_WIDGET(ad));
-    slot.load(ad);
+    slot->load(ad);
     ZorvaAdState state;
     g_object_get(ad, "state", &state, nullptr);
     EXPECT_EQ(state, ZORVA_AD_STATE_LOADING);
@@ -211,20 +195,19 @@ TEST_F(GObjectFaceTest, AdWidgetsShowAtTheirSizeAtTheBottomOfABox) {
     int left = 0, top = 0;
     const bool shown = waitUntil([&] {
       picture = shot();
-      left = picture.x + (picture.width - slot.width) / 2;
-      top = picture.y + picture.height - slot.height;
-      return slot.shows(picture, left, top, slot.width, slot.height);
+      left = picture.x + (picture.width - slot->size.width) / 2;
+      top = picture.y + picture.height - slot->size.height;
+      return slot->shows(picture, left, top, slot->size.width, slot->size.height);
     });
-    picture.writePng(std::string("gobject-") + slot.adUnit + ".png");
     ASSERT_TRUE(shown) << heard["loaded"] << " " << heard.message;
-    EXPECT_GT(picture.count(kAppRed, picture.x, picture.y, picture.width, top - picture.y),
+    EXPECT_GT(picture.count(kAppBlue, picture.x, picture.y, picture.width, top - picture.y),
               picture.width * (top - picture.y - 10));
     EXPECT_EQ(heard["loaded"], 1);
     EXPECT_EQ(heard["failed"], 0);
 
     if (ZORVA_IS_BANNER(ad)) {
       EXPECT_EQ(heard["state"], 1);  // loading
-      screen.click(left + slot.width / 2, top + slot.height / 2);
+      screen.click(left + slot->size.width / 2, top + slot->size.height / 2);
       ASSERT_TRUE(waitUntil([&] { return heard["will-present-modal"] > 0; }));
       EXPECT_EQ(heard["did-dismiss-modal"], 0);
       ASSERT_TRUE(clickButton("Close"));  // the store page's
@@ -235,14 +218,17 @@ TEST_F(GObjectFaceTest, AdWidgetsShowAtTheirSizeAtTheBottomOfABox) {
       g_object_get(ad, "state", &state, nullptr);
       EXPECT_EQ(state, ZORVA_AD_STATE_FINISHED);
     }
-    gtk_widget_destroy(std::exchange(window, nullptr));
+    app.reset();
   }
 }
 
 // Every failure is a ZORVA_ERROR, on GTK's thread (a transport failure included), the
 // original error in the message. The SDK's settings are the default ZorvaSdk's properties: the
 // app conventions make an answer without a bid a failure, each convention they move notified.
-TEST_F(GObjectFaceTest, FailuresCarryAZorvaError) {
+// An object disposed while its answer is on the way hears nothing of it, its memory untouched
+// (the sanitizer builds check that): another one, asked later, hears its own answer, which the
+// server sends after the first.
+TEST_F(GObjectFaceTest, FailuresCarryAZorvaErrorAndAnObjectReleasedMidLoadHearsNothing) {
   struct Case {
     const char* adUnit;
     const char* serverUrl;
@@ -262,6 +248,11 @@ TEST_F(GObjectFaceTest, FailuresCarryAZorvaError) {
   g_signal_connect_swapped(sdk, "notify::no-fill-as-failure",
                            G_CALLBACK(+[](int* count) { ++*count; }), &moved);
   for (const Format* format : {&kBanner, &kInterstitial}) {
+    gpointer released = make(*format, "slow");
+    format->load(released);
+    g_object_run_dispose(G_OBJECT(released));
+    Heard late;
+    late.listen(released);  // on the disposed object, still referenced
     for (const auto& c : cases) {
       SCOPED_TRACE(std::string(format->name) + " '" + (c.adUnit ? c.adUnit : "(null)") + "'");
       g_object_set(sdk, "app-conventions", c.conventions, nullptr);
@@ -276,24 +267,7 @@ TEST_F(GObjectFaceTest, FailuresCarryAZorvaError) {
       EXPECT_NE(heard.message.find(c.inMessage), std::string::npos) << heard.message;
       EXPECT_EQ(heard["loaded"], 0);
     }
-  }
-  g_object_set(sdk, "app-conventions", FALSE, nullptr);
-  g_signal_handlers_disconnect_by_data(sdk, &moved);
-  EXPECT_EQ(moved, 4);  // on and off for each format
-}
-
-// An ad object disposed while its answer is on the way hears nothing of it, its memory
-// untouched (the sanitizer builds check that): another one, asked later, hears its own answer,
-// which the server sends after the first.
-TEST_F(GObjectFaceTest, AnObjectReleasedMidLoadSendsNothing) {
-  for (const Format* format : {&kBanner, &kInterstitial}) {
     SCOPED_TRACE(format->name);
-    gpointer released = make(*format, "slow");
-    format->load(released);
-    g_object_run_dispose(G_OBJECT(released));
-    Heard late;
-    late.listen(released);  // on the disposed object, still referenced
-
     gpointer witness = make(*format, "slow");
     Heard heard;
     heard.listen(witness);
@@ -302,33 +276,35 @@ TEST_F(GObjectFaceTest, AnObjectReleasedMidLoadSendsNothing) {
     EXPECT_EQ(heard["loaded"], 1) << heard.message;
     EXPECT_EQ(late["loaded"] + late["failed"] + late["state"], 0);
   }
+  g_object_set(sdk, "app-conventions", FALSE, nullptr);
+  g_signal_handlers_disconnect_by_data(sdk, &moved);
+  EXPECT_EQ(moved, 4);  // on and off for each format
 }
 
 // Shown over a window whose child is a plain box: the ad covers the content; Escape takes it
 // away, "dismissed" is told and the box is the window's child again.
 TEST_F(GObjectFaceTest, InterstitialCoversTheWindowAndTellsWhenItLeaves) {
-  openWindow(nullptr);
-  GtkWidget* box = gtk_bin_get_child(GTK_BIN(window));
+  openWindow();
   gpointer ad = make(kInterstitial, "interstitial");
   Heard heard;
   heard.listen(ad);
   zorva_interstitial_load(ZORVA_INTERSTITIAL(ad));
   ASSERT_TRUE(waitUntil([&] { return heard["loaded"] + heard["failed"] > 0; })) << heard.message;
-  ASSERT_TRUE(zorva_interstitial_show(ZORVA_INTERSTITIAL(ad), GTK_WINDOW(window)));
-  EXPECT_FALSE(zorva_interstitial_show(ZORVA_INTERSTITIAL(ad), GTK_WINDOW(window)));
+  ASSERT_TRUE(zorva_interstitial_show(ZORVA_INTERSTITIAL(ad), GTK_WINDOW(app->toplevel)));
+  EXPECT_FALSE(zorva_interstitial_show(ZORVA_INTERSTITIAL(ad), GTK_WINDOW(app->toplevel)));
 
   Screenshot picture;
-  ASSERT_TRUE(waitUntil([&] {
+  const auto covered = [&] {
     picture = shot();
     return picture.count(kInterstitialBlue, picture.x, picture.y, picture.width, picture.height) >
            picture.width * picture.height * 3 / 4;
-  }));
-  picture.writePng("gobject-interstitial.png");
+  };
+  ASSERT_TRUE(waitUntil(covered));
   EXPECT_EQ(zorva_interstitial_get_state(ZORVA_INTERSTITIAL(ad)), ZORVA_AD_STATE_SHOWN);
   EXPECT_EQ(heard["will-present"], 1);
 
-  // A click on the ad's link (its white text nearest the bottom) is told; the page it opens goes
-  // with its Done button, the ad with Escape.
+  // A click on the ad's link (its white text nearest the bottom) is told; Escape takes the page
+  // it opens away, then the ad.
   int row = picture.y + picture.height - 1, linkX = 0;
   for (; row > picture.y && !linkX; --row) {
     for (int x = picture.x; x < picture.x + picture.width && !linkX; ++x) {
@@ -336,16 +312,17 @@ TEST_F(GObjectFaceTest, InterstitialCoversTheWindowAndTellsWhenItLeaves) {
     }
   }
   screen.click(linkX, row - 2);
-  ASSERT_TRUE(waitUntil([&] { return heard["clicked"] > 0; }));
-  ASSERT_TRUE(clickButton("Done"));
+  ASSERT_TRUE(waitUntil([&] { return heard["clicked"] > 0 && !covered(); }));
+  press(XK_Escape);
+  ASSERT_TRUE(waitUntil(covered));
   EXPECT_EQ(heard["dismissed"], 0);
 
-  screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(window)), XK_Escape);
+  press(XK_Escape);
   ASSERT_TRUE(waitUntil([&] { return heard["dismissed"] > 0; }));
-  EXPECT_EQ(gtk_bin_get_child(GTK_BIN(window)), box);
+  EXPECT_EQ(gtk_bin_get_child(GTK_BIN(app->toplevel)), app->container);
   EXPECT_TRUE(waitUntil([&] {
     picture = shot();
-    return picture.count(kAppRed, picture.x, picture.y, picture.width, picture.height) ==
+    return picture.count(kAppBlue, picture.x, picture.y, picture.width, picture.height) ==
            picture.width * picture.height;
   }));
   EXPECT_EQ(heard["dismissed"], 1);

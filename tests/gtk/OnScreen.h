@@ -17,75 +17,9 @@
 #include "zorva/engines/WebKitWebEngine.h"
 
 // After every header of the SDK: Xlib's macros (None, Always, ...) clash with its names.
-#include "support/XScreen.h"
+#include "AppWindow.h"
 
 namespace zorva::gtk {
-
-/// What the app's window holds besides the SDK.
-enum class Content {
-  Empty,
-  /// A blue area that has the keyboard's focus and counts the clicks and the keys it gets.
-  Area,
-  /// Widgets with windows of their own under the overlay: a text view over a button.
-  Controls,
-  /// The blue area in a vertical box, the host's slot below it (no overlay).
-  Slot,
-};
-
-/// An app's window: the SDK's tree in an overlay over the app's content, or in a slot of its box.
-class AppWindow {
- public:
-  AppWindow(int width, int height, Content what) {
-    toplevel = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-    gtk_window_set_default_size(GTK_WINDOW(toplevel), width, height);
-    gtk_window_move(GTK_WINDOW(toplevel), 0, 0);
-    container =
-        what == Content::Slot ? gtk_box_new(GTK_ORIENTATION_VERTICAL, 0) : gtk_overlay_new();
-    if (what == Content::Area || what == Content::Slot) {
-      GtkWidget* area = gtk_drawing_area_new();
-      gtk_widget_add_events(area, GDK_BUTTON_PRESS_MASK);
-      g_signal_connect(area, "draw", G_CALLBACK(+[](GtkWidget*, cairo_t* cr, gpointer) {
-                         cairo_set_source_rgb(cr, 0, 0, 1);
-                         cairo_paint(cr);
-                         return FALSE;
-                       }),
-                       nullptr);
-      for (const auto* signal : {"button-press-event", "key-press-event"}) {
-        g_signal_connect(area, signal, G_CALLBACK(+[](GtkWidget*, GdkEvent* event, gpointer app) {
-                           auto* self = static_cast<AppWindow*>(app);
-                           ++(event->type == GDK_KEY_PRESS ? self->keys : self->clicks);
-                           return TRUE;
-                         }),
-                         this);
-      }
-      gtk_widget_set_can_focus(area, TRUE);
-      gtk_widget_set_vexpand(area, TRUE);
-      content = area;
-    } else if (what == Content::Controls) {
-      content = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
-      text = gtk_text_view_new();
-      gtk_widget_set_vexpand(text, TRUE);
-      button = gtk_button_new_with_label("App");
-      g_signal_connect_swapped(button, "clicked",
-                               G_CALLBACK(+[](AppWindow* self) { ++self->clicks; }), this);
-      for (GtkWidget* widget : {text, button}) gtk_container_add(GTK_CONTAINER(content), widget);
-    }
-    if (content) gtk_container_add(GTK_CONTAINER(container), content);
-    gtk_container_add(GTK_CONTAINER(toplevel), container);
-    gtk_widget_show_all(toplevel);
-    if (content) gtk_widget_grab_focus(text ? text : content);
-  }
-  ~AppWindow() { gtk_widget_destroy(toplevel); }
-  AppWindow(const AppWindow&) = delete;
-  AppWindow& operator=(const AppWindow&) = delete;
-
-  GtkWidget* toplevel;
-  /// Where the host goes: a GtkOverlay, or the slot's box.
-  GtkWidget* container;
-  GtkWidget* content = nullptr;
-  GtkWidget *text = nullptr, *button = nullptr;
-  int clicks = 0, keys = 0;
-};
 
 class OnScreenTest : public testing::Test {
  protected:
@@ -112,9 +46,7 @@ class OnScreenTest : public testing::Test {
 
   /// What the screen shows of the host's window, in window points from (0, 0).
   test::Screenshot shot() const {
-    auto [x, y] = origin();
-    const auto size = host->window()->bounds().size;
-    auto picture = screen.grab(x, y, static_cast<int>(size.width), static_cast<int>(size.height));
+    auto picture = shotOf(screen, gtk_bin_get_child(GTK_BIN(host->toplevel())));
     picture.x = picture.y = 0;
     return picture;
   }

@@ -35,7 +35,8 @@ using platform::MainQueue;
 using platform::NavigationActionPolicy;
 using platform::NavigationType;
 using platform::TimeRange;
-using Lists = std::vector<std::vector<std::string>>;
+using Strings = std::vector<std::string>;
+using Lists = std::vector<Strings>;
 
 using test::RecordingAdDelegate;
 
@@ -113,7 +114,7 @@ TEST_F(VastPlayerTest, ProgressPointsFireOnePerReport) {
       MainQueue::shared().advanceBy(std::chrono::microseconds(2500));
     }
     EXPECT_EQ(handler->handedOverUrls(), expected);
-    EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+    EXPECT_EQ(delegate->events, Strings{"load"});
   }
 }
 
@@ -150,7 +151,7 @@ TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
   EXPECT_TRUE(nonLinear->htmlPlayerShouldLoadRequest(request("http://form"),
                                                      NavigationType::FormSubmitted));
   EXPECT_FALSE(nonLinear->linkResolver());
-  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "load"}));
+  EXPECT_EQ(delegate->events, (Strings{"load", "load"}));
   std::vector<double> times;
   for (const auto& point : player->trackingPoints()) times.push_back(point.time);
   EXPECT_EQ(times, (std::vector<double>{0, 3.75, 7.5, 11.25, 15}));
@@ -165,7 +166,7 @@ TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
   ASSERT_TRUE(engine->request());
   EXPECT_EQ(engine->request()->url->absoluteString(), "http://content.invalid/");
   EXPECT_TRUE(engine->failNavigation(Error("NSURLErrorDomain", -1003)));
-  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "load", "load"}));
+  EXPECT_EQ(delegate->events, (Strings{"load", "load", "load"}));
 }
 
 // A malformed document fails at once with 100 and hands over nothing. A start report fires the
@@ -174,28 +175,26 @@ TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
 TEST_F(VastPlayerTest, AStartFiresTheImpressionATapGoesToTheResolverAndFailuresToErrorUrls) {
   player = makePlayer("<VAST version=\"3.0\"><Ad>");
   player->play();
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"fail:100"});
+  EXPECT_EQ(delegate->events, Strings{"fail:100"});
   EXPECT_FALSE(player->vastAdPlayer());
   EXPECT_TRUE(handler->handedOverUrls().empty());
 
   auto engine = startLinear(20, 1);
   ASSERT_TRUE(engine);
   player->playerDidStartPlaying();
-  EXPECT_EQ(handler->handedOverUrls().back(), std::vector<std::string>{"http://imp/inline"});
+  EXPECT_EQ(handler->handedOverUrls().back(), Strings{"http://imp/inline"});
   EXPECT_EQ(delegate->events.back(), "start");
   delegate->events = {"load"};
   linear->touchesEnded();
   player->playerDidIteractedWithTargetUrl(std::nullopt);  // nowhere to go: nothing opens
-  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent"}));
+  EXPECT_EQ(delegate->events, (Strings{"load", "willPresent"}));
   player->resolverDidDismissModal(*player->linkResolver());
   delegate->modal = false;
   linear->touchesEnded();
   player->resolverDidDismissModal(*player->linkResolver());
   engine->fail(Error("decoder", 1));
-  EXPECT_EQ(handler->handedOverUrls().back(),
-            std::vector<std::string>{"http://err/inline?code=405"});
-  EXPECT_EQ(delegate->events,
-            (std::vector<std::string>{"load", "willPresent", "didDismiss", "fail:405"}));
+  EXPECT_EQ(handler->handedOverUrls().back(), Strings{"http://err/inline?code=405"});
+  EXPECT_EQ(delegate->events, (Strings{"load", "willPresent", "didDismiss", "fail:405"}));
 
   // Click-throughs often come in CDATA, which the reader leaves out: the bid's attribution still
   // opens the store sheet.
@@ -207,7 +206,7 @@ TEST_F(VastPlayerTest, AStartFiresTheImpressionATapGoesToTheResolverAndFailuresT
   linear->touchesEnded();
   EXPECT_TRUE(std::dynamic_pointer_cast<platform::StoreProductViewController>(
       root->presentedViewController()));
-  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent"}));
+  EXPECT_EQ(delegate->events, (Strings{"load", "willPresent"}));
 }
 
 // Failures of the wrapper chain are found, and told, on the network thread. The app lets go of
@@ -239,7 +238,7 @@ TEST_F(VastPlayerTest, AWrapperChainFailureIsToldOnTheNetworkThreadAndThePlayerD
     releasing->owner->addSubview(test::DestructionProbe::create(probe));
     releasing->owner->play();
     ASSERT_TRUE(handler->waitForCompletedFetches(++fetches, std::chrono::seconds(10)));
-    EXPECT_EQ(releasing->events, std::vector<std::string>{event});
+    EXPECT_EQ(releasing->events, Strings{event});
     EXPECT_FALSE(releasing->onMainThread);
     ASSERT_TRUE(test::runMainQueueUntil([&] { return probe->destroyed.load(); }));
     EXPECT_TRUE(probe->onMainThread);
@@ -260,7 +259,7 @@ class RecordingVastDelegate : public ZVVastAdplayerDelegate {
   void playerDidFailedWithError(const Error& error) override {
     events.push_back("fail:" + std::to_string(error.code));
   }
-  std::vector<std::string> events;
+  Strings events;
   std::vector<double> progress;
 };
 
@@ -287,7 +286,7 @@ TEST_F(LinearPlayerTest, OnlyAnMp4FileMakesAPlayerWhoseVideoLiesUnderAThinBar) {
   player->load(nullptr);
   player->load(test::firstAd(test::linearVast("video/mp4", "http://c", "not a url")));
   MainQueue::shared().advanceBy(std::chrono::seconds(5));
-  EXPECT_EQ(delegate->events, (std::vector<std::string>{"fail:403", "fail:403"}));
+  EXPECT_EQ(delegate->events, (Strings{"fail:403", "fail:403"}));
   EXPECT_FALSE(player->player());
 
   player->load(test::firstAd(test::linearVast()));
@@ -316,9 +315,9 @@ TEST_F(LinearPlayerTest, LoadsOnceTheFirstBufferedRangeEndsPastHalfInSinglePreci
   EXPECT_TRUE(delegate->events.empty()) << "no duration known yet: NaN never passes";
   engine()->setDuration(30);
   engine()->setLoadedTimeRanges({TimeRange::fromSeconds(10, 5.5), TimeRange::fromSeconds(20, 9)});
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"}) << "10 + 5.5 of 30 is past half";
+  EXPECT_EQ(delegate->events, Strings{"load"}) << "10 + 5.5 of 30 is past half";
   engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 30)});
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+  EXPECT_EQ(delegate->events, Strings{"load"});
 
   struct Case {
     double duration, buffered;
@@ -366,7 +365,7 @@ TEST_F(LinearPlayerTest, AWindowChangePlaysAndProgressIsReportedEvery400thSecond
   EXPECT_EQ(delegate->progress.back(), 20.0) << "playback stops with a report at the end";
   // The status observation reports a failure; the registration under the error key never fires.
   engine()->fail(Error("decoder", 3));
-  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "fail:405", "end", "fail:405"}));
+  EXPECT_EQ(delegate->events, (Strings{"load", "fail:405", "end", "fail:405"}));
   EXPECT_FALSE(player->playbackStarted());
 }
 
@@ -384,8 +383,7 @@ TEST_F(LinearPlayerTest, ATapSendsTheClickThroughAndAGoneViewIsNeitherToldNorKep
   engine()->becomeReady();
   engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 20)});
   player->touchesEnded();
-  EXPECT_EQ(delegate->events,
-            (std::vector<std::string>{"click:(none)", "load", "click:http://click/through"}));
+  EXPECT_EQ(delegate->events, (Strings{"click:(none)", "load", "click:http://click/through"}));
   EXPECT_EQ(parentTaps, 0);
 
   auto item = player->playerItem();

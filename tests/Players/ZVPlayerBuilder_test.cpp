@@ -1,4 +1,3 @@
-// The builder's choice, and a video ad from the loopback server played end to end.
 #include <gtest/gtest.h>
 
 #include <zorva/platform/HeadlessMediaEngine.h>

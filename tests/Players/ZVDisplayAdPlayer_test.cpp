@@ -1,3 +1,4 @@
+// The display player and the HTML player under it, over hand-driven headless web engines.
 #include "Players/ZVDisplayAdPlayer.h"
 
 #include <zorva/platform/DeviceProfile.h>
@@ -72,25 +73,45 @@ class ZVDisplayAdPlayerTest : public testing::Test {
   std::shared_ptr<RecordingPlayerDelegate> delegate = std::make_shared<RecordingPlayerDelegate>();
 };
 
-TEST_F(ZVDisplayAdPlayerTest, ALinkTappedAfterTheLoadIsOneClickAndTheAdDoesNotNavigate) {
-  auto player = play("<a href='https://advertiser.example/'>go</a>");
+// While the creative loads every navigation is followed, and after it form, history and reload
+// ones still are. A link tap, or any other navigation after the load, is one click, resolved
+// once, and the ad stays on its page.
+TEST_F(ZVDisplayAdPlayerTest, AfterTheLoadATapOrAnyOtherNavigationIsOneClickAndTheAdStays) {
+  HeadlessWebEngine::setAutomaticByDefault(false);
+  auto player = play("<iframe src='https://cdn.example/frame'></iframe>");
   auto& engine = engineOf(*player);
+  EXPECT_EQ(engine.navigate(requestFor("https://cdn.example/redirect"), NavigationType::Other),
+            NavigationActionPolicy::Allow);
+  ASSERT_TRUE(engine.finishNavigation());
+  for (auto type : {NavigationType::FormSubmitted, NavigationType::BackForward,
+                    NavigationType::Reload, NavigationType::FormResubmitted}) {
+    EXPECT_EQ(engine.navigate(requestFor("https://advertiser.example/form"), type),
+              NavigationActionPolicy::Allow);
+  }
+  EXPECT_EQ(root->presentedViewController(), nullptr);
+  ASSERT_TRUE(engine.finishNavigation());
+  EXPECT_EQ(engine.navigate(requestFor("https://advertiser.example/auto"), NavigationType::Other),
+            NavigationActionPolicy::Cancel);
+  ASSERT_TRUE(browser());
+  EXPECT_EQ(browser()->url().absoluteString(), "https://advertiser.example/auto");
+  browser()->finish();
   EXPECT_EQ(engine.clickLink(requestFor("https://advertiser.example/")),
             NavigationActionPolicy::Cancel);
   runReadyWork();
-  EXPECT_EQ(engine.request()->url, ZVHTMLPlayer::creativeBaseURL());  // still the ad page
+  EXPECT_EQ(engine.request()->url->absoluteString(), "https://advertiser.example/form");
   ASSERT_TRUE(browser());
   EXPECT_EQ(browser()->url().absoluteString(), "https://advertiser.example/");
   EXPECT_EQ(browser()->presentedViewController(), nullptr);  // resolved once
   browser()->finish();
-  EXPECT_EQ(delegate->events, (Events{"load", "willPresent", "didDismiss"}));
+  const Events events{"load", "load", "willPresent", "didDismiss", "willPresent", "didDismiss"};
+  EXPECT_EQ(delegate->events, events);
 
   // A delegate that does not implement the modal reports is not sent them.
   delegate->modal = false;
   engine.clickLink(requestFor("https://advertiser.example/"));
   ASSERT_TRUE(browser());
   browser()->finish();
-  EXPECT_EQ(delegate->events, (Events{"load", "willPresent", "didDismiss"}));
+  EXPECT_EQ(delegate->events, events);
 
   // The bid's attribution goes with the click: enough of it opens the store sheet.
   auto attributed =
@@ -100,28 +121,7 @@ TEST_F(ZVDisplayAdPlayerTest, ALinkTappedAfterTheLoadIsOneClickAndTheAdDoesNotNa
       root->presentedViewController()));
 }
 
-TEST_F(ZVDisplayAdPlayerTest, NavigationsAreFollowedExceptTapsAndLaterOtherNavigations) {
-  HeadlessWebEngine::setAutomaticByDefault(false);
-  auto player = play("<iframe src='https://cdn.example/frame'></iframe>");
-  auto& engine = engineOf(*player);
-  EXPECT_EQ(engine.navigate(requestFor("https://cdn.example/redirect"), NavigationType::Other),
-            NavigationActionPolicy::Allow);  // still the creative loading
-  ASSERT_TRUE(engine.finishNavigation());
-  for (auto type : {NavigationType::FormSubmitted, NavigationType::BackForward,
-                    NavigationType::Reload, NavigationType::FormResubmitted}) {
-    EXPECT_EQ(engine.navigate(requestFor("https://advertiser.example/form"), type),
-              NavigationActionPolicy::Allow);
-  }
-  EXPECT_EQ(root->presentedViewController(), nullptr);
-
-  ASSERT_TRUE(engine.finishNavigation());
-  EXPECT_EQ(engine.navigate(requestFor("https://advertiser.example/auto"), NavigationType::Other),
-            NavigationActionPolicy::Cancel);
-  ASSERT_TRUE(browser());
-  EXPECT_EQ(browser()->url().absoluteString(), "https://advertiser.example/auto");
-}
-
-TEST_F(ZVDisplayAdPlayerTest, TheSessionEndsNSecondsAfterEachFinishedLoad) {
+TEST_F(ZVDisplayAdPlayerTest, TheSessionEndsNSecondsAfterEachFinishedLoadOnItsTrackersTimer) {
   test::useVirtualClock();
   std::shared_ptr<ZVDisplayAdPlayer> player;
   // The session timer is already running when the delegate hears of the load.
@@ -137,59 +137,27 @@ TEST_F(ZVDisplayAdPlayerTest, TheSessionEndsNSecondsAfterEachFinishedLoad) {
   MainQueue::shared().advanceBy(seconds(0.1));
   EXPECT_EQ(delegate->events, (Events{"load", "end"}));
 
-  player->play();
-  runReadyWork();
-  ASSERT_TRUE(engineOf(*player).finishNavigation());
+  const auto reload = [&] {
+    player->play();
+    runReadyWork();
+    ASSERT_TRUE(engineOf(*player).finishNavigation());
+  };
+  reload();
   MainQueue::shared().advanceBy(seconds(30));
   EXPECT_EQ(delegate->events, (Events{"load", "end", "load", "end"}));
 
   // A released player's pending session timer is cancelled.
-  player->play();
-  runReadyWork();
-  ASSERT_TRUE(engineOf(*player).finishNavigation());
-  std::weak_ptr<ZVAdPlayTracker> tracker = player->adPlayTracker();
+  reload();
+  std::weak_ptr<ZVAdPlayTracker> watch = player->adPlayTracker();
   std::weak_ptr<ZVDisplayAdPlayer> released = player;
   player.reset();
   EXPECT_TRUE(released.expired());
-  EXPECT_TRUE(tracker.expired());
+  EXPECT_TRUE(watch.expired());
   EXPECT_FALSE(MainQueue::shared().nextFireDate());
   MainQueue::shared().advanceBy(seconds(60));
   EXPECT_EQ(delegate->events, (Events{"load", "end", "load", "end", "load"}));
-}
 
-TEST_F(ZVDisplayAdPlayerTest, FailuresReachTheDelegateAndACreativeThatIsNotTextIsOne) {
-  HeadlessWebEngine::setAutomaticByDefault(false);
-  auto page = play("<p>ad</p>");
-  ASSERT_TRUE(engineOf(*page).failNavigation(Error("WebKitErrorDomain", 102)));
-  auto player = play(Value({{"html", "<p>"}}));
-  EXPECT_FALSE(engineOf(*player).request());  // nothing was loaded
-  EXPECT_EQ(delegate->events, (Events{"fail:WebKitErrorDomain102", "fail:ZorvaSDK2"}));
-
-  // Reported on a later turn, so not to a player released in between.
-  ZVPlayerConfig config;
-  config.ad = std::make_shared<ZorvaAd>(ZorvaAd{Value(42), {}, {}, {}, {}});
-  player = ZVDisplayAdPlayer::create(config);
-  player->setDelegate(delegate);
-  player->play();
-  player.reset();
-  runReadyWork();
-  EXPECT_EQ(delegate->events.size(), 2u);
-}
-
-TEST_F(ZVDisplayAdPlayerTest, WithoutAdOrTrackerThePageIsEmptyAndTheLoadIsTheOnlyReport) {
-  test::useVirtualClock();
-  auto nullCreative = play(nullptr);
-  auto noAd = ZVDisplayAdPlayer::create(ZVPlayerConfig());
-  noAd->setDelegate(delegate);
-  noAd->play();
-  runReadyWork();
-  EXPECT_EQ(engineOf(*noAd).html(), ZVHTMLPlayer::pageForCreative(""));
-  MainQueue::shared().advanceBy(seconds(3600));
-  EXPECT_EQ(delegate->events, (Events{"load", "load"}));
-}
-
-TEST(ZVAdPlayTracker, AReplacedTimerStillFiresAndRunsTheNewerCallbackUntilTheTrackerIsGone) {
-  test::useVirtualClock();
+  // A tracker alone: a replaced timer still fires, and runs the newer callback.
   auto tracker = ZVAdPlayTracker::create(30);
   std::vector<std::string> runs;
   tracker->trackCompletion([&] { runs.push_back("first"); });
@@ -203,7 +171,7 @@ TEST(ZVAdPlayTracker, AReplacedTimerStillFiresAndRunsTheNewerCallbackUntilTheTra
   // A pending timer keeps its tracker: let go of by its owner, it still runs the last callback.
   tracker->trackCompletion([&] { runs.push_back("third"); });
   tracker->trackCompletion([&] { runs.push_back("fourth"); });
-  std::weak_ptr<ZVAdPlayTracker> watch = tracker;
+  watch = tracker;
   tracker.reset();
   MainQueue::shared().advanceBy(seconds(60));
   EXPECT_EQ(runs, (std::vector<std::string>{"second", "second", "fourth", "fourth"}));
@@ -215,6 +183,91 @@ TEST(ZVAdPlayTracker, AReplacedTimerStillFiresAndRunsTheNewerCallbackUntilTheTra
   longest->trackCompletion([&] { ran = true; });
   MainQueue::shared().advanceBy(std::chrono::hours(24 * 365 * 100));
   EXPECT_FALSE(ran);
+}
+
+// A web address loads as a request; anything else, a capitalised scheme too, is put as it is
+// into the ad page, which is empty without an ad or with a null creative. Without a session
+// tracker the load is the only report.
+TEST_F(ZVDisplayAdPlayerTest, ACreativeLoadsAsAnAddressOrInTheAdPageAndWithoutATrackerOnlyLoads) {
+  test::useVirtualClock();
+  auto address = play("https://ads.example.com/creative?id=7");
+  ASSERT_TRUE(engineOf(*address).request() && engineOf(*address).request()->url);
+  EXPECT_EQ(engineOf(*address).request()->url->absoluteString(),
+            "https://ads.example.com/creative?id=7");
+  EXPECT_FALSE(engineOf(*address).html());
+  for (const std::string creative : {"HTTPS://ads.example.com/x", "", "<a href='x'>%@ go</a>"}) {
+    const auto player = play(creative);
+    auto& engine = engineOf(*player);
+    ASSERT_TRUE(engine.html());
+    EXPECT_NE(engine.html()->find("<div align=\"center\">" + creative + "</div></body>"),
+              std::string::npos);
+    EXPECT_EQ(engine.baseURL(), ZVHTMLPlayer::creativeBaseURL());
+  }
+  auto nullCreative = play(nullptr);
+  auto noAd = ZVDisplayAdPlayer::create(ZVPlayerConfig());
+  noAd->setDelegate(delegate);
+  noAd->play();
+  runReadyWork();
+  EXPECT_EQ(engineOf(*nullCreative).html(), ZVHTMLPlayer::pageForCreative(""));
+  EXPECT_EQ(engineOf(*noAd).html(), ZVHTMLPlayer::pageForCreative(""));
+  MainQueue::shared().advanceBy(seconds(3600));
+  EXPECT_EQ(delegate->events, Events(6, "load"));
+}
+
+// A page that never committed is not reported and has not finished loading; a failure after
+// the commit is reported and finishes it. A creative that is neither markup nor an address
+// loads nothing and fails on a later turn, so not to a player released in between.
+TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndACreativeThatIsNotTextIsOne) {
+  HeadlessWebEngine::setAutomaticByDefault(false);
+  auto page = play("<p>ad</p>");
+  ASSERT_TRUE(engineOf(*page).failProvisionalNavigation(
+      Error::withDescription("NSURLErrorDomain", -1003, "host not found")));
+  EXPECT_FALSE(page->htmlPlayer()->loadingFinished());
+  page->play();
+  runReadyWork();
+  ASSERT_TRUE(engineOf(*page).failNavigation(Error("WebKitErrorDomain", 102)));
+  EXPECT_TRUE(page->htmlPlayer()->loadingFinished());
+  auto player = play(Value({{"html", "<p>"}}));
+  EXPECT_FALSE(engineOf(*player).request());
+  ZVPlayerConfig config;
+  config.ad = std::make_shared<ZorvaAd>(ZorvaAd{Value(42), {}, {}, {}, {}});
+  player = ZVDisplayAdPlayer::create(config);
+  player->setDelegate(delegate);
+  player->play();
+  player.reset();
+  runReadyWork();
+  EXPECT_EQ(delegate->events, (Events{"fail:WebKitErrorDomain102", "fail:ZorvaSDK2"}));
+}
+
+// A new window opens in the ad's own view, where it meets the navigation policy again; a main
+// frame's request is no new window. Without a delegate the HTML player follows nothing, and its
+// dialogs are answered at once and never shown.
+TEST_F(ZVDisplayAdPlayerTest, NewWindowsOpenInTheAdsOwnViewAndDialogsAreAnsweredAtOnce) {
+  HeadlessWebEngine::setAutomaticByDefault(false);
+  auto player = play("<p>ad</p>");
+  auto& engine = engineOf(*player);
+  const auto engines = HeadlessWebEngine::liveEngines().size();
+  EXPECT_EQ(engine.openNewWindow(requestFor("https://popup.example/"), NavigationType::Other),
+            NavigationActionPolicy::Allow);
+  runReadyWork();
+  EXPECT_EQ(HeadlessWebEngine::liveEngines().size(), engines);
+  EXPECT_EQ(engine.request()->url->absoluteString(), "https://popup.example/");
+  const platform::NavigationAction mainFrame{requestFor("https://main.example/"),
+                                             NavigationType::Other, platform::FrameInfo{}};
+  EXPECT_EQ(player->htmlPlayer()->webViewCreateWebViewWithConfiguration(
+                *player->htmlPlayer()->contenView(), {}, mainFrame, platform::WindowFeatures{}),
+            nullptr);
+  runReadyWork();
+  EXPECT_EQ(engine.request()->url->absoluteString(), "https://popup.example/");
+
+  player->htmlPlayer()->setDelegate(std::weak_ptr<ZVHTMLPlayerDelegate>());
+  EXPECT_EQ(engine.navigate(requestFor("https://form.example/"), NavigationType::FormSubmitted),
+            NavigationActionPolicy::Cancel);
+  EXPECT_TRUE(engine.runJavaScriptAlert("hi"));
+  EXPECT_EQ(engine.runJavaScriptConfirm("sure?"), std::optional<bool>(false));
+  auto prompt = engine.runJavaScriptPrompt("name?", "Ann");
+  ASSERT_TRUE(prompt);
+  EXPECT_FALSE(*prompt);
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ Error failure(const std::string& xml, unsigned long options = 0) {
   return error.value_or(Error());
 }
 
-TEST(XMLReaderTree, AttributesChildrenOneThenArrayPromotionAndKeyCollisions) {
+TEST(XMLReaderTree, AttributesChildrenArrayPromotionKeyCollisionsAndPathsFanningOut) {
   auto tree = read(R"(<A k="v"><One x="1"/><Two n="1"/><Two n="2"/><Two n="3"/></A>)");
   EXPECT_EQ(tree.root().toValue(), Value::parse(R"({"A": {"k": "v", "One": {"x": "1"},
       "Two": [{"n": "1"}, {"n": "2"}, {"n": "3"}]}})"));
@@ -45,6 +45,21 @@ TEST(XMLReaderTree, AttributesChildrenOneThenArrayPromotionAndKeyCollisions) {
   EXPECT_EQ(XMLReader::objectsForPath("A/id", clash.root()).size(), 2u);
   EXPECT_EQ(XMLReader::valueForPath("A/id", clash.root()), std::nullopt);
   EXPECT_TRUE(XMLReader::objectsForPath("A/id/v", clash.root()).empty());
+
+  // Every match at every level of a path fans out, in document order.
+  const auto paths = read(
+      "<R><A><B><C>1</C><C>2</C></B><B><C>3</C></B></A><A><B><C>4</C></B></A>"
+      "<S>text</S></R>");
+  const auto& root = paths["R"];
+  std::vector<std::string> texts;
+  for (const XMLNode* c : XMLReader::objectsForPath("A/B/C", root)) {
+    texts.emplace_back((*c)["text"].string());
+  }
+  EXPECT_EQ(texts, (std::vector<std::string>{"1", "2", "3", "4"}));
+  EXPECT_EQ(XMLReader::valueForPath("A/B/C", root), "1");
+  EXPECT_TRUE(XMLReader::objectsForPath("S/text", root).empty());  // a string is no element
+  EXPECT_TRUE(XMLReader::objectsForPath("Missing/B", root).empty());
+  EXPECT_EQ(XMLReader::valueForPath("A", root), std::nullopt);
 }
 
 TEST(XMLReaderTree, TextIsTrimmedAndCarriedIntoTheNextElementThatEndsWithoutCdata) {
@@ -57,10 +72,13 @@ TEST(XMLReaderTree, TextIsTrimmedAndCarriedIntoTheNextElementThatEndsWithoutCdat
   EXPECT_FALSE(hasText(a["D"]));            // no character data since C ended
   EXPECT_EQ(a["E"]["text"].string(), "x");  // Unicode spaces are trimmed too
   EXPECT_EQ(a["text"].string(), "tail");
-  // CDATA content never reaches the text.
+  // CDATA content never reaches the text,
   const auto cdata = read("<A><B><![CDATA[http://x/y.mp4]]></B><C> a<![CDATA[zz]]>b </C></A>");
   EXPECT_FALSE(hasText(cdata["A"]["B"]));
   EXPECT_EQ(cdata["A"]["C"]["text"].string(), "ab");
+  // Unless asked for: then it joins the text where it stands.
+  const auto gathered = read("<C> a<![CDATA[ zz ]]>b </C>", XMLReader::kGatherCdata);
+  EXPECT_EQ(gathered["C"]["text"].string(), "a zz b");
 }
 
 TEST(XMLReaderTree, NamespaceOptionReportsLocalNames) {
@@ -103,22 +121,6 @@ TEST(XMLReaderErrors, MalformedInputFillsTheSlotAndNothingOfItReachesTheNextDocu
   EXPECT_EQ(read("<A><B/></A>").root().toValue(), Value::parse(R"({"A": {"B": {}}})"));
 }
 
-TEST(XMLReaderPaths, EveryMatchAtEveryLevelFansOutInDocumentOrder) {
-  const auto tree = read(
-      "<R><A><B><C>1</C><C>2</C></B><B><C>3</C></B></A><A><B><C>4</C></B></A>"
-      "<S>text</S></R>");
-  const auto& root = tree["R"];
-  std::vector<std::string> texts;
-  for (const XMLNode* c : XMLReader::objectsForPath("A/B/C", root)) {
-    texts.emplace_back((*c)["text"].string());
-  }
-  EXPECT_EQ(texts, (std::vector<std::string>{"1", "2", "3", "4"}));
-  EXPECT_EQ(XMLReader::valueForPath("A/B/C", root), "1");
-  EXPECT_TRUE(XMLReader::objectsForPath("S/text", root).empty());  // a string is no element
-  EXPECT_TRUE(XMLReader::objectsForPath("Missing/B", root).empty());
-  EXPECT_EQ(XMLReader::valueForPath("A", root), std::nullopt);
-}
-
 TEST(XMLReaderHostile, NestingIsBoundedAndDeepDocumentsFailCleanly) {
   std::string xml = "<?xml version=\"1.0\"?>\n<!DOCTYPE lolz [\n<!ENTITY lol0 \"lollollollol\">\n";
   for (int i = 1; i <= 9; ++i) {
@@ -129,7 +131,6 @@ TEST(XMLReaderHostile, NestingIsBoundedAndDeepDocumentsFailCleanly) {
   xml += "]>\n<lolz>&lol9;</lolz>";
   EXPECT_EQ(failure(xml).code, XML_ERROR_AMPLIFICATION_LIMIT_BREACH);
 
-  // Nesting is bounded and deep documents fail cleanly.
   const auto nested = [](std::size_t depth, const std::string& innermost = "") {
     std::string xml;
     for (std::size_t i = 0; i < depth; ++i) xml += "<a>";
@@ -145,22 +146,17 @@ TEST(XMLReaderHostile, NestingIsBoundedAndDeepDocumentsFailCleanly) {
   EXPECT_EQ(failure(nested(XMLReader::kMaximumDepth, "<a/>")).code, XML_ERROR_ABORTED);
 }
 
-TEST(XMLReaderHostile, ManyDistinctSiblingsAndLargeDocumentsStayLinear) {
-  // 53 MB: 50 000 trackers of 1 KB each under one element, 20 000 distinct child names, and
-  // texts larger than the tree's storage blocks.
+// Past 16 keys an element's names are looked up in an index, which must learn every later name
+// too; a text or attribute larger than the tree's storage blocks is kept whole. (The speed of
+// large documents is measured in bench/.)
+TEST(XMLReaderTree, ManyChildNamesAndTextsLargerThanAStorageBlock) {
   std::string xml = "<R>";
-  const std::string payload(1000, 'u');
-  const std::string huge(3'000'000, 'h');
-  for (int i = 0; i < 50000; ++i) xml += "<T>" + payload + "</T>";
-  for (int i = 0; i < 20000; ++i) xml += "<n" + std::to_string(i) + "/>";
+  for (int i = 0; i < 40; ++i) xml += "<n" + std::to_string(i % 20) + "/>";
+  const std::string huge(100'000, 'h');
   xml += "<H a=\"" + huge + "\">" + huge + "</H></R>";
-  ASSERT_GT(xml.size(), 50'000'000u);
   const auto tree = read(xml);
-  const auto trackers = XMLReader::objectsForPath("T", tree["R"]);
-  ASSERT_EQ(trackers.size(), 50000u);
-  EXPECT_EQ((*trackers.back())["text"].string(), payload);
-  EXPECT_EQ(tree["R"].size(), 20002u);
-  EXPECT_EQ(XMLReader::objectsForPath("n19999", tree["R"]).size(), 1u);
+  EXPECT_EQ(tree["R"].size(), 21u);
+  EXPECT_EQ(XMLReader::objectsForPath("n19", tree["R"]).size(), 2u);
   EXPECT_EQ(tree["R"]["H"]["a"].string(), huge);
   EXPECT_EQ(XMLReader::valueForPath("R/H", tree.root()), huge);
 }

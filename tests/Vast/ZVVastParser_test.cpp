@@ -6,11 +6,15 @@
 #include <zorva/platform/URLSession.h>
 
 #include <atomic>
+#include <fstream>
+#include <iterator>
 #include <mutex>
+#include <regex>
 #include <thread>
 
 #include "support/LoopbackServer.h"
 #include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
 
 namespace zorva {
 namespace {
@@ -62,16 +66,14 @@ std::shared_ptr<Outcome> parse(const std::shared_ptr<ZVVastParser>& parser,
   return outcome;
 }
 
+// Parses with a parser nobody else holds: it keeps itself alive while it fetches, and once its
+// last fetch has returned nothing holds it any more.
 std::shared_ptr<Outcome> parseToEnd(const std::string& text) {
-  auto outcome = parse(ZVVastParser::create(), text);
-  EXPECT_TRUE(test::runMainQueueUntil([&] { return outcome->calls > 0; }));
+  auto parser = ZVVastParser::create();
+  const std::weak_ptr<ZVVastParser> watch = parser;
+  auto outcome = parse(std::exchange(parser, nullptr), text);
+  EXPECT_TRUE(test::runMainQueueUntil([&] { return outcome->calls > 0 && watch.expired(); }));
   return outcome;
-}
-
-std::vector<std::string> systemsUpTheChain(std::shared_ptr<ZVVastAd> ad) {
-  std::vector<std::string> systems;
-  for (; ad; ad = ad->parent()) systems.emplace_back(ad->system().value_or("?"));
-  return systems;
 }
 
 // Without a fetch, success is still told later, on the main queue, with the first leaf to finish
@@ -138,7 +140,9 @@ TEST(ZVVastParser, WrappersAreResolvedOverHttpUpToTheFourth) {
     ASSERT_EQ(outcome->vast->ads.size(), 1u);
     const auto& kept = outcome->vast->ads[0];
     EXPECT_EQ(kept->adTagURL(), depth ? std::optional(link(4)) : std::nullopt);
-    EXPECT_EQ(systemsUpTheChain(kept), systems);
+    std::vector<std::string> chain;
+    for (auto ad = kept; ad; ad = ad->parent()) chain.emplace_back(ad->system().value_or("?"));
+    EXPECT_EQ(chain, systems);
     std::vector<std::string> trackers;
     for (const auto& system : systems) {
       if (system != "leaf") trackers.push_back("http://t/" + system);
@@ -170,12 +174,10 @@ TEST(ZVVastParser, AFetchBudgetBoundsAFanOutOfWrappers) {
   ZorvaSDK::shared()->setVastFetchBudget(0);
 }
 
-// The InLine ad comes first in the document and the Wrapper second: ads list Wrappers first,
-// yet the InLine ad finishes without a fetch. Two Wrappers of one answer: one completion, once
-// both have resolved. A fetched document's version is not looked at.
+// Two Wrappers of one answer: one completion, once both have resolved, with the first ad to
+// finish though it was asked for last. A fetched document's version is not looked at.
 TEST(ZVVastParser, TheFirstAdToFinishIsTheResultOfTheOnlyCompletion) {
   test::LoopbackServer server;
-  server.respond("/inline", {200, inlineDocument("fetched"), "application/xml"});
   server.respond("/old",
                  {200, inlineDocument("old", true, "1.0"), "application/xml", milliseconds(100)});
   server.respond("/new", {200, inlineDocument("new"), "application/xml"});
@@ -183,27 +185,18 @@ TEST(ZVVastParser, TheFirstAdToFinishIsTheResultOfTheOnlyCompletion) {
     return "<Ad><Wrapper><AdSystem>w</AdSystem><VASTAdTagURI>" + server.url(path) +
            "</VASTAdTagURI></Wrapper></Ad>";
   };
-  const std::string beside =
-      "<Ad><InLine><AdSystem>local</AdSystem><Creatives><Creative>"
-      "<Linear/></Creative></Creatives></InLine></Ad>" +
-      wrapper("/inline");
-  for (const auto& [ads, first, second] :
-       {std::tuple{beside, "local", "fetched"},
-        std::tuple{wrapper("/old") + wrapper("/new"), "new", "old"}}) {
-    auto parser = ZVVastParser::create();
-    std::vector<std::size_t> finishedAtCompletion;
-    parser->parse("<VAST version=\"3.0\">" + ads + "</VAST>",
-                  [&](std::shared_ptr<ZVVast> vast, std::optional<Error> error) {
-                    EXPECT_FALSE(error);
-                    EXPECT_EQ(vast->ads.at(0)->system(), first);
-                    finishedAtCompletion.push_back(parser->ads().size());
-                  });
-    ASSERT_TRUE(test::runMainQueueUntil([&] { return !finishedAtCompletion.empty(); }));
-    test::runMainQueueUntil([] { return false; }, milliseconds(200));  // room for a second call
-    EXPECT_EQ(finishedAtCompletion, std::vector<std::size_t>{2});
-    EXPECT_EQ(parser->ads().at(1)->system(), second);
-  }
-  EXPECT_EQ(server.requests().size(), 3u);
+  auto parser = ZVVastParser::create();
+  std::vector<std::size_t> finishedAtCompletion;
+  parser->parse("<VAST version=\"3.0\">" + wrapper("/old") + wrapper("/new") + "</VAST>",
+                [&](std::shared_ptr<ZVVast> vast, std::optional<Error> error) {
+                  EXPECT_FALSE(error);
+                  EXPECT_EQ(vast->ads.at(0)->system(), "new");
+                  finishedAtCompletion.push_back(parser->ads().size());
+                });
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return !finishedAtCompletion.empty(); }));
+  test::runMainQueueUntil([] { return false; }, milliseconds(200));  // room for a second call
+  EXPECT_EQ(finishedAtCompletion, std::vector<std::size_t>{2});
+  EXPECT_EQ(parser->ads().at(1)->system(), "old");
 }
 
 // After a fetch, failures are told on the network thread: no document (a refused connection, a
@@ -225,21 +218,67 @@ TEST(ZVVastParser, FailuresAfterAFetchArriveOnTheNetworkThread) {
   }
 }
 
-TEST(ZVVastParser, ParserKeepsItselfAliveWhileFetching) {
-  test::LoopbackServer server;
-  server.respond("/slow", {200, inlineDocument("slow"), "application/xml", milliseconds(50)});
-  std::weak_ptr<ZVVastParser> watch;
-  std::shared_ptr<Outcome> outcome;
-  {
-    auto parser = ZVVastParser::create();
-    watch = parser;
-    outcome = parse(parser, wrapperDocument("w", server.url("/slow")));
+// VAST as ad servers write it, with URLs in CDATA sections and indentation around them.
+std::string corpus(const std::string& name) {
+  std::ifstream file(std::string(ZORVA_TEST_SOURCE_DIR) + "/Vast/cdata/" + name);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// The same document with every CDATA section written as escaped character data (the corpus has
+// '&' only inside CDATA sections, and no '<' there).
+std::string plainTwin(const std::string& document) {
+  const std::string escaped = std::regex_replace(document, std::regex("&"), "&amp;");
+  return std::regex_replace(escaped, std::regex(R"(<!\[CDATA\[|\]\]>)"), "");
+}
+
+// Everything a player takes from a resolved chain, in one comparable text.
+std::string summary(const ZVVast& vast) {
+  const auto& ad = vast.ads.at(0);
+  std::string text = ad->aggregatedImpressionUrl().dump();
+  for (const auto& url : ad->aggregatedErrorUrlsbyReplacingErrorWithValue("405")) {
+    text += "\nerror " + url;
   }
-  EXPECT_FALSE(watch.expired());
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return outcome->calls > 0; }));
-  EXPECT_EQ(outcome->vast->ads[0]->system(), "slow");
-  // Once the last fetch callback has returned, nothing holds the parser any more.
-  EXPECT_TRUE(test::runMainQueueUntil([&] { return watch.expired(); }, milliseconds(2000)));
+  for (const char* event : test::kProgressEvents) {
+    for (const auto& url : ad->aggregatedTrackersForEvent(event)) text += "\n" + url;
+  }
+  if (const auto items = ad->adCreative()->adItems()) {
+    for (const auto& item : *items) {
+      if (const auto url = item->url()) text += "\nmedia " + url->absoluteString();
+    }
+  }
+  return text;
+}
+
+// The corpus's wrapper chain, served as written or as plain twins, parsed to its end.
+std::shared_ptr<Outcome> parseChain(test::LoopbackServer& server, bool plain) {
+  const std::string prefix = plain ? "/plain" : "/cdata";
+  const std::string base = server.url(prefix);
+  const auto served = [&](const std::string& name) {
+    std::string text = std::regex_replace(corpus(name), std::regex("\\{\\{BASE\\}\\}"), base);
+    return plain ? plainTwin(text) : text;
+  };
+  for (const std::string name : {"wrapper-2.xml", "inline-linear.xml"}) {
+    server.respond(prefix + "/" + name, {.body = served(name), .contentType = "application/xml"});
+  }
+  return parseToEnd(served("wrapper-1.xml"));
+}
+
+// Without the SDK's CDATA setting such documents lose their CDATA, as they always did: the first
+// wrapper's tag URI is empty, nothing is fetched and the chain ends without ads. With it, the
+// chain reads exactly as its plain twin does.
+TEST(ZVVastParser, AWrapperChainInCdataResolvesAsItsPlainTwinOnlyWithTheSetting) {
+  test::LoopbackServer server;
+  const auto plain = parseChain(server, true);
+  ASSERT_TRUE(plain->vast) << plain->error->localizedDescription();
+  ASSERT_NE(summary(*plain->vast).find("media https://cdn.example.com/spring/720p.mp4"),
+            std::string::npos);
+  EXPECT_TRUE(parseChain(server, false)->error);
+  EXPECT_EQ(server.requests().size(), 2u);
+
+  ZorvaSDK::shared()->setVastCdataText(true);
+  const auto cdata = parseChain(server, false);
+  ASSERT_TRUE(cdata->vast) << cdata->error->localizedDescription();
+  EXPECT_EQ(summary(*cdata->vast), summary(*plain->vast));
 }
 
 }  // namespace

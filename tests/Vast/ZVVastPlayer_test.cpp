@@ -1,15 +1,21 @@
 // The VAST player over the real parser, creative players and platform engines: progress points,
-// errors and clicks, observed through the network handler's tracking hand-over. A natural end is
-// played through by the player builder's end-to-end test.
+// errors and clicks, observed through the network handler's tracking hand-over (a natural end is
+// played through by the player builder's end-to-end test). Then the creative players alone: the
+// linear one over a hand-driven headless media engine on the virtual clock, the non-linear one
+// over a hand-driven headless web engine.
 #include <gtest/gtest.h>
 
+#include <zorva/platform/Button.h>
 #include <zorva/platform/DeviceProfile.h>
 #include <zorva/platform/HeadlessMediaEngine.h>
+#include <zorva/platform/HeadlessWebEngine.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/StoreProductViewController.h>
+#include <zorva/platform/Window.h>
 
 #include <algorithm>
 
+#include "Players/ZVVastAdplayerDelegate.h"
 #include "Vast/ZVVastLinearAdPlayer.h"
 #include "Vast/ZVVastNonLinearAdPlayer.h"
 #include "Vast/ZVVastPlayer.h"
@@ -24,18 +30,17 @@ namespace zorva {
 namespace {
 
 using platform::HeadlessMediaEngine;
+using platform::HeadlessWebEngine;
 using platform::MainQueue;
+using platform::NavigationActionPolicy;
+using platform::NavigationType;
 using platform::TimeRange;
-using Lists = std::vector<std::vector<std::string>>;
+using Strings = std::vector<std::string>;
+using Lists = std::vector<Strings>;
 
 using test::RecordingAdDelegate;
 
 std::vector<std::string> track(const std::string& event) { return {"http://track/" + event}; }
-
-std::string wrapperOf(const std::string& url, const std::string& more = "") {
-  return "<VAST version=\"3.0\"><Ad><Wrapper><VASTAdTagURI>" + url + "</VASTAdTagURI>" + more +
-         "</Wrapper></Ad></VAST>";
-}
 
 class VastPlayerTest : public ::testing::Test {
  protected:
@@ -74,10 +79,6 @@ class VastPlayerTest : public ::testing::Test {
     MainQueue::shared().runUntilIdle();
     return engine;
   }
-  void reportAt(HeadlessMediaEngine& engine, double position) {
-    engine.setCurrentTime(position);
-    MainQueue::shared().advanceBy(std::chrono::microseconds(2500));
-  }
 
   std::shared_ptr<test::ObservingNetworkHandler> handler;
   std::shared_ptr<RecordingAdDelegate> delegate = std::make_shared<RecordingAdDelegate>();
@@ -108,40 +109,19 @@ TEST_F(VastPlayerTest, ProgressPointsFireOnePerReport) {
     delegate = std::make_shared<RecordingAdDelegate>();
     auto engine = startLinear(duration, first);
     ASSERT_TRUE(engine);
-    for (double position : reports) reportAt(*engine, position);
+    for (double position : reports) {
+      engine->setCurrentTime(position);
+      MainQueue::shared().advanceBy(std::chrono::microseconds(2500));
+    }
     EXPECT_EQ(handler->handedOverUrls(), expected);
-    EXPECT_EQ(delegate->events, std::vector<std::string>{"load"});
+    EXPECT_EQ(delegate->events, Strings{"load"});
   }
 }
 
-// A malformed document fails at once with 100 and hands over nothing; a failing media puts its
-// code into every error URL of the chain.
-TEST_F(VastPlayerTest, FailuresAreToldAndHandedOverToEveryErrorUrlOfTheChain) {
-  player = makePlayer("<VAST version=\"3.0\"><Ad>");
-  player->play();
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"fail:100"});
-  EXPECT_FALSE(player->vastAdPlayer());
-  EXPECT_TRUE(handler->handedOverUrls().empty());
-
-  delegate->events.clear();
-  test::LoopbackServer server;
-  server.respond("/inline", {.body = test::linearVast(), .contentType = "application/xml"});
-  HeadlessMediaEngine::setAutomaticByDefault(false);
-  player = makePlayer(
-      wrapperOf(server.url("/inline"), "<Error>http://err/wrapper?c=[ERRORCODE]</Error>"));
-  player->play();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return player->vastAdPlayer() != nullptr; }));
-  auto linear = std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer());
-  ASSERT_TRUE(linear);
-  HeadlessMediaEngine::of(*linear->playerItem())->fail(Error("decoder", 1));
-
-  EXPECT_EQ(handler->handedOverUrls(),
-            (Lists{{"http://err/inline?code=405", "http://err/wrapper?c=405"}}));
-  EXPECT_EQ(delegate->events, std::vector<std::string>{"fail:405"});
-}
-
-// A non-linear ad is shown as HTML with the bid's attribution. The parser's result is the first
-// leaf: one without a creative leaves the player no ad to pick, and an empty non-linear page.
+// A non-linear ad is shown as HTML with the bid's attribution; after its load, taps and other
+// navigations are cancelled, going nowhere without a resolver, while form submissions are
+// followed, and an address loads as a request whose failure is swallowed. The parser's result
+// is the first leaf: one without a creative leaves the player no ad to pick, and an empty page.
 TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
   const auto show = [&](const std::string& markup, const Value& skadn) {
     player = makePlayer(markup, skadn);
@@ -159,7 +139,19 @@ TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
   const auto nonLinear = show(test::nonLinearVast("<b>overlay</b>"), skadn);
   ASSERT_TRUE(nonLinear);
   EXPECT_EQ(nonLinear->skadn(), skadn);
-  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "load"}));
+  auto engine = HeadlessWebEngine::of(*nonLinear->player()->contenView());
+  ASSERT_TRUE(engine->html());
+  EXPECT_NE(engine->html()->find("<div align=\"center\"><b>overlay</b></div>"), std::string::npos);
+  const auto request = [](const char* url) {
+    return platform::URLRequest(platform::URL::URLWithString(url));
+  };
+  EXPECT_EQ(engine->clickLink(request("http://advertiser/")), NavigationActionPolicy::Cancel);
+  EXPECT_FALSE(
+      nonLinear->htmlPlayerShouldLoadRequest(request("http://late"), NavigationType::Other));
+  EXPECT_TRUE(nonLinear->htmlPlayerShouldLoadRequest(request("http://form"),
+                                                     NavigationType::FormSubmitted));
+  EXPECT_FALSE(nonLinear->linkResolver());
+  EXPECT_EQ(delegate->events, (Strings{"load", "load"}));
   std::vector<double> times;
   for (const auto& point : player->trackingPoints()) times.push_back(point.time);
   EXPECT_EQ(times, (std::vector<double>{0, 3.75, 7.5, 11.25, 15}));
@@ -167,24 +159,42 @@ TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
   // A second load report rebuilds the points rather than adding five more.
   player->playerDidLoad();
   EXPECT_EQ(player->trackingPoints().size(), 5u);
+
+  HeadlessWebEngine::setAutomaticByDefault(false);
+  engine = HeadlessWebEngine::of(
+      *show(test::nonLinearVast("http://content.invalid/"), Value())->player()->contenView());
+  ASSERT_TRUE(engine->request());
+  EXPECT_EQ(engine->request()->url->absoluteString(), "http://content.invalid/");
+  EXPECT_TRUE(engine->failNavigation(Error("NSURLErrorDomain", -1003)));
+  EXPECT_EQ(delegate->events, (Strings{"load", "load", "load"}));
 }
 
-// A start report fires the impression of the whole chain; a tap goes to the link resolver, whose
-// modal reports reach only delegates that take them.
-TEST_F(VastPlayerTest, AStartFiresTheImpressionAndATapGoesToTheLinkResolver) {
-  ASSERT_TRUE(startLinear(20, 1));
+// A malformed document fails at once with 100 and hands over nothing. A start report fires the
+// impression of the whole chain; a tap goes to the link resolver, whose modal reports reach only
+// delegates that take them; a failing media puts its code into the ad's error URLs.
+TEST_F(VastPlayerTest, AStartFiresTheImpressionATapGoesToTheResolverAndFailuresToErrorUrls) {
+  player = makePlayer("<VAST version=\"3.0\"><Ad>");
+  player->play();
+  EXPECT_EQ(delegate->events, Strings{"fail:100"});
+  EXPECT_FALSE(player->vastAdPlayer());
+  EXPECT_TRUE(handler->handedOverUrls().empty());
+
+  auto engine = startLinear(20, 1);
+  ASSERT_TRUE(engine);
   player->playerDidStartPlaying();
-  EXPECT_EQ(handler->handedOverUrls().back(), std::vector<std::string>{"http://imp/inline"});
+  EXPECT_EQ(handler->handedOverUrls().back(), Strings{"http://imp/inline"});
   EXPECT_EQ(delegate->events.back(), "start");
   delegate->events = {"load"};
   linear->touchesEnded();
   player->playerDidIteractedWithTargetUrl(std::nullopt);  // nowhere to go: nothing opens
-  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent"}));
+  EXPECT_EQ(delegate->events, (Strings{"load", "willPresent"}));
   player->resolverDidDismissModal(*player->linkResolver());
   delegate->modal = false;
   linear->touchesEnded();
   player->resolverDidDismissModal(*player->linkResolver());
-  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent", "didDismiss"}));
+  engine->fail(Error("decoder", 1));
+  EXPECT_EQ(handler->handedOverUrls().back(), Strings{"http://err/inline?code=405"});
+  EXPECT_EQ(delegate->events, (Strings{"load", "willPresent", "didDismiss", "fail:405"}));
 
   // Click-throughs often come in CDATA, which the reader leaves out: the bid's attribution still
   // opens the store sheet.
@@ -196,7 +206,7 @@ TEST_F(VastPlayerTest, AStartFiresTheImpressionAndATapGoesToTheLinkResolver) {
   linear->touchesEnded();
   EXPECT_TRUE(std::dynamic_pointer_cast<platform::StoreProductViewController>(
       root->presentedViewController()));
-  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "willPresent"}));
+  EXPECT_EQ(delegate->events, (Strings{"load", "willPresent"}));
 }
 
 // Failures of the wrapper chain are found, and told, on the network thread. The app lets go of
@@ -221,16 +231,183 @@ TEST_F(VastPlayerTest, AWrapperChainFailureIsToldOnTheNetworkThreadAndThePlayerD
   for (const auto& [path, event] : cases) {
     SCOPED_TRACE(path);
     auto releasing = std::make_shared<ReleasingDelegate>();
-    releasing->owner = makePlayer(wrapperOf(server.url(path)));
+    releasing->owner = makePlayer("<VAST version=\"3.0\"><Ad><Wrapper><VASTAdTagURI>" +
+                                  server.url(path) + "</VASTAdTagURI></Wrapper></Ad></VAST>");
     releasing->owner->setDelegate(releasing);
     auto probe = std::make_shared<test::DestructionProbe::Record>();
     releasing->owner->addSubview(test::DestructionProbe::create(probe));
     releasing->owner->play();
     ASSERT_TRUE(handler->waitForCompletedFetches(++fetches, std::chrono::seconds(10)));
-    EXPECT_EQ(releasing->events, std::vector<std::string>{event});
+    EXPECT_EQ(releasing->events, Strings{event});
     EXPECT_FALSE(releasing->onMainThread);
     ASSERT_TRUE(test::runMainQueueUntil([&] { return probe->destroyed.load(); }));
     EXPECT_TRUE(probe->onMainThread);
+  }
+}
+
+// Writes down what it hears: "load", "start", "end", "click:<url or (none)>", "fail:<code>", and
+// each progress report's seconds apart.
+class RecordingVastDelegate : public ZVVastAdplayerDelegate {
+ public:
+  void playerDidLoad() override { events.push_back("load"); }
+  void playerDidStartPlaying() override { events.push_back("start"); }
+  void playerDidEndPlaying() override { events.push_back("end"); }
+  void playerDidIteractedWithTargetUrl(const std::optional<std::string>& url) override {
+    events.push_back("click:" + url.value_or("(none)"));
+  }
+  void playerDidProgress(double seconds) override { progress.push_back(seconds); }
+  void playerDidFailedWithError(const Error& error) override {
+    events.push_back("fail:" + std::to_string(error.code));
+  }
+  Strings events;
+  std::vector<double> progress;
+};
+
+class LinearPlayerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    test::useVirtualClock();
+    HeadlessMediaEngine::setAutomaticByDefault(false);
+    player->setDelegate(delegate);
+  }
+  std::shared_ptr<HeadlessMediaEngine> engine() const {
+    return player->playerItem() ? HeadlessMediaEngine::of(*player->playerItem()) : nullptr;
+  }
+  std::shared_ptr<ZVVastLinearAdPlayer> player = ZVVastLinearAdPlayer::create();
+  std::shared_ptr<RecordingVastDelegate> delegate = std::make_shared<RecordingVastDelegate>();
+};
+
+// Without MP4 media the load fails with 403; an MP4 file without a usable URL stays silent. The
+// media is loaded once: a second load only changes the ad. The video fills the view's bounds (not
+// its frame), fitted inside, below a bar 4 points high whose top is 2 points above the bottom
+// edge at any size.
+TEST_F(LinearPlayerTest, OnlyAnMp4FileMakesAPlayerWhoseVideoLiesUnderAThinBar) {
+  player->load(test::firstAd(test::linearVast("video/webm")));
+  player->load(nullptr);
+  player->load(test::firstAd(test::linearVast("video/mp4", "http://c", "not a url")));
+  MainQueue::shared().advanceBy(std::chrono::seconds(5));
+  EXPECT_EQ(delegate->events, (Strings{"fail:403", "fail:403"}));
+  EXPECT_FALSE(player->player());
+
+  player->load(test::firstAd(test::linearVast()));
+  const auto firstPlayer = player->player();
+  ASSERT_TRUE(firstPlayer);
+  const auto second = test::firstAd(test::linearVast("video/mp4", "http://c", "http://m/2.mp4"));
+  player->load(second);
+  EXPECT_EQ(player->ad(), second);
+  EXPECT_EQ(player->player(), firstPlayer);
+  EXPECT_EQ(engine()->url()->absoluteString(), "http://media/ad.mp4");
+
+  ASSERT_TRUE(player->playerLayer());
+  EXPECT_EQ(player->layer()->sublayers().front(), player->playerLayer());
+  EXPECT_EQ(player->playerLayer()->videoGravity(), platform::LayerVideoGravity::ResizeAspect);
+  for (const platform::Size size : {platform::Size{320, 180}, platform::Size{1024, 768}}) {
+    player->setFrame(platform::Rect(10, 20, size.width, size.height));
+    player->layoutIfNeeded();
+    EXPECT_EQ(player->progressView()->frame(), platform::Rect(0, size.height - 2, size.width, 4));
+    EXPECT_EQ(player->playerLayer()->frame(), platform::Rect(0, 0, size.width, size.height));
+  }
+}
+
+TEST_F(LinearPlayerTest, LoadsOnceTheFirstBufferedRangeEndsPastHalfInSinglePrecision) {
+  player->load(test::firstAd(test::linearVast()));
+  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 25)});
+  EXPECT_TRUE(delegate->events.empty()) << "no duration known yet: NaN never passes";
+  engine()->setDuration(30);
+  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(10, 5.5), TimeRange::fromSeconds(20, 9)});
+  EXPECT_EQ(delegate->events, Strings{"load"}) << "10 + 5.5 of 30 is past half";
+  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 30)});
+  EXPECT_EQ(delegate->events, Strings{"load"});
+
+  struct Case {
+    double duration, buffered;
+    bool loads;
+  };
+  for (const auto [duration, buffered, loads] :
+       {Case{30, 15.0, false}, Case{30, 15.1, true}, Case{0, 0, false}, Case{0, 0.5, true}}) {
+    SCOPED_TRACE(std::to_string(buffered) + " of " + std::to_string(duration));
+    player = ZVVastLinearAdPlayer::create();  // a fresh player for each case
+    delegate = std::make_shared<RecordingVastDelegate>();
+    player->setDelegate(delegate);
+    player->load(test::firstAd(test::linearVast()));
+    engine()->setDuration(duration);
+    engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, buffered)});
+    EXPECT_EQ(!delegate->events.empty(), loads);
+    EXPECT_EQ(player->timeBoundryObserver() != nullptr, loads);
+  }
+}
+
+// Loading does not play; entering or leaving a window does. Progress is reported every 400th of
+// a second only while the item is ready. A stall and a failure are reported, the end with a last
+// progress report, and no start ever.
+TEST_F(LinearPlayerTest, AWindowChangePlaysAndProgressIsReportedEvery400thSecondWhileReady) {
+  player->load(test::firstAd(test::linearVast()));
+  engine()->setDuration(20);
+  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 20)});
+  EXPECT_EQ(player->player()->rate(), 0.0f);
+  auto window = platform::Window::create(platform::Rect(0, 0, 320, 480));
+  window->addSubview(player);
+  EXPECT_EQ(player->player()->rate(), 1.0f);
+  player->player()->pause();
+  player->removeFromSuperview();
+  EXPECT_EQ(player->player()->rate(), 1.0f);
+  engine()->setCurrentTime(5);
+  auto& queue = MainQueue::shared();
+  queue.advanceBy(std::chrono::milliseconds(10));
+  EXPECT_TRUE(delegate->progress.empty()) << "the item is not ready yet";
+  engine()->becomeReady();
+  queue.advanceBy(std::chrono::milliseconds(10));
+  EXPECT_EQ(delegate->progress, std::vector<double>(4, 5.0));
+  EXPECT_FLOAT_EQ(player->progressView()->progress(), 0.25f);
+
+  engine()->stall();
+  engine()->reachEnd();
+  EXPECT_EQ(delegate->progress.back(), 20.0) << "playback stops with a report at the end";
+  // The status observation reports a failure; the registration under the error key never fires.
+  engine()->fail(Error("decoder", 3));
+  EXPECT_EQ(delegate->events, (Strings{"load", "fail:405", "end", "fail:405"}));
+  EXPECT_FALSE(player->playbackStarted());
+}
+
+// A tap sends the click-through, even when absent, and goes no further. A gone view is neither
+// told nor kept alive.
+TEST_F(LinearPlayerTest, ATapSendsTheClickThroughAndAGoneViewIsNeitherToldNorKeptAlive) {
+  auto parent = platform::Button::buttonWithType(platform::ButtonType::Custom);
+  int parentTaps = 0;
+  parent->addTarget([&](platform::Button&) { ++parentTaps; }, platform::kControlEventTouchUpInside);
+  parent->addSubview(player);
+  player->load(test::firstAd(test::linearVast("video/mp4", std::nullopt)));
+  player->touchesEnded();
+  player->load(test::firstAd(test::linearVast()));
+  engine()->setDuration(20);
+  engine()->becomeReady();
+  engine()->setLoadedTimeRanges({TimeRange::fromSeconds(0, 20)});
+  player->touchesEnded();
+  EXPECT_EQ(delegate->events, (Strings{"click:(none)", "load", "click:http://click/through"}));
+  EXPECT_EQ(parentTaps, 0);
+
+  auto item = player->playerItem();
+  auto avPlayer = player->player();
+  auto engine = this->engine();
+  avPlayer->play();
+  std::weak_ptr<ZVVastLinearAdPlayer> weak = player;
+  parent.reset();
+  player.reset();
+  EXPECT_TRUE(weak.expired());
+  MainQueue::shared().advanceBy(std::chrono::milliseconds(10));
+  engine->reachEnd();
+  EXPECT_EQ(delegate->events.size(), 3u);
+  EXPECT_TRUE(delegate->progress.empty());
+}
+
+// With a point as the decimal separator even where the locale says comma.
+TEST(ZVVastNonLinearAdPlayerDuration, ReadsOnlyALeadingDecimalNumber) {
+  test::CommaDecimalLocale comma;
+  const std::vector<std::pair<std::string, double>> cases = {
+      {"15", 15.0}, {"00:00:15", 0.0}, {" 7.5s", 7.5}, {"abc", 0.0},  {"", 0.0},
+      {"-3", -3.0}, {"1e2", 100.0},    {"1e", 1.0},    {"0x1A", 0.0}, {"inf", 0.0}};
+  for (const auto& [text, expected] : cases) {
+    EXPECT_EQ(ZVVastNonLinearAdPlayer::leadingDouble(text), expected) << '"' << text << '"';
   }
 }
 

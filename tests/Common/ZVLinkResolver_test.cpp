@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Common/ZVUtility.h"
+#include "Common/ZVViewUtils.h"
 
 namespace zorva {
 namespace {
@@ -127,10 +128,17 @@ TEST_F(ZVLinkResolverTest, ValuesThatDoNotConvertLeaveTheirKeysOut) {
 }
 
 TEST_F(ZVLinkResolverTest, ClicksArePresentedFromTheTopMostControllerIfThereIsOne) {
+  const auto base = ZVViewUtils::zv_modalPresentationBaseViewController;
+  EXPECT_EQ(base(ZVAppRootViewController()), root);
   auto cover = platform::ViewController::create();
+  auto top = platform::ViewController::create();
   root->presentViewController(cover, false, nullptr);
+  cover->presentViewController(top, false, nullptr);
+  EXPECT_EQ(base(ZVAppRootViewController()), top);
+  EXPECT_EQ(base(cover), top);
+  EXPECT_EQ(base(nullptr), nullptr);
   resolver->resolve(kClickURL, nullptr);
-  EXPECT_TRUE(std::dynamic_pointer_cast<SafariViewController>(cover->presentedViewController()));
+  EXPECT_TRUE(std::dynamic_pointer_cast<SafariViewController>(top->presentedViewController()));
 
   // An address the browser cannot open is dropped: nothing is presented or told.
   auto other = ZVLinkResolver::create();
@@ -168,6 +176,65 @@ TEST(ZVResourcesBundle, IsTheDirectoryOfTheFileHoldingTheSDK) {
   EXPECT_EQ(file.parent_path(), bundle->bundlePath());
   EXPECT_EQ(ZVPathForResource(file.filename().string(), ""), file.string());
   EXPECT_EQ(ZVPathForResource("no-such-resource", "png"), std::nullopt);
+}
+
+void useSystem(const char* version) {
+  auto profile = platform::DeviceProfile::phone();
+  profile.systemVersion = version;
+  profile.apply();
+}
+
+// From system 13 the key window is the first flagged window in order, before it the
+// application's own answer; the root controller is the key window's.
+TEST(ZVkeyWindow, FromSystem13ItIsTheFirstFlaggedWindowAndBeforeTheApplicationsKeyWindow) {
+  auto& application = platform::Application::shared();
+  auto a = platform::Window::create(platform::Rect());
+  auto b = platform::Window::create(platform::Rect());
+  application.addWindow(a);
+  application.addWindow(b);
+  EXPECT_EQ(ZVkeyWindow(), nullptr);
+  EXPECT_EQ(ZVAppRootViewController(), nullptr);
+  b->makeKeyWindow();
+  EXPECT_EQ(ZVkeyWindow(), b);
+  EXPECT_EQ(ZVAppRootViewController(), nullptr);  // a key window without a root
+  auto root = platform::ViewController::create();
+  b->setRootViewController(root);
+  EXPECT_EQ(ZVAppRootViewController(), root);
+
+  auto declared = platform::Window::create(platform::Rect(0, 0, 375, 812));
+  application.setKeyWindow(declared);  // the application's own answer, apart from the flags
+  EXPECT_EQ(ZVkeyWindow(), b);
+  useSystem("12.4");
+  EXPECT_EQ(ZVkeyWindow(), declared);
+}
+
+TEST(ZVViewUtils, TheAdWebViewPlaysMediaWithoutATapOnEachSystemsOwnSettingAndHasNoConstraints) {
+  auto webView = ZVViewUtils::webViewWithFrame(platform::Rect(0, 0, 320, 50));
+  EXPECT_TRUE(webView->configuration().allowsInlineMediaPlayback);
+  EXPECT_EQ(webView->configuration().mediaTypesRequiringUserActionForPlayback,
+            platform::kAudiovisualMediaTypeNone);
+  EXPECT_FALSE(webView->scrollView()->isScrollEnabled());
+  EXPECT_EQ(webView->scrollView()->contentInsetAdjustmentBehavior(),
+            platform::ScrollViewContentInsetAdjustmentBehavior::Never);
+
+  useSystem("9.3");
+  webView = ZVViewUtils::webViewWithFrame(platform::Rect());
+  EXPECT_FALSE(webView->configuration().requiresUserActionForMediaPlayback);
+  EXPECT_EQ(webView->configuration().mediaTypesRequiringUserActionForPlayback,
+            platform::kAudiovisualMediaTypeAll);
+  EXPECT_EQ(webView->scrollView()->contentInsetAdjustmentBehavior(),
+            platform::ScrollViewContentInsetAdjustmentBehavior::Automatic);
+  useSystem("10.3");
+  EXPECT_EQ(ZVViewUtils::webViewWithFrame(platform::Rect())
+                ->configuration()
+                .mediaTypesRequiringUserActionForPlayback,
+            platform::kAudiovisualMediaTypeNone);
+
+  // The frames the constraints give are checked where the ad views and the modal controller use
+  // them; a view without a parent gets none.
+  EXPECT_TRUE(ZVViewUtils::alignToParent(webView).empty());
+  EXPECT_TRUE(ZVViewUtils::alignTopRigthCorner(webView).empty());
+  EXPECT_TRUE(ZVViewUtils::alignToParent(nullptr).empty());
 }
 
 }  // namespace

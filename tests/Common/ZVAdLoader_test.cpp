@@ -70,8 +70,9 @@ TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
   }
 }
 
-// A refused connection, and a server slower than the request's timeout.
-TEST(ZVAdLoader, TransportFailuresArriveOnTheNetworkThread) {
+// A refused connection and a server slower than the request's timeout are told on the network
+// thread; a builder's failure on the builder's thread.
+TEST(ZVAdLoader, FailuresArriveOnTheThreadThatMetThem) {
   LoopbackServer server;
   server.respond("/slow", {.body = kBid, .delay = milliseconds(5000)});
   const std::pair<std::string, int> cases[] = {
@@ -86,9 +87,6 @@ TEST(ZVAdLoader, TransportFailuresArriveOnTheNetworkThread) {
     EXPECT_EQ(load.delegate->error->code, curlCode);
     EXPECT_FALSE(load.delegate->onMainQueue);
   }
-}
-
-TEST(ZVAdLoader, BuildingFailuresArriveOnTheBuildersThread) {
   auto builder = std::make_shared<FixedRequestBuilder>("http://127.0.0.1:1/");
   builder->failure = Error::withDescription("ZorvaSDK", 1, "InternalError(1) : boom");
   Load load(builder);

@@ -112,7 +112,7 @@ TEST_F(ZVLinkResolverTest, FromSystem14EnoughAttributionOpensTheStoreSheetWithIt
   EXPECT_EQ(delegate->events, (Events{"willPresent", "didDismiss"}));
 }
 
-TEST_F(ZVLinkResolverTest, ValuesThatDoNotConvertLeaveTheirKeysOut) {
+TEST(ZVStoreKitParameters, ValuesThatDoNotConvertLeaveTheirKeysOutAndNumbersAreDecimalStrings) {
   Value info = kFullInfo;
   info["nonce"] = "not-a-uuid";
   info["campaign"] = 42;  // a number, not a string
@@ -125,6 +125,17 @@ TEST_F(ZVLinkResolverTest, ValuesThatDoNotConvertLeaveTheirKeysOut) {
   EXPECT_EQ(ZVStoreKitParameters(info).dump(), expected.dump());
   info["itunesitem"] = 880047117;  // the item itself must be a string
   EXPECT_TRUE(ZVStoreKitParameters(info).empty());
+
+  // Numbers are read from decimal strings only.
+  EXPECT_EQ(NumberFromString("880047117"), Value(880047117));
+  EXPECT_TRUE(NumberFromString("880047117")->is_number_integer());
+  EXPECT_EQ(NumberFromString("+7"), Value(7));
+  EXPECT_EQ(NumberFromString("-.5"), Value(-0.5));
+  EXPECT_EQ(NumberFromString("99999999999999999999"), Value(1e20));  // past 64 bits
+  for (const char* text : {"", "+", ".", "12a", " 1", "1,000", "1e3", "1.2.3"}) {
+    EXPECT_EQ(NumberFromString(text), std::nullopt) << text;
+  }
+  EXPECT_EQ(NumberFromString(Value(5)), std::nullopt);
 }
 
 TEST_F(ZVLinkResolverTest, ClicksArePresentedFromTheTopMostControllerIfThereIsOne) {
@@ -151,18 +162,6 @@ TEST_F(ZVLinkResolverTest, ClicksArePresentedFromTheTopMostControllerIfThereIsOn
   ASSERT_TRUE(other->skProductController());
   EXPECT_EQ(other->skProductController()->presentingViewController(), nullptr);
   EXPECT_EQ(delegate->events, (Events{"willPresent", "willPresent"}));
-}
-
-TEST(NumberFromString, ReadsDecimalStringsOnly) {
-  EXPECT_EQ(NumberFromString("880047117"), Value(880047117));
-  EXPECT_TRUE(NumberFromString("880047117")->is_number_integer());
-  EXPECT_EQ(NumberFromString("+7"), Value(7));
-  EXPECT_EQ(NumberFromString("-.5"), Value(-0.5));
-  EXPECT_EQ(NumberFromString("99999999999999999999"), Value(1e20));  // past 64 bits
-  for (const char* text : {"", "+", ".", "12a", " 1", "1,000", "1e3", "1.2.3"}) {
-    EXPECT_EQ(NumberFromString(text), std::nullopt) << text;
-  }
-  EXPECT_EQ(NumberFromString(Value(5)), std::nullopt);
 }
 
 TEST(ZVResourcesBundle, IsTheDirectoryOfTheFileHoldingTheSDK) {

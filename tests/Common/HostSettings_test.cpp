@@ -1,8 +1,7 @@
-// The host settings a Linux app turns on, each through a banner's load over the loopback server:
-// what the bid request says and where and how the app hears the outcome, with the setting on and
-// with it off.
+// The host settings a Linux app turns on, each through an ad's load over the loopback server: what
+// the bid request says and where and how the app hears the outcome, with the setting on and with
+// it off.
 #include <gtest/gtest.h>
-#include <sys/utsname.h>
 
 #include <zorva/ZVBannerView.h>
 #include <zorva/ZVErrors.h>
@@ -12,7 +11,6 @@
 #include <zorva/platform/HeadlessMediaEngine.h>
 
 #include "support/AdFormatTesting.h"
-#include "support/AdLoaderTesting.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
 #include "support/VastDocuments.h"

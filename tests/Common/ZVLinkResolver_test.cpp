@@ -1,3 +1,4 @@
+// Clicks: the link resolver, and the view utilities it presents from.
 #include "Common/ZVLinkResolver.h"
 
 #include <zorva/platform/Application.h>

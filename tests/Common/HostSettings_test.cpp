@@ -1,8 +1,7 @@
-// The host settings a Linux app turns on, each through a banner's load over the loopback server:
-// what the bid request says and where and how the app hears the outcome, with the setting on and
-// with it off.
+// The host settings a Linux app turns on, each through an ad's load over the loopback server: what
+// the bid request says and where and how the app hears the outcome, with the setting on and with
+// it off.
 #include <gtest/gtest.h>
-#include <sys/utsname.h>
 
 #include <zorva/ZVBannerView.h>
 #include <zorva/ZVErrors.h>
@@ -12,7 +11,6 @@
 #include <zorva/platform/HeadlessMediaEngine.h>
 
 #include "support/AdFormatTesting.h"
-#include "support/AdLoaderTesting.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/TestEnvironment.h"
 #include "support/VastDocuments.h"
@@ -33,12 +31,6 @@ class HostSettingsTest : public testing::Test {
     const auto heard = recorder_.heard();
     return heard.size() > before ? heard[before] : test::Heard{};
   }
-  // The bid request of one load.
-  Value requestBody() {
-    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup)});
-    load();
-    return Value::parse(server_.requests().back().body);
-  }
 
   test::LoopbackServer server_;
   test::Recorder recorder_;
@@ -50,73 +42,11 @@ class HostSettingsTest : public testing::Test {
       test::recordingBannerDelegate<ZVInBannerVideoDelegate>(recorder_);
 };
 
-struct Profile {
-  const char* name;
-  platform::DeviceProfile (*make)();
-  int deviceType;
-};
-
-class DeviceProfileTest : public HostSettingsTest, public testing::WithParamInterface<Profile> {};
-
-// The phone, the default, is the request builder's golden request.
-TEST_P(DeviceProfileTest, TheRequestSaysWhatTheMachineIs) {
-  const auto profile = GetParam().make();
-  profile.apply();
-  const Value device = requestBody()["device"];
-  utsname system{};
-  ASSERT_EQ(uname(&system), 0);
-  EXPECT_EQ(device["devicetype"], GetParam().deviceType);
-  EXPECT_EQ(device["model"], profile.model);
-  EXPECT_EQ(device["make"], profile.make.value_or("(none)"));
-  EXPECT_EQ(device["os"], "Linux");
-  EXPECT_EQ(device["osv"], system.release);
-  EXPECT_EQ(device["w"], 1920);
-  EXPECT_EQ(device["h"], 1080);
-}
-
-INSTANTIATE_TEST_SUITE_P(HostSettings, DeviceProfileTest,
-                         testing::Values(Profile{"Desktop", platform::DeviceProfile::desktop, 2},
-                                         Profile{"Tv", platform::DeviceProfile::tv, 3},
-                                         Profile{"SetTopBox", platform::DeviceProfile::setTopBox,
-                                                 7}),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(HostSettingsTest, RegulationsInOpenRtb26FormAndTestModeAreSentOnlyWhenAsked) {
-  auto sdk = ZorvaSDK::shared();
-  sdk->setCoppa(true);
-  sdk->setGdpr(true);
-  sdk->setGdprConsent("CPXxRfAPXxRfA");
-  sdk->setUsPrivacy("1YNN");
-  sdk->setGpp("DBABMA~CPXxRfAPXxRfA");
-  sdk->setGppSid({2, 6});
-  const Value off = requestBody();
-  EXPECT_FALSE(off.contains("regs"));
-  EXPECT_FALSE(off.contains("test"));
-  EXPECT_EQ(off["user"].dump(), R"({"ext":{"consent":"CPXxRfAPXxRfA"}})");
-
-  sdk->setSendRegulations(true);
-  sdk->setTestMode(true);
-  const Value on = requestBody();
-  EXPECT_EQ(on["regs"].dump(),
-            R"({"coppa":1,"gdpr":1,"us_privacy":"1YNN","gpp":"DBABMA~CPXxRfAPXxRfA",)"
-            R"("gpp_sid":[2,6]})");
-  EXPECT_EQ(on["user"].dump(), R"({"ext":{"consent":"CPXxRfAPXxRfA"},"consent":"CPXxRfAPXxRfA"})");
-  EXPECT_EQ(on["test"], 1);
-}
-
 // Each app convention through the public API: the documented default first, then the same with
 // the one switch on. Every row starts from the process's default state.
 TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
   auto servesBid = [&](const std::string& markup) {
     server_.respond(test::kServadPath, {.body = test::bidWithMarkup(markup)});
-  };
-  // A loaded interstitial, and where its request asked for its size.
-  auto interstitial = [&] {
-    auto ad = ZVInterstitialAd::create(test::requestFor(server_));
-    ad->setDelegate(interstitialDelegate_);
-    ad->loadAd();
-    EXPECT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") > 0; }));
-    return ad;
   };
   // Waits until the answers of `fetches` requests have been dealt with on the main queue.
   auto settle = [](test::ObservingNetworkHandler& handler, int fetches) {
@@ -157,34 +87,27 @@ TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
        [&](bool on) {
          auto request = test::requestFor(server_);
          request->adunitId.reset();
-         if (!on) {
-           auto banner = ZVBannerView::create(request, ZVAdSize{320, 50});
-           EXPECT_DEATH(banner->loadAd(), "publisherId and adunitId");
-           return;
-         }
+         if (!on) return;  // the builder stops the process: its own death test
          const test::Heard heard = load(request);
          EXPECT_EQ(heard.name, "fail");
          EXPECT_TRUE(heard.onMainThread);
          ASSERT_TRUE(heard.error);
          EXPECT_EQ(classifyError(*heard.error), ZVErrorKind::InvalidRequest);
        }},
-      {"DesktopProfileAndScreenSizedInterstitial",
+      {"DesktopProfileAndScreenSizedInterstitialThatItsCloseDismisses",
        [&](bool on) {
          servesBid(test::kDisplayMarkup);
-         auto window = platform::DeviceProfile::phone().makeKeyWindow(
-             platform::ViewController::create());  // the phone's size needs its orientation
-         interstitial();
+         auto root = platform::ViewController::create();
+         // The phone's size needs its orientation.
+         auto window = platform::DeviceProfile::phone().makeKeyWindow(root);
+         auto ad = ZVInterstitialAd::create(test::requestFor(server_));
+         ad->setDelegate(interstitialDelegate_);
+         ad->loadAd();
+         ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") > 0; }));
          const Value body = Value::parse(server_.requests().back().body);
          EXPECT_EQ(body["device"]["os"], on ? "Linux" : "iOS");
          EXPECT_EQ(body["imp"][0]["banner"]["w"], on ? 1920 : 320);
          EXPECT_EQ(body["imp"][0]["banner"]["h"], on ? 1080 : 480);
-       }},
-      {"InterstitialCloseDismisses",
-       [&](bool on) {
-         servesBid(test::kDisplayMarkup);
-         auto root = platform::ViewController::create();
-         auto window = platform::DeviceProfile::phone().makeKeyWindow(root);
-         auto ad = interstitial();
          ad->showFromViewController(root);
          platform::MainQueue::shared().runUntilIdle();
          for (const auto& sub : ad->modalController()->viewIfLoaded()->subviews()) {
@@ -222,6 +145,25 @@ TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
          EXPECT_EQ(log.entriesContaining("Ad Not in loadable state").size(), on ? 1u : 0u);
          EXPECT_EQ(log.entriesContaining("delegate was released").size(), on ? 1u : 0u);
        }},
+      // Only an answer without a bid is no fill: off, an empty page is received, or with no body
+      // unreadable JSON fails; a real bid and an unreadable answer stay what they were.
+      {"AnswerWithoutABidIsNoFill",
+       [&](bool on) {
+         const std::tuple<test::LoopbackServer::Response, const char*, bool> answers[] = {
+             {{.body = "{}"}, "receive", true},
+             {{.body = R"({"id":"r","seatbid":[{"bid":[]}]})"}, "receive", true},
+             {{.status = 204, .body = ""}, "fail", true},
+             {{.body = test::bidWithMarkup(test::kDisplayMarkup)}, "receive", false},
+             {{.body = "<VAST/>"}, "fail", false}};
+         for (const auto& [response, heardWhenOff, noFill] : answers) {
+           SCOPED_TRACE(response.body.substr(0, 40));
+           server_.respond(test::kServadPath, response);
+           const test::Heard heard = load();
+           EXPECT_EQ(heard.name, on && noFill ? "fail" : heardWhenOff);
+           EXPECT_TRUE(heard.onMainThread);
+           EXPECT_EQ(heard.error && ZorvaSDK::isNoFill(*heard.error), on && noFill);
+         }
+       }},
       {"VastWithoutAnAdIsNoFill",
        [&](bool on) {
          servesBid(R"(<VAST version="3.0"/>)");
@@ -236,16 +178,20 @@ TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
            EXPECT_EQ(classifyError(*recorder_.heard().back().error), ZVErrorKind::NoFill);
          }
        }},
-      // A wrapper whose fetch fails ends the chain on the network thread.
-      {"VastChainFailureOnTheMainQueue",
+      // A transport failure is told on the network thread, and so is a wrapper whose fetch
+      // fails, which ends the chain there.
+      {"FailuresOnTheMainQueue",
        [&](bool on) {
+         const test::Heard heard = load(test::unreachableRequest());
+         EXPECT_EQ(heard.name, "fail");
+         EXPECT_EQ(heard.onMainThread, on);
          servesBid(R"(<VAST version="3.0"><Ad><Wrapper><VASTAdTagURI>http://127.0.0.1:)" +
                    std::to_string(test::LoopbackServer::unusedPort()) +
                    R"(/w</VASTAdTagURI></Wrapper></Ad></VAST>)");
          auto video = ZVInBannerVideo::create(test::requestFor(server_), ZVAdSize{320, 180});
          video->setDelegate(videoDelegate_);
          video->loadAd();
-         ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("fail") > 0; }));
+         ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("fail") == 2; }));
          EXPECT_EQ(recorder_.heard().back().onMainThread, on);
          EXPECT_EQ(recorder_.heard().back().error->code, 303);
        }},
@@ -290,9 +236,7 @@ TEST_F(HostSettingsTest, AStalledVideoLoadTimesOutOnceWhenBounded) {
     recorder_.clear();
     test::useVirtualClock();
     ZorvaSDK::shared()->setVideoLoadBounded(c.bounded);
-    if (c.timeout != ZorvaSDK::kVideoLoadTimeout) {
-      ZorvaSDK::shared()->setVideoLoadTimeout(c.timeout);
-    }
+    ZorvaSDK::shared()->setVideoLoadTimeout(c.timeout);
     auto handler = test::ObservingNetworkHandler::install();
     std::vector<std::weak_ptr<HeadlessMediaEngine>> engines;
     platform::MediaEngine::setFactory([&](std::weak_ptr<platform::MediaEngineClient> client) {
@@ -368,64 +312,6 @@ TEST_F(HostSettingsTest, AStalledVideoLoadTimesOutOnceWhenBounded) {
     EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"fail", "receive"}));
   }
 }
-
-// A transport failure through a banner; and, as the SDK's request builder cannot be made to fail
-// from outside, a builder that fails on a thread of its own. Without the setting each is told on
-// its own thread (the banner's and the loader's tests).
-TEST_F(HostSettingsTest, FailuresAreToldOnTheMainQueueWhenAsked) {
-  ZorvaSDK::shared()->setCallbacksOnMainQueue(true);
-  const test::Heard heard = load(test::unreachableRequest());
-  EXPECT_EQ(heard.name, "fail");
-  EXPECT_TRUE(heard.onMainThread);
-
-  auto builder = std::make_shared<test::FixedRequestBuilder>("http://127.0.0.1:1/");
-  builder->failure = Error("test", 1);
-  test::Load failing(builder);
-  failing.loader->load();
-  ASSERT_TRUE(failing.delegate->waitForCall());
-  EXPECT_TRUE(failing.delegate->onMainQueue);
-}
-
-struct Answer {
-  const char* name;
-  test::LoopbackServer::Response response;
-  // With the setting off: an empty page received or, with no body, unreadable JSON.
-  const char* heardWhenOff;
-  // With it on: a no-fill failure.
-  bool noFill;
-};
-
-class NoFillTest : public HostSettingsTest, public testing::WithParamInterface<Answer> {};
-
-TEST_P(NoFillTest, OnlyAnAnswerWithoutABidIsANoFillFailureAndOnlyWhenAsked) {
-  server_.respond(test::kServadPath, GetParam().response);
-  const test::Heard off = load();
-  EXPECT_EQ(off.name, GetParam().heardWhenOff);
-  EXPECT_FALSE(off.error && ZorvaSDK::isNoFill(*off.error));
-
-  ZorvaSDK::shared()->setNoFillAsFailure(true);
-  const test::Heard on = load();
-  if (!GetParam().noFill) {
-    EXPECT_EQ(on.name, off.name);
-    EXPECT_FALSE(on.error && ZorvaSDK::isNoFill(*on.error));
-    return;
-  }
-  EXPECT_EQ(on.name, "fail");
-  EXPECT_TRUE(on.onMainThread);
-  ASSERT_TRUE(on.error);
-  EXPECT_TRUE(ZorvaSDK::isNoFill(*on.error));
-}
-
-// A real bid and an unreadable answer stay what they were.
-INSTANTIATE_TEST_SUITE_P(
-    HostSettings, NoFillTest,
-    testing::Values(
-        Answer{"EmptyObject", {.body = "{}"}, "receive", true},
-        Answer{"EmptyBid", {.body = R"({"id":"r","seatbid":[{"bid":[]}]})"}, "receive", true},
-        Answer{"NoContent", {.status = 204, .body = ""}, "fail", true},
-        Answer{"Bid", {.body = test::bidWithMarkup(test::kDisplayMarkup)}, "receive", false},
-        Answer{"Unreadable", {.body = "<VAST/>"}, "fail", false}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace zorva

@@ -1,3 +1,4 @@
+// Clicks: the link resolver, and the view utilities it presents from.
 #include "Common/ZVLinkResolver.h"
 
 #include <zorva/platform/Application.h>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "Common/ZVUtility.h"
+#include "Common/ZVViewUtils.h"
 
 namespace zorva {
 namespace {
@@ -111,7 +113,7 @@ TEST_F(ZVLinkResolverTest, FromSystem14EnoughAttributionOpensTheStoreSheetWithIt
   EXPECT_EQ(delegate->events, (Events{"willPresent", "didDismiss"}));
 }
 
-TEST_F(ZVLinkResolverTest, ValuesThatDoNotConvertLeaveTheirKeysOut) {
+TEST(ZVStoreKitParameters, ValuesThatDoNotConvertLeaveTheirKeysOutAndNumbersAreDecimalStrings) {
   Value info = kFullInfo;
   info["nonce"] = "not-a-uuid";
   info["campaign"] = 42;  // a number, not a string
@@ -124,13 +126,31 @@ TEST_F(ZVLinkResolverTest, ValuesThatDoNotConvertLeaveTheirKeysOut) {
   EXPECT_EQ(ZVStoreKitParameters(info).dump(), expected.dump());
   info["itunesitem"] = 880047117;  // the item itself must be a string
   EXPECT_TRUE(ZVStoreKitParameters(info).empty());
+
+  // Numbers are read from decimal strings only.
+  EXPECT_EQ(NumberFromString("880047117"), Value(880047117));
+  EXPECT_TRUE(NumberFromString("880047117")->is_number_integer());
+  EXPECT_EQ(NumberFromString("+7"), Value(7));
+  EXPECT_EQ(NumberFromString("-.5"), Value(-0.5));
+  EXPECT_EQ(NumberFromString("99999999999999999999"), Value(1e20));  // past 64 bits
+  for (const char* text : {"", "+", ".", "12a", " 1", "1,000", "1e3", "1.2.3"}) {
+    EXPECT_EQ(NumberFromString(text), std::nullopt) << text;
+  }
+  EXPECT_EQ(NumberFromString(Value(5)), std::nullopt);
 }
 
 TEST_F(ZVLinkResolverTest, ClicksArePresentedFromTheTopMostControllerIfThereIsOne) {
+  const auto base = ZVViewUtils::zv_modalPresentationBaseViewController;
+  EXPECT_EQ(base(ZVAppRootViewController()), root);
   auto cover = platform::ViewController::create();
+  auto top = platform::ViewController::create();
   root->presentViewController(cover, false, nullptr);
+  cover->presentViewController(top, false, nullptr);
+  EXPECT_EQ(base(ZVAppRootViewController()), top);
+  EXPECT_EQ(base(cover), top);
+  EXPECT_EQ(base(nullptr), nullptr);
   resolver->resolve(kClickURL, nullptr);
-  EXPECT_TRUE(std::dynamic_pointer_cast<SafariViewController>(cover->presentedViewController()));
+  EXPECT_TRUE(std::dynamic_pointer_cast<SafariViewController>(top->presentedViewController()));
 
   // An address the browser cannot open is dropped: nothing is presented or told.
   auto other = ZVLinkResolver::create();
@@ -145,18 +165,6 @@ TEST_F(ZVLinkResolverTest, ClicksArePresentedFromTheTopMostControllerIfThereIsOn
   EXPECT_EQ(delegate->events, (Events{"willPresent", "willPresent"}));
 }
 
-TEST(NumberFromString, ReadsDecimalStringsOnly) {
-  EXPECT_EQ(NumberFromString("880047117"), Value(880047117));
-  EXPECT_TRUE(NumberFromString("880047117")->is_number_integer());
-  EXPECT_EQ(NumberFromString("+7"), Value(7));
-  EXPECT_EQ(NumberFromString("-.5"), Value(-0.5));
-  EXPECT_EQ(NumberFromString("99999999999999999999"), Value(1e20));  // past 64 bits
-  for (const char* text : {"", "+", ".", "12a", " 1", "1,000", "1e3", "1.2.3"}) {
-    EXPECT_EQ(NumberFromString(text), std::nullopt) << text;
-  }
-  EXPECT_EQ(NumberFromString(Value(5)), std::nullopt);
-}
-
 TEST(ZVResourcesBundle, IsTheDirectoryOfTheFileHoldingTheSDK) {
   // An app loads the SDK from libzorva.so; the tests link it statically, so its code, and with it
   // its bundle, is in this test program.
@@ -168,6 +176,65 @@ TEST(ZVResourcesBundle, IsTheDirectoryOfTheFileHoldingTheSDK) {
   EXPECT_EQ(file.parent_path(), bundle->bundlePath());
   EXPECT_EQ(ZVPathForResource(file.filename().string(), ""), file.string());
   EXPECT_EQ(ZVPathForResource("no-such-resource", "png"), std::nullopt);
+}
+
+void useSystem(const char* version) {
+  auto profile = platform::DeviceProfile::phone();
+  profile.systemVersion = version;
+  profile.apply();
+}
+
+// From system 13 the key window is the first flagged window in order, before it the
+// application's own answer; the root controller is the key window's.
+TEST(ZVkeyWindow, FromSystem13ItIsTheFirstFlaggedWindowAndBeforeTheApplicationsKeyWindow) {
+  auto& application = platform::Application::shared();
+  auto a = platform::Window::create(platform::Rect());
+  auto b = platform::Window::create(platform::Rect());
+  application.addWindow(a);
+  application.addWindow(b);
+  EXPECT_EQ(ZVkeyWindow(), nullptr);
+  EXPECT_EQ(ZVAppRootViewController(), nullptr);
+  b->makeKeyWindow();
+  EXPECT_EQ(ZVkeyWindow(), b);
+  EXPECT_EQ(ZVAppRootViewController(), nullptr);  // a key window without a root
+  auto root = platform::ViewController::create();
+  b->setRootViewController(root);
+  EXPECT_EQ(ZVAppRootViewController(), root);
+
+  auto declared = platform::Window::create(platform::Rect(0, 0, 375, 812));
+  application.setKeyWindow(declared);  // the application's own answer, apart from the flags
+  EXPECT_EQ(ZVkeyWindow(), b);
+  useSystem("12.4");
+  EXPECT_EQ(ZVkeyWindow(), declared);
+}
+
+TEST(ZVViewUtils, TheAdWebViewPlaysMediaWithoutATapOnEachSystemsOwnSettingAndHasNoConstraints) {
+  auto webView = ZVViewUtils::webViewWithFrame(platform::Rect(0, 0, 320, 50));
+  EXPECT_TRUE(webView->configuration().allowsInlineMediaPlayback);
+  EXPECT_EQ(webView->configuration().mediaTypesRequiringUserActionForPlayback,
+            platform::kAudiovisualMediaTypeNone);
+  EXPECT_FALSE(webView->scrollView()->isScrollEnabled());
+  EXPECT_EQ(webView->scrollView()->contentInsetAdjustmentBehavior(),
+            platform::ScrollViewContentInsetAdjustmentBehavior::Never);
+
+  useSystem("9.3");
+  webView = ZVViewUtils::webViewWithFrame(platform::Rect());
+  EXPECT_FALSE(webView->configuration().requiresUserActionForMediaPlayback);
+  EXPECT_EQ(webView->configuration().mediaTypesRequiringUserActionForPlayback,
+            platform::kAudiovisualMediaTypeAll);
+  EXPECT_EQ(webView->scrollView()->contentInsetAdjustmentBehavior(),
+            platform::ScrollViewContentInsetAdjustmentBehavior::Automatic);
+  useSystem("10.3");
+  EXPECT_EQ(ZVViewUtils::webViewWithFrame(platform::Rect())
+                ->configuration()
+                .mediaTypesRequiringUserActionForPlayback,
+            platform::kAudiovisualMediaTypeNone);
+
+  // The frames the constraints give are checked where the ad views and the modal controller use
+  // them; a view without a parent gets none.
+  EXPECT_TRUE(ZVViewUtils::alignToParent(webView).empty());
+  EXPECT_TRUE(ZVViewUtils::alignTopRigthCorner(webView).empty());
+  EXPECT_TRUE(ZVViewUtils::alignToParent(nullptr).empty());
 }
 
 }  // namespace

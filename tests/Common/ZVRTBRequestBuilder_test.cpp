@@ -1,6 +1,8 @@
-// The OpenRTB bid request: what each ad format asks for, the app, device and user facts, and the
-// HTTP request that carries it.
+// The OpenRTB bid request: what each ad format asks for, the app, device, location and user facts,
+// and the HTTP request that carries it.
 #include <gtest/gtest.h>
+
+#include <sys/utsname.h>
 
 #include <set>
 
@@ -23,6 +25,9 @@
 namespace zorva {
 namespace {
 
+using platform::AuthorizationStatus;
+using platform::Location;
+using platform::LocationManager;
 using platform::URLRequest;
 
 struct Built {
@@ -83,13 +88,19 @@ class RequestBuilderTest : public testing::Test {
 };
 
 // Each ad format's suite loads its request end to end through the loopback server; here the
-// exact objects, keys in the order the exchange documents them.
-TEST_F(RequestBuilderTest, EachFormatAsksForItsObject) {
-  Value imp = impression(false, false, {320, 50});
-  imp.erase("id");
-  imp.erase("ext");
-  EXPECT_EQ(imp.dump(), R"({"tagid":"unit-9","banner":{"w":320,"h":50},"instl":0,"secure":1,)"
-                        R"("displaymanager":"ZorvaSDK","displaymanagerver":"1.3.0"})");
+// exact objects, keys in the order the exchange documents them (a banner's in the whole request
+// below), and fresh ids on every build.
+TEST_F(RequestBuilderTest, EachFormatAsksForItsObjectUnderFreshIds) {
+  auto b = builder(false, false);
+  const Value first = build(b).body, second = build(b).body;
+  const std::set<std::string> ids{first["id"], first["imp"][0]["id"], second["id"],
+                                  second["imp"][0]["id"]};
+  EXPECT_EQ(ids.size(), 4u);
+  for (const auto& id : ids) {
+    const auto uuid = platform::UUID::fromString(id);
+    EXPECT_TRUE(uuid && uuid->UUIDString() == id) << id;
+  }
+  EXPECT_EQ(first["user"].dump(), "{}");
   EXPECT_EQ(impression(false, false, {300.5, 250})["banner"]["w"], 300.5);
   // An interstitial asks for the full screen whatever its slot.
   EXPECT_EQ(impression(false, true, {10, 10})["banner"].dump(), R"({"pos":7,"w":320,"h":480})");
@@ -101,125 +112,21 @@ TEST_F(RequestBuilderTest, EachFormatAsksForItsObject) {
   EXPECT_FALSE(impression(true, false, {300, 250})["video"].contains("pos"));
 }
 
-TEST_F(RequestBuilderTest, SKAdNetworkIdsTravelFromSystem14OnWhenTheAppListsThem) {
-  EXPECT_EQ(
-      impression(false, false)["ext"].dump(),
-      R"({"skadn":{"version":"2.0","skadnetids":["first.skadnetwork","second.skadnetwork"]}})");
-  ZorvaSDK::shared()->setStoreURL(
-      platform::URL::URLWithString("https://apps.apple.com/app/x/id987"));
-  EXPECT_EQ(impression(false, false)["ext"]["skadn"]["sourceapp"], "987");
-  // The list follows the bundle from one build to the next, the localized dictionary first.
-  auto& bundle = platform::Bundle::mainBundle();
-  bundle.setLocalizedInfoDictionary(
-      {{"SKAdNetworkItems", Value::array({{{"SKAdNetworkIdentifier", "local.skadnetwork"}}})}});
-  EXPECT_EQ(impression(false, false)["ext"]["skadn"]["skadnetids"],
-            Value::array({"local.skadnetwork"}));
-
-  // Below 14.0 the list is not sent.
-  auto profile = platform::DeviceProfile::phone();
-  profile.systemVersion = "13.7";
-  profile.apply();
-  EXPECT_FALSE(impression(false, false).contains("ext"));
-  platform::DeviceProfile::phone().apply();
-  bundle.setLocalizedInfoDictionary(Value::object());
-  bundle.setInfoDictionary({{"SKAdNetworkItems", Value::array()}});
-  EXPECT_FALSE(impression(false, false).contains("ext"));
-}
-
-TEST_F(RequestBuilderTest, EveryBuildHasFreshDistinctIds) {
-  auto b = builder(false, false);
-  auto first = build(b).body;
-  auto second = build(b).body;
-  std::set<std::string> ids{first["id"], first["imp"][0]["id"], second["id"],
-                            second["imp"][0]["id"]};
-  EXPECT_EQ(ids.size(), 4u);
-  for (const auto& id : ids) EXPECT_TRUE(platform::UUID::fromString(id)) << id;
-  EXPECT_EQ(first["id"].get<std::string>(),
-            platform::UUID::fromString(first["id"].get<std::string>())->UUIDString());
-}
-
-TEST_F(RequestBuilderTest, TheStoreIdIsTheLastPathComponentWithoutAnyId) {
-  auto id = [](const char* url) { return itunesIdFromURL(*platform::URL::URLWithString(url)); };
-  EXPECT_EQ(id("https://apps.apple.com/us/app/some-name/id1234567890"), "1234567890");
-  EXPECT_EQ(id("https://apps.apple.com/app/video-id12"), "veo-12");
-  EXPECT_EQ(id("https://apps.apple.com/app/iidd"), "id");  // one pass, as the platform replaces
-  EXPECT_EQ(id("https://apps.apple.com"), "");
-
-  ZorvaSDK::shared()->setStoreURL(
-      platform::URL::URLWithString("https://apps.apple.com/us/app/name/id1234567890"));
-  ZorvaSDK::shared()->setAppkeywords("games,puzzle");
-  const Value app = build(builder(false, false)).body["app"];
-  EXPECT_EQ(app.dump(),
-            R"({"publisher":{"id":"pub-1"},"name":"Zorva Demo","ver":"2.4.1",)"
-            R"("keywords":"games,puzzle","storeurl":"https://apps.apple.com/us/app/name/)"
-            R"(id1234567890","bundle":"1234567890"})");
-}
-
-// Of the privacy settings only the consent string travels, under the user's "ext"; the COPPA and
-// GDPR flags go into a "regs" object that is built but, unless asked, never sent.
-TEST_F(RequestBuilderTest, TheUserCarriesKeywordsAndConsentAndNothingElseChanges) {
-  auto withoutIdsAndUser = [](Value body) {
-    body.erase("id");
-    body.erase("user");
-    body["imp"][0].erase("id");
-    return body;
-  };
-  const Value before = build(builder(false, false)).body;
-  EXPECT_EQ(before["user"].dump(), "{}");
-  auto settings = ZorvaSDK::shared();
-  settings->setCoppa(true);
-  settings->setGdpr(true);
-  settings->setUserKeywords("sports");
-  settings->setGdprConsent("CONSENT-STRING");
-  const Value after = build(builder(false, false)).body;
-  EXPECT_EQ(after["user"].dump(), R"({"keywords":"sports","ext":{"consent":"CONSENT-STRING"}})");
-  EXPECT_EQ(withoutIdsAndUser(after), withoutIdsAndUser(before));
-  EXPECT_EQ(builder(false, false)->regulationsJson().dump(),
-            R"({"coppa":true,"ext":{"gdpr":true}})");
-}
-
-TEST_F(RequestBuilderTest, TheDeviceIsDescribedFromThePlatform) {
+// The whole request of an app that sets everything but asks for no regulations: of the privacy
+// settings only the consent string travels, under the user's "ext". Asked for, the regulations go
+// in OpenRTB 2.6's "regs" and the consent beside "ext".
+TEST_F(RequestBuilderTest, TheRequestDescribesTheAppTheUserAndTheDeviceAndIsAPost) {
   platform::AdvertisingIdentifierManager::sharedManager().setAdvertisingIdentifier(
       *platform::UUID::fromString("E621E1F8-C36C-495A-93FC-0C247A3E6E5F"));
-  auto built = build(builder(false, false));
-  const Value& device = built.body["device"];
-  EXPECT_FALSE(device.contains("geo"));  // access to location is not determined
-  const Value expected = Value::parse(
-      R"({"ifa":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","lmt":1,"devicetype":4,"mccmnc":"310-260",)"
-      R"("pxratio":3,"make":"Apple","model":"iPhone","os":"iOS","osv":"17.0","w":375,"h":812,)"
-      R"("js":1,"language":"en","carrier":"Zorva Mobile"})");
-  for (const auto& [key, value] : expected.items()) EXPECT_EQ(device[key], value) << key;
-  ASSERT_TRUE(device["ua"].is_string());
-  EXPECT_NE(device["ua"].get<std::string>().find("iPhone"), std::string::npos);
-  // The first build waits for the web view's answer, which comes on the main thread; later ones
-  // find the user agent cached and finish on the caller's thread.
-  EXPECT_TRUE(built.onMainThread);
-  bool done = false;
-  builder(false, false)->build([&](auto, auto) { done = true; });
-  EXPECT_TRUE(done);
-}
-
-TEST_F(RequestBuilderTest, TheLocationComesFromTheAppOrOneFetchAndIsLeftOutWhenRefused) {
-  using platform::LocationManager;
-  LocationManager::setAuthorizationStatus(platform::AuthorizationStatus::AuthorizedAlways);
-  LocationManager::setSimulatedLocation(platform::Location(48.85, 2.35));
-  ZorvaSDK::shared()->setLocation(platform::Location(12.5, -45.25));
-  const Value device = build(builder(false, false)).body["device"];
-  EXPECT_EQ(device["geo"].dump(), R"({"lat":12.5,"lon":-45.25,"type":3})");
-  EXPECT_EQ(device.begin().key(), "geo");
-  EXPECT_FALSE(
-      ZVInstanceFactory::sharedLocationManager()->locationManager()->isRequestingLocation());
-
-  ZorvaSDK::shared()->setLocation(std::nullopt);
-  EXPECT_EQ(build(builder(false, false)).body["device"]["geo"].dump(),
-            R"({"lat":48.85,"lon":2.35,"type":3})");
-  LocationManager::setAuthorizationStatus(platform::AuthorizationStatus::Denied);
-  auto refused = build(builder(false, false));
-  EXPECT_FALSE(refused.body["device"].contains("geo"));
-  EXPECT_TRUE(refused.body["device"].contains("ua"));
-}
-
-TEST_F(RequestBuilderTest, TheHttpRequestIsAPostToTheServerWithTheIdsInTheQuery) {
+  auto sdk = ZorvaSDK::shared();
+  sdk->setStoreURL(platform::URL::URLWithString("https://apps.apple.com/us/app/name/id12345"));
+  sdk->setAppkeywords("games,puzzle");
+  sdk->setUserKeywords("sports");
+  sdk->setGdpr(true);  // COPPA stays off: each flag is read from its own setting
+  sdk->setGdprConsent("CPXxRfAPXxRfA");
+  sdk->setUsPrivacy("1YNN");
+  sdk->setGpp("DBABMA~CPXxRfAPXxRfA");
+  sdk->setGppSid({2, 6});
   request_->netoworkTimeout = 7;
   auto built = build(builder(false, false));
   ASSERT_TRUE(built.request && built.request->url);
@@ -230,6 +137,41 @@ TEST_F(RequestBuilderTest, TheHttpRequestIsAPostToTheServerWithTheIdsInTheQuery)
   EXPECT_EQ(built.request->cachePolicy,
             platform::URLRequestCachePolicy::ReloadIgnoringLocalCacheData);
   EXPECT_TRUE(built.request->allHTTPHeaderFields.empty());
+  Value body = built.body;
+  ASSERT_TRUE(body["device"]["ua"].is_string());
+  EXPECT_NE(body["device"]["ua"].get<std::string>().find("iPhone"), std::string::npos);
+  body.erase("id");
+  body["imp"][0].erase("id");
+  body["device"].erase("ua");
+  EXPECT_EQ(
+      body.dump(),
+      R"({"imp":[{"tagid":"unit-9","banner":{"w":320,"h":50},"instl":0,"secure":1,)"
+      R"("displaymanager":"ZorvaSDK","displaymanagerver":"1.3.0","ext":{"skadn":{"version":"2.0",)"
+      R"("sourceapp":"12345","skadnetids":["first.skadnetwork","second.skadnetwork"]}}}],)"
+      R"("app":{"publisher":{"id":"pub-1"},"name":"Zorva Demo","ver":"2.4.1",)"
+      R"("keywords":"games,puzzle","storeurl":"https://apps.apple.com/us/app/name/id12345",)"
+      R"("bundle":"12345"},"user":{"keywords":"sports","ext":{"consent":"CPXxRfAPXxRfA"}},)"
+      R"("device":{"ifa":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","lmt":1,"devicetype":4,)"
+      R"("mccmnc":"310-260","pxratio":3,"make":"Apple","model":"iPhone","os":"iOS",)"
+      R"("osv":"17.0","w":375,"h":812,"js":1,"language":"en","carrier":"Zorva Mobile"}})");
+  EXPECT_EQ(builder(false, false)->regulationsJson().dump(),
+            R"({"coppa":false,"ext":{"gdpr":true}})");
+  // The first build waited for the web view's answer, which comes on the main thread; later ones
+  // find the user agent cached and finish on the caller's thread.
+  EXPECT_TRUE(built.onMainThread);
+  bool done = false;
+  builder(false, false)->build([&](auto, auto) { done = true; });
+  EXPECT_TRUE(done);
+
+  sdk->setSendRegulations(true);
+  sdk->setTestMode(true);
+  const Value on = build(builder(false, false)).body;
+  EXPECT_EQ(on["regs"].dump(),
+            R"({"coppa":0,"gdpr":1,"us_privacy":"1YNN","gpp":"DBABMA~CPXxRfAPXxRfA",)"
+            R"("gpp_sid":[2,6]})");
+  EXPECT_EQ(on["user"].dump(), R"({"keywords":"sports","ext":{"consent":"CPXxRfAPXxRfA"},)"
+                               R"("consent":"CPXxRfAPXxRfA"})");
+  EXPECT_EQ(on["test"], 1);
 
   // A missing server address is repaired in the app's request itself.
   request_->serverUrl.reset();
@@ -237,6 +179,49 @@ TEST_F(RequestBuilderTest, TheHttpRequestIsAPostToTheServerWithTheIdsInTheQuery)
   EXPECT_EQ(request_->serverUrl, ZVAdRequest::defaultServerUrl());
   EXPECT_EQ(built.request->url->scheme(), "http");
   EXPECT_EQ(built.request->url->path(), "/zorva/servad");
+}
+
+// The phone is the request above; a Linux machine is described by its own profile and uname.
+TEST_F(RequestBuilderTest, ALinuxProfileSaysWhatTheMachineIs) {
+  utsname system{};
+  ASSERT_EQ(uname(&system), 0);
+  for (const auto& [profile, type] : {std::pair(platform::DeviceProfile::desktop(), 2),
+                                      {platform::DeviceProfile::tv(), 3},
+                                      {platform::DeviceProfile::setTopBox(), 7}}) {
+    SCOPED_TRACE(profile.model);
+    profile.apply();
+    const Value device = build(builder(false, false)).body["device"];
+    EXPECT_EQ(device["devicetype"], type);
+    EXPECT_EQ(device["model"], profile.model);
+    EXPECT_EQ(device["make"], profile.make.value_or("(none)"));
+    EXPECT_EQ(device["os"], "Linux");
+    EXPECT_EQ(device["osv"], system.release);
+    EXPECT_EQ(device["w"], 1920);
+    EXPECT_EQ(device["h"], 1080);
+  }
+}
+
+// The SKAdNetwork list follows the bundle from one build to the next, the localized dictionary
+// first, from system 14.0 on; the store id is the URL's last path component without any "id".
+TEST_F(RequestBuilderTest, SKAdNetworkIdsTravelFromSystem14OnWhenTheAppListsThem) {
+  auto id = [](const char* url) { return itunesIdFromURL(*platform::URL::URLWithString(url)); };
+  EXPECT_EQ(id("https://apps.apple.com/app/video-id12"), "veo-12");
+  EXPECT_EQ(id("https://apps.apple.com/app/iidd"), "id");  // one pass, as the platform replaces
+  EXPECT_EQ(id("https://apps.apple.com"), "");
+  auto& bundle = platform::Bundle::mainBundle();
+  bundle.setLocalizedInfoDictionary(
+      {{"SKAdNetworkItems", Value::array({{{"SKAdNetworkIdentifier", "local.skadnetwork"}}})}});
+  EXPECT_EQ(impression(false, false)["ext"].dump(),
+            R"({"skadn":{"version":"2.0","skadnetids":["local.skadnetwork"]}})");
+
+  auto profile = platform::DeviceProfile::phone();
+  profile.systemVersion = "13.7";
+  profile.apply();
+  EXPECT_FALSE(impression(false, false).contains("ext"));
+  platform::DeviceProfile::phone().apply();
+  bundle.setLocalizedInfoDictionary(Value::object());
+  bundle.setInfoDictionary({{"SKAdNetworkItems", Value::array()}});
+  EXPECT_FALSE(impression(false, false).contains("ext"));
 }
 
 // A key whose source has nothing to say is left out, never sent as null or "".
@@ -264,27 +249,104 @@ TEST_F(RequestBuilderTest, KeysWithoutASourceAreLeftOut) {
             R"({"publisher":{"id":"pub-1"},"name":"Zorva Demo","ver":"2.4.1"})");
 }
 
-// A body that cannot be written leaves the POST without one; it still goes.
-TEST_F(RequestBuilderTest, ABodyThatCannotBeWrittenLeavesThePostEmpty) {
+// A body that cannot be written leaves the POST without one, and it still goes; a raise while
+// delivering is reported as an internal error.
+TEST_F(RequestBuilderTest, ABadBodyStillGoesAndARaiseWhileDeliveringIsAnInternalError) {
   ZorvaSDK::shared()->setAppkeywords("\xff");
-  auto built = build(builder(false, false));
-  ASSERT_TRUE(built.request);
-  EXPECT_EQ(built.request->HTTPMethod, "POST");
-  EXPECT_FALSE(built.request->HTTPBody);
-}
-
-TEST_F(RequestBuilderTest, ARaiseWhileDeliveringIsReportedAsInternalError) {
-  std::vector<std::optional<Error>> answers;
+  std::vector<std::pair<std::optional<URLRequest>, std::optional<Error>>> answers;
   builder(false, false)->build([&](std::optional<URLRequest> request, std::optional<Error> error) {
-    answers.push_back(error);
+    answers.emplace_back(request, error);
     if (request) throw std::runtime_error("the loader could not take the request");
   });
   ASSERT_TRUE(test::runMainQueueUntil([&] { return answers.size() == 2; }));
-  EXPECT_FALSE(answers[0]);
-  ASSERT_TRUE(answers[1]);
-  EXPECT_EQ(answers[1]->code, 1);
-  EXPECT_EQ(answers[1]->localizedDescription(),
+  ASSERT_TRUE(answers[0].first && !answers[0].second);
+  EXPECT_EQ(answers[0].first->HTTPMethod, "POST");
+  EXPECT_FALSE(answers[0].first->HTTPBody);
+  ASSERT_TRUE(answers[1].second);
+  EXPECT_EQ(answers[1].second->localizedDescription(),
             "InternalError(1) : the loader could not take the request");
+}
+
+TEST_F(RequestBuilderTest, TheLocationComesFromTheAppOrOneFetchAndIsLeftOutWhenRefused) {
+  LocationManager::setAuthorizationStatus(AuthorizationStatus::AuthorizedAlways);
+  LocationManager::setSimulatedLocation(Location(48.85, 2.35));
+  ZorvaSDK::shared()->setLocation(Location(12.5, -45.25));
+  const Value device = build(builder(false, false)).body["device"];
+  EXPECT_EQ(device["geo"].dump(), R"({"lat":12.5,"lon":-45.25,"type":3})");
+  EXPECT_EQ(device.begin().key(), "geo");
+  EXPECT_FALSE(
+      ZVInstanceFactory::sharedLocationManager()->locationManager()->isRequestingLocation());
+
+  ZorvaSDK::shared()->setLocation(std::nullopt);
+  EXPECT_EQ(build(builder(false, false)).body["device"]["geo"].dump(),
+            R"({"lat":48.85,"lon":2.35,"type":3})");
+  LocationManager::setAuthorizationStatus(AuthorizationStatus::Denied);
+  auto refused = build(builder(false, false));
+  EXPECT_FALSE(refused.body["device"].contains("geo"));
+  EXPECT_TRUE(refused.body["device"].contains("ua"));
+}
+
+struct Fixes {
+  std::vector<std::optional<Location>> got;
+  ZVLocationManager::LocationCallback callback() {
+    return [this](std::optional<Location> fix) { got.push_back(fix); };
+  }
+};
+
+// The location manager the builder asks for a fix. The first fix delivered answers the latest
+// fetch, once, on the main queue; a platform failure, a later update or a manager that is gone
+// calls nothing; an update without a fix answers nothing, so the request build goes on.
+TEST(ZVLocationManager, TheFirstFixAnswersTheLatestFetchOnTheMainQueueOnce) {
+  LocationManager::setAuthorizationStatus(AuthorizationStatus::AuthorizedWhenInUse);
+  auto manager = ZVLocationManager::create();
+  Fixes replaced, fixes;
+  bool onMain = false;
+  manager->fetchLocation(replaced.callback());
+  manager->fetchLocation([&](std::optional<Location> fix) {
+    onMain = platform::MainQueue::shared().isCurrent();
+    fixes.got.push_back(fix);
+  });
+  EXPECT_TRUE(manager->locationManager()->isRequestingLocation());
+  LocationManager::failPendingRequests(Error("kCLErrorDomain", 0));
+  platform::MainQueue::shared().runUntilIdle();
+  ASSERT_TRUE(manager->hasPendingCallback());
+  manager->locationManager()->requestLocation();
+  LocationManager::deliverLocations({Location(12.97, 77.59), Location(1, 1)});
+  EXPECT_TRUE(fixes.got.empty());
+  platform::MainQueue::shared().runUntilIdle();
+  EXPECT_TRUE(replaced.got.empty());
+  ASSERT_EQ(fixes.got.size(), 1u);
+  EXPECT_EQ(fixes.got[0]->coordinate.latitude, 12.97);
+  EXPECT_TRUE(onMain);
+  EXPECT_FALSE(manager->hasPendingCallback());
+
+  manager->locationManager()->requestLocation();
+  LocationManager::deliverLocations({Location(2, 2)});
+  platform::MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(fixes.got.size(), 1u);
+
+  manager->fetchLocation(fixes.callback());
+  LocationManager::deliverLocations({});
+  platform::MainQueue::shared().runUntilIdle();
+  ASSERT_EQ(fixes.got.size(), 2u);
+  EXPECT_FALSE(fixes.got[1]);
+  EXPECT_FALSE(manager->hasPendingCallback());
+
+  // Denied access answers at once with nothing and asks no fix; the callback stays stored until
+  // a fix or a newer fetch replaces it.
+  LocationManager::setAuthorizationStatus(AuthorizationStatus::Denied);
+  manager->fetchLocation(fixes.callback());
+  ASSERT_EQ(fixes.got.size(), 3u);
+  EXPECT_FALSE(fixes.got[2]);
+  EXPECT_FALSE(manager->locationManager()->isRequestingLocation());
+  EXPECT_TRUE(manager->hasPendingCallback());
+
+  LocationManager::setAuthorizationStatus(AuthorizationStatus::AuthorizedAlways);
+  LocationManager::setSimulatedLocation(Location(5, 6));
+  manager->fetchLocation(fixes.callback());
+  manager.reset();
+  platform::MainQueue::shared().runUntilIdle();
+  EXPECT_EQ(fixes.got.size(), 3u);
 }
 
 using RequestBuilderDeathTest = RequestBuilderTest;

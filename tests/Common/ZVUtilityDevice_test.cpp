@@ -1,7 +1,9 @@
+// The utilities the request and the ad objects read: the app, the device, the time, the user agent,
+// the logger and the SDK's error records.
+#include <zorva/ZorvaSDK.h>
 #include <zorva/platform/AdvertisingIdentifierManager.h>
 #include <zorva/platform/Application.h>
 #include <zorva/platform/Bundle.h>
-#include <zorva/platform/Device.h>
 #include <zorva/platform/DeviceProfile.h>
 #include <zorva/platform/HeadlessWebEngine.h>
 #include <zorva/platform/MainQueue.h>
@@ -15,20 +17,16 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <fstream>
 
+#include "Common/ZVLog.h"
 #include "Common/ZVUtility.h"
+#include "support/TestEnvironment.h"
 
 namespace zorva {
 namespace {
 
 using platform::InterfaceOrientation;
-
-// Sets the SIM's carrier: its country, mobile country code and network code.
-void useCarrier(std::optional<std::string> iso, std::optional<std::string> mcc,
-                std::optional<std::string> mnc) {
-  platform::TelephonyNetworkInfo::setSubscriberCarrier(
-      platform::Carrier{"Jio", std::move(iso), std::move(mcc), std::move(mnc)});
-}
 
 TEST(ZVUtilityApp, AppNameFallsThroughDisplayNameBundleNameAndProcessName) {
   auto& bundle = platform::Bundle::mainBundle();
@@ -45,24 +43,22 @@ TEST(ZVUtilityApp, AppNameFallsThroughDisplayNameBundleNameAndProcessName) {
   EXPECT_EQ(ZVUtility::appName(), "Montré");
 }
 
-// The tracking flag passes through uninverted; the device type follows the idiom.
+// The tracking flag passes through uninverted (enabled, the request's "lmt" is 1); a tablet is
+// device type 5 (a phone's 4 and a TV's none are in the request's tests).
 TEST(ZVUtilityDevice, LimitAdTrackingAndDeviceType) {
-  auto& manager = platform::AdvertisingIdentifierManager::sharedManager();
-  manager.setAdvertisingTrackingEnabled(true);
-  EXPECT_EQ(ZVUtility::limitAdTracking(), 1);
-  manager.setAdvertisingTrackingEnabled(false);
+  platform::AdvertisingIdentifierManager::sharedManager().setAdvertisingTrackingEnabled(false);
   EXPECT_EQ(ZVUtility::limitAdTracking(), 0);
-
-  EXPECT_EQ(ZVUtility::deviceType(), 4);
   platform::DeviceProfile::tablet().apply();
   EXPECT_EQ(ZVUtility::deviceType(), 5);
-  platform::Device::currentDevice().setUserInterfaceIdiom(platform::UserInterfaceIdiom::TV);
-  EXPECT_EQ(ZVUtility::deviceType(), std::nullopt);
 }
 
-// The operator code needs both codes; the country code maps the SIM's country and keeps only a
-// hit for the process.
+// The operator code needs both codes; the country code maps the SIM's country through the
+// standard's table and three codes still on SIMs, and keeps only a hit for the process.
 TEST(ZVUtilityOperator, MccmncNeedsBothCodesAndTheCountryCodeCachesOnlyAHit) {
+  const auto useCarrier = [](std::optional<std::string> iso, std::optional<std::string> mcc,
+                             std::optional<std::string> mnc) {
+    platform::TelephonyNetworkInfo::setSubscriberCarrier(platform::Carrier{"Jio", iso, mcc, mnc});
+  };
   useCarrier("in", std::nullopt, "45");
   EXPECT_EQ(ZVUtility::mccmnc(), std::nullopt);
   useCarrier("zz", "404", "");
@@ -80,9 +76,21 @@ TEST(ZVUtilityOperator, MccmncNeedsBothCodesAndTheCountryCodeCachesOnlyAHit) {
   ZVUtility::resetCachesForTesting();
   useCarrier("xk", "221", "01");
   EXPECT_EQ(ZVUtility::countryCode(), "XKX");
+
+  const char* isoCodes = "/usr/share/iso-codes/json/iso_3166-1.json";
+  std::ifstream file(isoCodes);
+  ASSERT_TRUE(file) << isoCodes << " is missing: scripts/setup installs iso-codes";
+  const auto standard = Value::parse(file)["3166-1"];
+  ASSERT_EQ(standard.size(), 249u);
+  auto expected = std::map<std::string, std::string>{{"XK", "XKX"}, {"CS", "SCG"}, {"AN", "ANT"}};
+  for (const auto& country : standard) {
+    expected[country["alpha_2"].get<std::string>()] = country["alpha_3"].get<std::string>();
+  }
+  EXPECT_EQ(ZVUtility::countryCodeDictionary(), expected);
 }
 
-TEST(ZVUtilityTime, CurrentTimeIsSecondsPrecisionLocalTime) {
+// The time is local to the second; the zone is the system's, changed after the formatter exists.
+TEST(ZVUtilityTime, CurrentTimeIsSecondsPrecisionLocalTimeInTheSystemZone) {
   const std::string now = ZVUtility::currentTime();
   // Checked by hand: GCC 12's <regex> trips -Wmaybe-uninitialized in the sanitizer build.
   const std::string shape = "dddd-dd-dd dd:dd:dd";
@@ -92,67 +100,57 @@ TEST(ZVUtilityTime, CurrentTimeIsSecondsPrecisionLocalTime) {
                                 : now[i] == shape[i])
         << now;
   }
-}
-
-TEST(ZVUtilityTime, CurrentTimeZoneIsTheSystemZonesOffset) {
-  ZVUtility::currentTime();  // the shared formatter exists before the zone changes
-  platform::TimeZone::setSystemTimeZone(*platform::TimeZone::timeZoneWithName("Asia/Kolkata"));
-  EXPECT_EQ(ZVUtility::currentTimeZone(), "+05:30");
-  platform::TimeZone::setSystemTimeZone(platform::TimeZone::timeZoneForSecondsFromGMT(-8 * 3600));
-  EXPECT_EQ(ZVUtility::currentTimeZone(), "-08:00");
-  platform::TimeZone::setSystemTimeZone(*platform::TimeZone::timeZoneWithName("UTC"));
-  EXPECT_EQ(ZVUtility::currentTimeZone(), "Z");
-}
-
-struct OrientationCase {
-  const char* system;
-  platform::DeviceProfile profile;
-  InterfaceOrientation statusBar;
-  std::optional<InterfaceOrientation> scene;  // absent: the key window has no scene
-  int orientation;
-  ZVAdSize size;
-  bool keyWindow = true;
-};
-
-// Names the case in test listings: system, idiom and expected size.
-void PrintTo(const OrientationCase& c, std::ostream* os) {
-  *os << "system " << c.system << ", " << c.profile.model << ", " << c.size.width << "x"
-      << c.size.height;
-}
-
-class ZVUtilityOrientation : public testing::TestWithParam<OrientationCase> {};
-
-TEST_P(ZVUtilityOrientation, FollowsTheSceneFrom13AndTheStatusBarBefore) {
-  const auto& c = GetParam();
-  auto profile = c.profile;
-  profile.systemVersion = c.system;
-  profile.apply();
-  if (c.keyWindow) {
-    auto window = profile.makeKeyWindow(platform::ViewController::create());
-    window->setWindowScene(c.scene ? platform::WindowScene::create(*c.scene) : nullptr);
+  using platform::TimeZone;
+  for (const auto& [zone, offset] :
+       {std::pair(*TimeZone::timeZoneWithName("Asia/Kolkata"), "+05:30"),
+        {TimeZone::timeZoneForSecondsFromGMT(-8 * 3600), "-08:00"},
+        {*TimeZone::timeZoneWithName("UTC"), "Z"}}) {
+    TimeZone::setSystemTimeZone(zone);
+    EXPECT_EQ(ZVUtility::currentTimeZone(), offset);
   }
-  platform::Application::shared().setStatusBarOrientation(c.statusBar);
-  EXPECT_EQ(ZVUtility::orientation(), c.orientation);
-  EXPECT_EQ(ZVUtility::interstitialDefaultSize(), c.size);
 }
 
-std::vector<OrientationCase> orientationCases() {
+// The interstitial's size follows the orientation, for a phone or a tablet only.
+TEST(ZVUtilityOrientation, FollowsTheSceneFrom13AndTheStatusBarBefore) {
   using enum InterfaceOrientation;
+  struct Case {
+    const char* system;
+    platform::DeviceProfile profile;
+    InterfaceOrientation statusBar;
+    std::optional<InterfaceOrientation> scene;  // absent: the key window has no scene
+    int orientation;
+    ZVAdSize size;
+    bool keyWindow = true;
+  };
   const auto phone = platform::DeviceProfile::phone();
   const auto tablet = platform::DeviceProfile::tablet();
   auto carPlay = phone;
   carPlay.idiom = platform::UserInterfaceIdiom::CarPlay;
-  return {{"17.0", phone, LandscapeLeft, Portrait, 0, {320, 480}},
-          {"13.0", phone, Portrait, LandscapeRight, 1, {480, 320}},
-          {"12.4", phone, LandscapeLeft, Portrait, 1, {480, 320}},
-          {"12.4", tablet, PortraitUpsideDown, std::nullopt, 0, {768, 1024}},
-          {"16.0", tablet, Portrait, LandscapeLeft, 1, {1024, 768}},
-          {"17.0", phone, Portrait, std::nullopt, -1, {0, 0}},
-          {"17.0", phone, Portrait, std::nullopt, -1, {0, 0}, false},
-          {"12.0", phone, Unknown, std::nullopt, -1, {0, 0}},
-          {"17.0", carPlay, Portrait, Portrait, 0, {0, 0}}};
+  const Case cases[] = {{"17.0", phone, LandscapeLeft, Portrait, 0, {320, 480}},
+                        {"13.0", phone, Portrait, LandscapeRight, 1, {480, 320}},
+                        {"12.4", phone, LandscapeLeft, Portrait, 1, {480, 320}},
+                        {"12.4", tablet, PortraitUpsideDown, std::nullopt, 0, {768, 1024}},
+                        {"16.0", tablet, Portrait, LandscapeLeft, 1, {1024, 768}},
+                        {"17.0", phone, Portrait, std::nullopt, -1, {0, 0}},
+                        {"17.0", phone, Portrait, std::nullopt, -1, {0, 0}, false},
+                        {"12.0", phone, Unknown, std::nullopt, -1, {0, 0}},
+                        {"17.0", carPlay, Portrait, Portrait, 0, {0, 0}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.system) + " " + c.profile.model + " " +
+                 std::to_string(c.size.width));
+    test::resetProcessState();
+    auto profile = c.profile;
+    profile.systemVersion = c.system;
+    profile.apply();
+    if (c.keyWindow) {
+      auto window = profile.makeKeyWindow(platform::ViewController::create());
+      window->setWindowScene(c.scene ? platform::WindowScene::create(*c.scene) : nullptr);
+    }
+    platform::Application::shared().setStatusBarOrientation(c.statusBar);
+    EXPECT_EQ(ZVUtility::orientation(), c.orientation);
+    EXPECT_EQ(ZVUtility::interstitialDefaultSize(), c.size);
+  }
 }
-INSTANTIATE_TEST_SUITE_P(Cases, ZVUtilityOrientation, testing::ValuesIn(orientationCases()));
 
 // arrayForData wraps a dictionary and drops scalars; queryString joins descriptions unencoded.
 TEST(ZVUtilityDictionaries, ArrayForDataAndQueryString) {
@@ -172,64 +170,80 @@ TEST(ZVUtilityDictionaries, ArrayForDataAndQueryString) {
   EXPECT_EQ(ZVUtility::queryString(Value::object()), "");
 }
 
-// --- user agent ---
-
-struct Answers {
-  std::vector<std::optional<std::string>> got;
-  std::function<void(std::optional<std::string>)> callback() {
-    return [this](std::optional<std::string> ua) { got.push_back(std::move(ua)); };
-  }
-};
-
-std::shared_ptr<platform::HeadlessWebEngine> onlyEngine() {
-  auto engines = platform::HeadlessWebEngine::liveEngines();
-  EXPECT_EQ(engines.size(), 1u);
-  return engines.empty() ? nullptr : engines.front();
-}
-
-TEST(ZVUtilityUserAgent, TheWebViewLivesUntilTheScriptEndsAndOnlyAResultIsCached) {
+TEST(ZVUtilityUserAgent, TheWebViewLivesUntilTheScriptEndsAndOnlyTheLastResultIsCached) {
   platform::HeadlessWebEngine::setAutomaticByDefault(false);
-  Answers answers;
+  std::vector<std::optional<std::string>> got;
+  const auto callback = [&got](std::optional<std::string> ua) { got.push_back(std::move(ua)); };
 
   // An error is answered with nothing; neither result nor error is not answered at all. Either
   // way the web view lives, held by nobody but the pending script, until the script ends.
   for (const std::optional<Error>& error :
        {std::optional(Error("WKErrorDomain", 4)), std::optional<Error>()}) {
-    ZVUtility::userAgent(answers.callback());
-    auto engine = onlyEngine();
-    ASSERT_TRUE(engine);
-    EXPECT_EQ(engine->pendingScripts(), std::vector<std::string>{"navigator.userAgent"});
-    std::weak_ptr<platform::WebView> webView = engine->webView();
-    engine.reset();
+    ZVUtility::userAgent(callback);
+    auto engines = platform::HeadlessWebEngine::liveEngines();
+    ASSERT_EQ(engines.size(), 1u);
+    EXPECT_EQ(engines[0]->pendingScripts(), std::vector<std::string>{"navigator.userAgent"});
+    std::weak_ptr<platform::WebView> webView = engines[0]->webView();
+    engines.clear();
     platform::MainQueue::shared().runUntilIdle();
     ASSERT_FALSE(webView.expired());
     platform::HeadlessWebEngine::of(*webView.lock())->completeScript(std::nullopt, error);
     EXPECT_TRUE(webView.expired());
-    EXPECT_EQ(answers.got, std::vector<std::optional<std::string>>(1, std::nullopt));
+    EXPECT_EQ(got, std::vector<std::optional<std::string>>(1, std::nullopt));
   }
 
-  // Errors and silences were not cached: the next call runs the script again.
-  ZVUtility::userAgent(answers.callback());
-  onlyEngine()->completeScript(Value("Agent/1.0"), std::nullopt);
-  EXPECT_TRUE(platform::HeadlessWebEngine::liveEngines().empty());
-  // A result is: the next call answers at once, with no web view.
-  ZVUtility::userAgent(answers.callback());
-  EXPECT_TRUE(platform::HeadlessWebEngine::liveEngines().empty());
-  EXPECT_EQ(answers.got,
-            (std::vector<std::optional<std::string>>{std::nullopt, "Agent/1.0", "Agent/1.0"}));
-}
-
-TEST(ZVUtilityUserAgent, EarlyCallersEachRunTheirOwnWebViewAndTheLastSuccessWins) {
-  platform::HeadlessWebEngine::setAutomaticByDefault(false);
-  Answers answers;
-  ZVUtility::userAgent(answers.callback());
-  ZVUtility::userAgent(answers.callback());
+  // Errors and silences were not cached: the next calls run the script again, each its own web
+  // view, and the last success wins. A result is cached: the next call answers at once.
+  ZVUtility::userAgent(callback);
+  ZVUtility::userAgent(callback);
   auto engines = platform::HeadlessWebEngine::liveEngines();
   ASSERT_EQ(engines.size(), 2u);
   engines[1]->completeScript(Value("second"), std::nullopt);
   engines[0]->completeScript(Value("first"), std::nullopt);
-  ZVUtility::userAgent(answers.callback());
-  EXPECT_EQ(answers.got, (std::vector<std::optional<std::string>>{"second", "first", "first"}));
+  engines.clear();
+  EXPECT_TRUE(platform::HeadlessWebEngine::liveEngines().empty());
+  ZVUtility::userAgent(callback);
+  EXPECT_TRUE(platform::HeadlessWebEngine::liveEngines().empty());
+  EXPECT_EQ(got,
+            (std::vector<std::optional<std::string>>{std::nullopt, "second", "first", "first"}));
+}
+
+TEST(ZVLog, PrintsOnlyMessagesAtOrBelowTheCurrentLevel) {
+  test::LogCapture log;
+  ZV_LOG(3, "-[Test info]", "\nResponse - %s\n", "body");
+  EXPECT_TRUE(log.entries().empty());
+  ZV_LOG(1, "-[ZVAdLoader makeRequest:]", "\nError - %s\n", "refused");
+  ASSERT_EQ(log.entries().size(), 1u);
+  EXPECT_EQ(log.entries()[0].rfind("Zorva SDK: - E - ZVUtilityDevice_test.cpp #", 0), 0u);
+  EXPECT_NE(log.entries()[0].find(" -[ZVAdLoader makeRequest:] => \n\nError - refused\n\n"),
+            std::string::npos);
+
+  // At each level, of one message at each of levels 1 to 5, those up to the level print.
+  std::size_t printed = 1;
+  for (const unsigned long level : {3ul, 5ul, 0ul}) {
+    ZorvaSDK::setLevel(level);
+    for (int at = 1; at <= 5; ++at) ZV_LOG(at, "-[Test]", "%d", at);
+    printed += level;
+    EXPECT_EQ(log.entries().size(), printed) << level;
+  }
+  ZVLog::logWithLevel(0, __FILE__, "-[Test zero]", __LINE__, nullptr);
+  EXPECT_EQ(log.entries().size(), printed);
+}
+
+TEST(ZVUtility, ErrorsNameTheirCodeAndKeepIt) {
+  // A code without a name of its own is an internal error.
+  for (auto [code, text] : {std::pair(2, "RenderError(2) : x"),
+                            {4, "InterstitialAlreadyShown(4) : x"},
+                            {5, "InterstitialNotReady(5) : x"},
+                            {7, "InternalError(7) : x"}}) {
+    auto error = ZVUtility::errorWithCode(code, "x");
+    EXPECT_EQ(error.domain, "ZorvaSDK");
+    EXPECT_EQ(error.code, code);
+    EXPECT_EQ(error.localizedDescription(), text);
+  }
+  // The message goes through the app's translations.
+  platform::Bundle::mainBundle().setStringsTable("", {{"NoAdsError(0) : no fill", "Pas de pub"}});
+  EXPECT_EQ(ZVUtility::errorWithCode(0, "no fill").localizedDescription(), "Pas de pub");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <functional>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -14,28 +15,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-TEST(MainQueue, TasksPostedFromOtherThreadsRunInOrderOnTheMainThread) {
-  auto& queue = MainQueue::shared();
-  std::vector<int> order;
-  std::atomic<int> offMain{0};
-  std::thread poster([&] {
-    for (int i = 0; i < 100; ++i) {
-      queue.post([&, i] {
-        if (!queue.isCurrent()) ++offMain;
-        order.push_back(i);
-      });
-    }
-  });
-  poster.join();
-  EXPECT_TRUE(test::runMainQueueUntil([&] { return order.size() == 100; }));
-  EXPECT_EQ(offMain.load(), 0);
-  for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
-}
-
 // The handles are dropped at once: the queue keeps its timers alive until they fire. An
 // invalidated timer never runs and releases its action at once.
-TEST(MainQueue, VirtualTimersFireOnlyWhenTimeIsAdvancedInFireDateOrder) {
-  test::useVirtualClock();
+TEST(MainQueue, VirtualTimersFireOnlyWhenTimeIsAdvancedInFireDateOrderAndRepeatUntilInvalidated) {
+  auto clock = test::useVirtualClock();
   auto& queue = MainQueue::shared();
   std::vector<std::string> fired;
   queue.scheduleTimer(seconds(30), [&] { fired.push_back("30"); });
@@ -58,11 +41,44 @@ TEST(MainQueue, VirtualTimersFireOnlyWhenTimeIsAdvancedInFireDateOrder) {
   EXPECT_EQ(fired, (std::vector<std::string>{"10", "10+15"}));
   queue.advanceBy(milliseconds(1));
   EXPECT_EQ(fired, (std::vector<std::string>{"10", "10+15", "30"}));
+
+  // A repeating timer fires every interval until invalidated from its own action.
+  std::vector<TimePoint> times;
+  auto captured = std::make_shared<int>();
+  std::shared_ptr<Timer> timer;
+  timer = queue.scheduleRepeatingTimer(std::chrono::microseconds(2500), [&, captured] {
+    times.push_back(queue.now());
+    if (times.size() == 5) timer->invalidate();
+  });
+  const TimePoint start = queue.now();
+  watch = captured;
+  captured.reset();
+  queue.advanceBy(milliseconds(10));
+  ASSERT_EQ(times.size(), 4u);
+  for (std::size_t i = 0; i < times.size(); ++i) {
+    EXPECT_EQ(times[i] - start, std::chrono::microseconds(2500) * static_cast<int>(i + 1));
+  }
+  queue.advanceBy(milliseconds(100));
+  EXPECT_EQ(times.size(), 5u);
+  EXPECT_FALSE(timer->isValid());
+  EXPECT_TRUE(watch.expired());  // the action, released with the timer
+  EXPECT_FALSE(queue.nextFireDate().has_value());
+
+  // The clock jumps past twenty fire dates at once, as if the thread had been busy: one fire.
+  int count = 0;
+  auto busy = queue.scheduleRepeatingTimer(milliseconds(1), [&] { ++count; });
+  const auto firstDate = busy->fireDate();
+  clock->setNow(clock->now() + std::chrono::microseconds(20500));
+  queue.runUntilIdle();
+  EXPECT_EQ(count, 1);
+  EXPECT_GT(busy->fireDate(), queue.now());
+  EXPECT_EQ((busy->fireDate() - firstDate) % milliseconds(1), Duration::zero());
+  busy->invalidate();
 }
 
-// A real-clock timer fires in runUntil, which otherwise gives up; stop ends run from another
-// thread.
-TEST(MainQueue, RealClockTimersFireAndStopEndsRunFromAnotherThread) {
+// A real-clock timer fires in runUntil, which otherwise gives up. Tasks posted from another thread
+// run in order on the main thread, and stop ends run from there.
+TEST(MainQueue, RealClockTimersFireAndOtherThreadsPostInOrderAndStopRun) {
   auto& queue = MainQueue::shared();
   bool fired = false;
   auto timer = queue.scheduleTimer(milliseconds(20), [&] { fired = true; });
@@ -79,52 +95,23 @@ TEST(MainQueue, RealClockTimersFireAndStopEndsRunFromAnotherThread) {
   spin = false;
   queue.runUntilIdle();
 
-  int ran = 0;
-  queue.post([&] { ++ran; });
-  std::thread stopper([&] {
-    queue.post([&] { ++ran; });
+  std::vector<int> order, expected(100);
+  std::iota(expected.begin(), expected.end(), 0);
+  std::atomic<int> offMain{0};
+  std::thread poster([&] {
+    for (int i : expected) {
+      queue.post([&, i] {
+        offMain += !queue.isCurrent();
+        order.push_back(i);
+      });
+    }
     queue.stop();
   });
   queue.run();
-  stopper.join();
+  poster.join();
   queue.runUntilIdle();
-  EXPECT_EQ(ran, 2);
-}
-
-TEST(MainQueue, RepeatingTimerFiresEveryIntervalUntilInvalidatedFromItsOwnAction) {
-  auto clock = test::useVirtualClock();
-  auto& queue = MainQueue::shared();
-  std::vector<TimePoint> fired;
-  auto captured = std::make_shared<int>();
-  std::shared_ptr<Timer> timer;
-  timer = queue.scheduleRepeatingTimer(std::chrono::microseconds(2500), [&, captured] {
-    fired.push_back(queue.now());
-    if (fired.size() == 5) timer->invalidate();
-  });
-  const TimePoint start = queue.now();
-  const std::weak_ptr<int> watch = captured;
-  captured.reset();
-  queue.advanceBy(milliseconds(10));
-  ASSERT_EQ(fired.size(), 4u);
-  for (std::size_t i = 0; i < fired.size(); ++i) {
-    EXPECT_EQ(fired[i] - start, std::chrono::microseconds(2500) * static_cast<int>(i + 1));
-  }
-  queue.advanceBy(milliseconds(100));
-  EXPECT_EQ(fired.size(), 5u);
-  EXPECT_FALSE(timer->isValid());
-  EXPECT_TRUE(watch.expired());  // the action, released with the timer
-  EXPECT_FALSE(queue.nextFireDate().has_value());
-
-  // The clock jumps past twenty fire dates at once, as if the thread had been busy: one fire.
-  int count = 0;
-  auto busy = queue.scheduleRepeatingTimer(milliseconds(1), [&] { ++count; });
-  const auto firstDate = busy->fireDate();
-  clock->setNow(clock->now() + std::chrono::microseconds(20500));
-  queue.runUntilIdle();
-  EXPECT_EQ(count, 1);
-  EXPECT_GT(busy->fireDate(), queue.now());
-  EXPECT_EQ((busy->fireDate() - firstDate) % milliseconds(1), Duration::zero());
-  busy->invalidate();
+  EXPECT_EQ(offMain.load(), 0);
+  EXPECT_EQ(order, expected);
 }
 
 }  // namespace

@@ -1,7 +1,13 @@
+#include <zorva/platform/Application.h>
 #include <zorva/platform/Button.h>
+#include <zorva/platform/DeviceProfile.h>
 #include <zorva/platform/LayoutConstraint.h>
+#include <zorva/platform/MainQueue.h>
 #include <zorva/platform/ProgressView.h>
+#include <zorva/platform/SafariViewController.h>
+#include <zorva/platform/StoreProductViewController.h>
 #include <zorva/platform/View.h>
+#include <zorva/platform/ViewController.h>
 #include <zorva/platform/Window.h>
 
 #include <gtest/gtest.h>
@@ -28,7 +34,7 @@ class WatchingView : public View {
 
 // A linear video plays whenever it hears of a window change, so a move inside the same window
 // must not count as one.
-TEST(View, AMovedTreeHearsOfWindowChangesAndLayersAndConstraintsKeepTheirPlace) {
+TEST(View, AMovedTreeHearsOfWindowChangesLayersAndConstraintsKeepTheirPlaceTouchesTravelUp) {
   auto window = Window::create(Rect(0, 0, 320, 480));
   auto parent = View::create();
   auto child = WatchingView::create();
@@ -59,11 +65,9 @@ TEST(View, AMovedTreeHearsOfWindowChangesAndLayersAndConstraintsKeepTheirPlace) 
                                             view, LayoutAttribute::Leading, 1, 0)});
   view->layoutIfNeeded();
   EXPECT_EQ(pinned->frame(), Rect(5, 5, 10, 10));
-}
 
-// The linear player's test that a tap goes no further than the player means something only if
-// touches do travel up by default. A progress bar stays within zero and one.
-TEST(View, TouchesTravelUpToTheFirstViewThatHandlesThemAndProgressStaysWithinBounds) {
+  // The linear player's test that a tap goes no further than the player means something only if
+  // touches do travel up by default. A progress bar stays within zero and one.
   auto holder = View::create();
   auto button = Button::buttonWithType(ButtonType::Custom);
   auto inner = View::create();
@@ -80,6 +84,68 @@ TEST(View, TouchesTravelUpToTheFirstViewThatHandlesThemAndProgressStaysWithinBou
   EXPECT_EQ(bar->progress(), 1.0f);
   bar->setProgress(std::nanf(""));  // 0 / 0 from a media of no duration
   EXPECT_EQ(bar->progress(), 0.0f);
+}
+
+class CountingController : public ViewController {
+ public:
+  static std::shared_ptr<CountingController> create() {
+    return std::shared_ptr<CountingController>(new CountingController());
+  }
+  void viewDidLoad() override {
+    ViewController::viewDidLoad();
+    ++loads;
+  }
+  int loads = 0;
+};
+
+// A view is loaded once, on first use. Presenting completes on a later turn with the view in the
+// key window; a presenter taking its controller down keeps it alive until the completion has run.
+TEST(ViewController, PresentedControllersAreKeptUntilTheirCompletionsHaveRun) {
+  auto root = ViewController::create();
+  auto other = DeviceProfile::phone().makeKeyWindow(ViewController::create());
+  auto window = DeviceProfile::phone().makeKeyWindow(root);
+  EXPECT_FALSE(other->isKeyWindow());
+  EXPECT_EQ(Application::shared().keyWindow(), window);
+  auto modal = CountingController::create();
+  EXPECT_FALSE(modal->isViewLoaded());
+  bool presented = false;
+  root->presentViewController(modal, true, [&] { presented = true; });
+  EXPECT_EQ(root->presentedViewController(), modal);
+  EXPECT_EQ(modal->presentingViewController(), root);
+  auto view = modal->view();
+  EXPECT_EQ(modal->view(), view);
+  EXPECT_EQ(modal->loads, 1);
+  EXPECT_EQ(view->window(), window);
+  EXPECT_FALSE(presented);
+  MainQueue::shared().runUntilIdle();
+  EXPECT_TRUE(presented);
+
+  std::weak_ptr<ViewController> watch = modal;
+  modal.reset();
+  bool aliveInCompletion = false;
+  root->dismissViewControllerAnimated(false, [&] { aliveInCompletion = !watch.expired(); });
+  EXPECT_EQ(root->presentedViewController(), nullptr);
+  EXPECT_EQ(view->window(), nullptr);
+  MainQueue::shared().runUntilIdle();
+  EXPECT_TRUE(aliveInCompletion);
+  EXPECT_TRUE(watch.expired());
+}
+
+// What the link resolver's tests do not show of the two presentable controllers: a host finishing
+// a sheet's load (the demo does) and the addresses the browser takes.
+TEST(StoreProductViewController, KeepsTheLatestLoadAndTheBrowserOpensOnlyWebAddresses) {
+  auto sheet = StoreProductViewController::create();
+  std::vector<std::string> completions;
+  sheet->loadProductWithParameters({{"id", 1}}, [&](bool, auto) { completions.push_back("1"); });
+  sheet->loadProductWithParameters({{"id", 2}}, [&](bool, auto) { completions.push_back("2"); });
+  EXPECT_EQ(sheet->productParameters(), Value({{"id", 2}}));
+  EXPECT_TRUE(sheet->finishLoading(true));
+  EXPECT_FALSE(sheet->finishLoading(true));
+  EXPECT_EQ(completions, std::vector<std::string>{"2"});
+  // The browser opens only web addresses, whatever their case.
+  EXPECT_EQ(SafariViewController::create(*URL::URLWithString("itms-apps://apps.example/id1")),
+            nullptr);
+  EXPECT_TRUE(SafariViewController::create(*URL::URLWithString("HTTP://Example.com/")));
 }
 
 }  // namespace

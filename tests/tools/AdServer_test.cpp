@@ -19,15 +19,6 @@ using namespace std::chrono_literals;
 using platform::Error;
 using platform::Value;
 
-// A server that logs nowhere, so that test output stays readable.
-std::unique_ptr<AdServer> startServer(AdServer::Options options = {}) {
-  options.log = nullptr;
-  std::optional<Error> error;
-  auto server = AdServer::start(std::move(options), &error);
-  EXPECT_TRUE(server) << (error ? error->localizedDescription() : "");
-  return server;
-}
-
 httplib::Result post(const std::string& baseUrl, const std::string& query, const std::string& body,
                      std::chrono::milliseconds timeout = 10s) {
   httplib::Client client(baseUrl);
@@ -41,8 +32,11 @@ Value bidOf(const httplib::Result& result) {
   return Value::parse(result->body).at("seatbid").at(0).at("bid").at(0);
 }
 
-TEST(AdServer, BidsEchoTheRequestWithSkadnAndSizesFromTheImpression) {
-  auto server = startServer();
+TEST(AdServer, BidsEchoTheRequestATakenPortIsReportedAndStopCutsADelayedAnswerShort) {
+  std::optional<Error> error;
+  auto server = AdServer::start({.host = "localhost", .slowDelay = 60s, .log = nullptr}, &error);
+  ASSERT_TRUE(server);
+  EXPECT_EQ(server->baseUrl(), "http://127.0.0.1:" + std::to_string(server->port()));
   auto result = post(server->baseUrl(), "pid=p1&aid=banner",
                      R"({"id": "REQ-1", "imp": [{"id": "IMP-1", "banner": {"w": 320, "h": 50},)"
                      R"( "ext": {"skadn": {"version": "2.0", "sourceapp": "987"}}}]})");
@@ -64,22 +58,19 @@ TEST(AdServer, BidsEchoTheRequestWithSkadnAndSizesFromTheImpression) {
   ASSERT_TRUE(part);
   EXPECT_EQ(part->status, 206);
   EXPECT_EQ(part->body, "ftyp");
-}
 
-TEST(AdServer, StopCutsADelayedAnswerShortAndATakenPortIsReported) {
-  auto hanging = startServer({.host = "localhost", .slowDelay = 60s});
-  EXPECT_EQ(hanging->baseUrl(), "http://127.0.0.1:" + std::to_string(hanging->port()));
-  std::optional<Error> error;
-  EXPECT_FALSE(AdServer::start({.port = hanging->port(), .log = nullptr}, &error));
+  // A taken port is reported.
+  EXPECT_FALSE(AdServer::start({.port = server->port(), .log = nullptr}, &error));
   EXPECT_EQ(error->code, Campaign::kCannotListen);
   EXPECT_NE(error->localizedDescription().find("Address already in use"), std::string::npos)
       << error->localizedDescription();
 
+  const auto seen = server->requests().size();
   auto answer = std::async(std::launch::async,
-                           [&] { return post(hanging->baseUrl(), "pid=p&aid=slow", "{}", 120s); });
-  while (hanging->requests().empty()) std::this_thread::yield();
+                           [&] { return post(server->baseUrl(), "pid=p&aid=slow", "{}", 120s); });
+  while (server->requests().size() == seen) std::this_thread::yield();
   auto before = std::chrono::steady_clock::now();
-  hanging->stop();
+  server->stop();
   answer.get();
   EXPECT_LT(std::chrono::steady_clock::now() - before, 30s);  // half the delay it would wait
 }
@@ -94,12 +85,8 @@ class CampaignsFile : public testing::Test {
   std::string path_ = testing::TempDir() + "campaigns-" + std::to_string(getpid()) + ".json";
 };
 
-test::Subprocess adserver(std::vector<std::string> args) {
-  return test::Subprocess(ZORVA_ADSERVER_EXECUTABLE, std::move(args));
-}
-
 TEST_F(CampaignsFile, ExecutableRefusesBadCommandLinesAndCampaignFilesWithAClearMessage) {
-  auto help = adserver({"--help"});
+  test::Subprocess help(ZORVA_ADSERVER_EXECUTABLE, {"--help"});
   EXPECT_EQ(help.finish(), 0);
   EXPECT_TRUE(help.out.starts_with("Usage: zorva-adserver [options]\n")) << help.out;
   const auto expectRefused = [](std::vector<std::string> args, int status, const std::string& m) {
@@ -121,8 +108,9 @@ TEST_F(CampaignsFile, ExecutableRefusesBadCommandLinesAndCampaignFilesWithAClear
   }
 }
 
-TEST_F(CampaignsFile, ExecutableServesFileCampaignsInPlaceOfBuiltInsLogsAndStopsOnSigterm) {
-  auto tool = adserver({"--campaigns", write(R"([
+// It stops on SIGTERM or SIGINT; asked to be hostile, it misbehaves as its mode says.
+TEST_F(CampaignsFile, ExecutableServesFileCampaignsOrMisbehavesAndStopsOnASignal) {
+  test::Subprocess tool(ZORVA_ADSERVER_EXECUTABLE, {"--campaigns", write(R"([
     {"aid": "banner", "adm": "<p>house</p>", "w": 300, "h": 250},
     {"aid": "mine", "vast": "<VAST><Ad><Wrapper><VASTAdTagURI>{{BASE_URL}}/x</VASTAdTagURI></Wrapper></Ad></VAST>"},
     {"aid": "down", "status": 503, "raw_body": "maintenance"}
@@ -150,18 +138,16 @@ TEST_F(CampaignsFile, ExecutableServesFileCampaignsInPlaceOfBuiltInsLogsAndStops
   tool.signal(SIGTERM);
   EXPECT_EQ(tool.finish(), 0);
   EXPECT_NE(tool.out.find("stopping"), std::string::npos);
-}
 
-TEST(AdServer, ExecutableMisbehavesAsItsHostileModeSays) {
-  auto tool = adserver({"--hostile", "500-body"});
-  std::string first = tool.readLine();
+  test::Subprocess hostile(ZORVA_ADSERVER_EXECUTABLE, {"--hostile", "500-body"});
+  first = hostile.readLine();
   ASSERT_TRUE(first.starts_with("zorva-adserver (hostile: 500-body) listening on ")) << first;
   auto answer = post(first.substr(first.rfind(' ') + 1), "pid=p&aid=banner", "{}");
   ASSERT_TRUE(answer);
   EXPECT_EQ(answer->status, 500);
   EXPECT_EQ(Value::parse(answer->body)["seatbid"][0]["bid"][0]["w"], 320);
-  tool.signal(SIGINT);
-  EXPECT_EQ(tool.finish(), 0);
+  hostile.signal(SIGINT);
+  EXPECT_EQ(hostile.finish(), 0);
 }
 
 }  // namespace

@@ -56,11 +56,12 @@ class Subprocess {
     return line;
   }
   /// Reads both outputs to their end (so a full pipe never stalls the program), then returns the
-  /// exit status.
+  /// exit status; a program silent for two minutes is taken as hung and killed.
   int finish() {
     std::string* texts[] = {&out, &err};
     pollfd fds[] = {{fds_[0], POLLIN, 0}, {fds_[1], POLLIN, 0}};
-    for (int open = 2; open > 0 && poll(fds, 2, 120'000) > 0;) {
+    int open = 2;
+    while (open > 0 && poll(fds, 2, 120'000) > 0) {
       for (int i = 0; i < 2; ++i) {
         if (fds[i].fd < 0 || !fds[i].revents) continue;
         char buffer[4096];
@@ -73,6 +74,7 @@ class Subprocess {
         }
       }
     }
+    if (open > 0) kill(pid_, SIGKILL);
     int status = 0;
     waitpid(pid_, &status, 0);
     pid_ = 0;

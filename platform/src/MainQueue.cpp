@@ -259,13 +259,16 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, Duration timeou
     // Checked before each item: a queue that is never idle (a timer due again by the time the
     // predicate has looked) must not hold the caller past its deadline.
     if (std::chrono::steady_clock::now() >= deadline) return false;
-    if (runOneReadyItem()) continue;
+    // With an outside loop, the loop runs the queue's ready work between its own events (a
+    // screen to draw, a pipeline's message), so that neither starves while the other is busy;
+    // alone, the queue runs one item and looks again. (The loop is set and read on this thread.)
+    if (!eventLoop_ && runOneReadyItem()) continue;
     std::unique_lock lock(mutex_);
     if (stopRequested_) {
       stopRequested_ = false;
       return predicate();
     }
-    if (!tasks_.empty()) continue;
+    if (!eventLoop_ && !tasks_.empty()) continue;
     // The predicate may watch other threads, which do not wake the queue: look again often.
     auto wakeAt =
         std::min(deadline, std::chrono::steady_clock::now() + std::chrono::milliseconds(2));

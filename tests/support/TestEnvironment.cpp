@@ -19,6 +19,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdlib>
 
@@ -87,8 +88,14 @@ std::shared_ptr<platform::VirtualClock> useVirtualClock() {
   return clock;
 }
 
+double timeScale() {
+  static const char* value = std::getenv("ZORVA_TEST_TIME_SCALE");
+  return value ? std::max(1.0, std::atof(value)) : 1.0;
+}
+
 bool runMainQueueUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {
-  return platform::MainQueue::shared().runUntil(predicate, timeout);
+  return platform::MainQueue::shared().runUntil(
+      predicate, std::chrono::duration_cast<std::chrono::milliseconds>(timeout * timeScale()));
 }
 
 LogCapture::LogCapture() : state_(std::make_shared<State>()) {

@@ -19,7 +19,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <clocale>
 #include <cstdlib>
 
@@ -90,7 +89,7 @@ std::shared_ptr<platform::VirtualClock> useVirtualClock() {
 
 double timeScale() {
   static const char* value = std::getenv("ZORVA_TEST_TIME_SCALE");
-  return value ? std::max(1.0, std::atof(value)) : 1.0;
+  return value ? std::atof(value) : 1.0;
 }
 
 bool runMainQueueUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {

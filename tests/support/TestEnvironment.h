@@ -21,12 +21,10 @@ void resetProcessState();
 /// Switches the main queue to a virtual clock and returns it.
 std::shared_ptr<platform::VirtualClock> useVirtualClock();
 
-/// How many times longer than written a real-time wait may last: ZORVA_TEST_TIME_SCALE, set by
-/// the sanitizer builds' test presets (at least 1).
+/// How many times longer real-time waits may last: ZORVA_TEST_TIME_SCALE (sanitizer builds), or 1.
 double timeScale();
 
-/// Runs the main queue until `predicate` holds, for at most `timeout` (times `timeScale()`) of
-/// real time.
+/// Runs the main queue until `predicate` holds, for at most `timeout` × `timeScale()` of real time.
 bool runMainQueueUntil(const std::function<bool()>& predicate,
                        std::chrono::milliseconds timeout = std::chrono::seconds(10));
 

@@ -88,8 +88,7 @@ std::shared_ptr<platform::VirtualClock> useVirtualClock() {
 }
 
 double timeScale() {
-  static const char* value = std::getenv("ZORVA_TEST_TIME_SCALE");
-  return value ? std::atof(value) : 1.0;
+  return std::getenv("ZORVA_TEST_TIME_SCALE") ? std::atof(std::getenv("ZORVA_TEST_TIME_SCALE")) : 1;
 }
 
 bool runMainQueueUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {

@@ -21,8 +21,7 @@ void resetProcessState();
 /// Switches the main queue to a virtual clock and returns it.
 std::shared_ptr<platform::VirtualClock> useVirtualClock();
 
-/// How many times longer real-time waits may last: ZORVA_TEST_TIME_SCALE (sanitizer builds), or 1.
-double timeScale();
+double timeScale();  // ZORVA_TEST_TIME_SCALE (the sanitizer builds' presets set it), or 1
 
 /// Runs the main queue until `predicate` holds, for at most `timeout` × `timeScale()` of real time.
 bool runMainQueueUntil(const std::function<bool()>& predicate,

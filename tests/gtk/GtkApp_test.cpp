@@ -10,6 +10,7 @@
 #include <functional>
 #include <thread>
 
+#include "support/TestEnvironment.h"
 #include "support/XScreen.h"
 #include "tools/Subprocess.h"
 #include "zorva-adserver/AdServer.h"
@@ -65,10 +66,10 @@ class GtkAppTest : public testing::Test {
     return false;
   }
 
-  // Polls the app's window on the screen (at most 10 s) until `seen` holds for it; `window` and
-  // `shot` keep the last look.
+  // Polls the app's window on the screen (at most 10 s, scaled) until `seen` holds for it;
+  // `window` and `shot` keep the last look.
   bool waitFor(const std::function<bool(const TopLevel&, const Screenshot&)>& seen) {
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 100 * timeScale(); ++i) {
       if (auto found = screen.findWindow(kTitle)) {
         window = *found;
         shot = screen.grab(window.x, window.y, window.width, window.height);

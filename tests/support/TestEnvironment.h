@@ -21,7 +21,9 @@ void resetProcessState();
 /// Switches the main queue to a virtual clock and returns it.
 std::shared_ptr<platform::VirtualClock> useVirtualClock();
 
-/// Runs the main queue until `predicate` holds, for at most `timeout` of real time.
+double timeScale();  // ZORVA_TEST_TIME_SCALE (the sanitizer builds' presets set it), or 1
+
+/// Runs the main queue until `predicate` holds, for at most `timeout` × `timeScale()` of real time.
 bool runMainQueueUntil(const std::function<bool()>& predicate,
                        std::chrono::milliseconds timeout = std::chrono::seconds(10));
 

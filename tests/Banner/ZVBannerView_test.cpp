@@ -166,12 +166,16 @@ class InBannerVideoTest : public test::AdWorldTest {
 };
 
 // The request asks for a video impression though the loader is configured for display; receipt
-// shows nothing until playAd; the end is reported and further loads are refused.
-TEST_F(InBannerVideoTest, AVideoAdIsAskedForShownOnPlayAdAndReportedAtItsEnd) {
+// shows nothing until playAd; the end is reported and further loads are refused. Another video,
+// released during its playback, and one released during its load hear nothing more.
+TEST_F(InBannerVideoTest, AVideoAdIsShownOnPlayAdAndReportedAtItsEndAReleasedOneHearsNothing) {
+  auto handler = test::ObservingNetworkHandler::install();
   auto video = makeVideo();
+  auto playing = makeVideo();
   video->setFrame(platform::Rect(0, 0, 320, 180));  // not the ad's own size
   video->loadAd();
-  ASSERT_TRUE(waitFor("receive"));
+  playing->loadAd();
+  ASSERT_TRUE(waitFor("receive", 2));
   EXPECT_TRUE(recorder_.heard()[0].onMainThread);
   EXPECT_TRUE(video->subviews().empty());
   const Value imp = Value::parse(server_.requests().at(0).body)["imp"][0];
@@ -181,6 +185,7 @@ TEST_F(InBannerVideoTest, AVideoAdIsAskedForShownOnPlayAdAndReportedAtItsEnd) {
   EXPECT_FALSE(ZVInBannerVideo::Impl::of(*video).adLoader()->config()->isVideo);
 
   video->playAd();
+  playing->playAd();
   auto view = ZVInBannerVideo::Impl::of(*video).player()->playerView();
   EXPECT_EQ(video->subviews(), std::vector<std::shared_ptr<platform::View>>{view});
   video->layoutIfNeeded();
@@ -199,37 +204,26 @@ TEST_F(InBannerVideoTest, AVideoAdIsAskedForShownOnPlayAdAndReportedAtItsEnd) {
   // VAST players never report a start, so the video stays "loading" until its end.
   MainQueue::shared().advanceBy(seconds(2));
   EXPECT_EQ(video->state(), 1);
-  MainQueue::shared().advanceBy(seconds(20));
-  ASSERT_TRUE(waitFor("finish"));
-  EXPECT_EQ(video->state(), 3);
-  EXPECT_EQ(recorder_.names(),
-            (std::vector<std::string>{"receive", "present", "dismiss", "finish"}));
-
-  video->loadAd();  // refused: a load would make it loading again
-  EXPECT_EQ(video->state(), 3);
-}
-
-TEST_F(InBannerVideoTest, AVideoReleasedDuringItsLoadOrPlaybackHearsNothingMore) {
-  auto handler = test::ObservingNetworkHandler::install();
-  auto playing = makeVideo();
-  playing->loadAd();
-  ASSERT_TRUE(waitFor("receive"));
-  playing->playAd();
-  MainQueue::shared().advanceBy(seconds(2));
   server_.respond(test::kServadPath, {.body = "not json", .delay = std::chrono::milliseconds(100)});
   auto loading = makeVideo();
   loading->loadAd();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return server_.requests().size() == 2; }));
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return server_.requests().size() == 3; }));
   std::weak_ptr<ZVInBannerVideo> watch = playing;
-  for (auto* video : {&playing, &loading}) {
-    (*video)->removeFromSuperview();
-    video->reset();
+  for (auto* released : {&playing, &loading}) {
+    (*released)->removeFromSuperview();
+    released->reset();
   }
   EXPECT_TRUE(watch.expired());
-  ASSERT_TRUE(handler->waitForCompletedFetches(2, std::chrono::seconds(10)));
+  ASSERT_TRUE(handler->waitForCompletedFetches(3, std::chrono::seconds(10)));
   MainQueue::shared().advanceBy(seconds(20));
+  ASSERT_TRUE(waitFor("finish"));
   MainQueue::shared().runUntilIdle();
-  EXPECT_EQ(recorder_.names(), std::vector<std::string>{"receive"});
+  EXPECT_EQ(video->state(), 3);
+  EXPECT_EQ(recorder_.names(),
+            (std::vector<std::string>{"receive", "receive", "present", "dismiss", "finish"}));
+
+  video->loadAd();  // refused: a load would make it loading again
+  EXPECT_EQ(video->state(), 3);
 }
 
 using ManyAdsAtOnceTest = test::AdWorldTest;

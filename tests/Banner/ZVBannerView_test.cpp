@@ -157,18 +157,13 @@ TEST_F(BannerTest, ABannerReleasedDuringANetworkThreadFailureDiesOnTheMainThread
   EXPECT_TRUE(probe->onMainThread);
 }
 
-class InBannerVideoTest : public test::AdWorldTest {
- protected:
-  void SetUp() override {
-    test::useVirtualClock();
-    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::linearVast(), 300, 250)});
-  }
-};
+using InBannerVideoTest = BannerTest;
 
 // The request asks for a video impression though the loader is configured for display; receipt
 // shows nothing until playAd; the end is reported and further loads are refused. Another video,
 // released during its playback, and one released during its load hear nothing more.
 TEST_F(InBannerVideoTest, AVideoAdIsShownOnPlayAdAndReportedAtItsEndAReleasedOneHearsNothing) {
+  server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::linearVast(), 300, 250)});
   auto handler = test::ObservingNetworkHandler::install();
   auto video = makeVideo();
   auto playing = makeVideo();
@@ -226,13 +221,12 @@ TEST_F(InBannerVideoTest, AVideoAdIsShownOnPlayAdAndReportedAtItsEndAReleasedOne
   EXPECT_EQ(video->state(), 3);
 }
 
-using ManyAdsAtOnceTest = test::AdWorldTest;
+using ManyAdsAtOnceTest = BannerTest;
 
 // Two hundred ad objects loading and refreshing at once on one main queue, against one loopback
 // server: every one hears its own answer exactly once, and a released one hears nothing.
 TEST_F(ManyAdsAtOnceTest, EveryAdHearsItsOwnAnswerOnceAndAReleasedOneNothing) {
   constexpr std::size_t kAds = 200;
-  test::useVirtualClock();
   // Held back a little so that every load is in flight at once.
   server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup),
                                       .delay = std::chrono::milliseconds(50)});

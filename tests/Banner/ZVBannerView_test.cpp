@@ -157,21 +157,20 @@ TEST_F(BannerTest, ABannerReleasedDuringANetworkThreadFailureDiesOnTheMainThread
   EXPECT_TRUE(probe->onMainThread);
 }
 
-class InBannerVideoTest : public test::AdWorldTest {
- protected:
-  void SetUp() override {
-    test::useVirtualClock();
-    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::linearVast(), 300, 250)});
-  }
-};
+using InBannerVideoTest = BannerTest;
 
 // The request asks for a video impression though the loader is configured for display; receipt
-// shows nothing until playAd; the end is reported and further loads are refused.
-TEST_F(InBannerVideoTest, AVideoAdIsAskedForShownOnPlayAdAndReportedAtItsEnd) {
+// shows nothing until playAd; the end is reported and further loads are refused. Another video,
+// released during its playback, and one released during its load hear nothing more.
+TEST_F(InBannerVideoTest, AVideoAdIsShownOnPlayAdAndReportedAtItsEndAReleasedOneHearsNothing) {
+  server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::linearVast(), 300, 250)});
+  auto handler = test::ObservingNetworkHandler::install();
   auto video = makeVideo();
+  auto playing = makeVideo();
   video->setFrame(platform::Rect(0, 0, 320, 180));  // not the ad's own size
   video->loadAd();
-  ASSERT_TRUE(waitFor("receive"));
+  playing->loadAd();
+  ASSERT_TRUE(waitFor("receive", 2));
   EXPECT_TRUE(recorder_.heard()[0].onMainThread);
   EXPECT_TRUE(video->subviews().empty());
   const Value imp = Value::parse(server_.requests().at(0).body)["imp"][0];
@@ -181,6 +180,7 @@ TEST_F(InBannerVideoTest, AVideoAdIsAskedForShownOnPlayAdAndReportedAtItsEnd) {
   EXPECT_FALSE(ZVInBannerVideo::Impl::of(*video).adLoader()->config()->isVideo);
 
   video->playAd();
+  playing->playAd();
   auto view = ZVInBannerVideo::Impl::of(*video).player()->playerView();
   EXPECT_EQ(video->subviews(), std::vector<std::shared_ptr<platform::View>>{view});
   video->layoutIfNeeded();
@@ -199,47 +199,34 @@ TEST_F(InBannerVideoTest, AVideoAdIsAskedForShownOnPlayAdAndReportedAtItsEnd) {
   // VAST players never report a start, so the video stays "loading" until its end.
   MainQueue::shared().advanceBy(seconds(2));
   EXPECT_EQ(video->state(), 1);
+  server_.respond(test::kServadPath, {.body = "not json", .delay = std::chrono::milliseconds(100)});
+  auto loading = makeVideo();
+  loading->loadAd();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return server_.requests().size() == 3; }));
+  std::weak_ptr<ZVInBannerVideo> watch = playing;
+  for (auto* released : {&playing, &loading}) {
+    (*released)->removeFromSuperview();
+    released->reset();
+  }
+  EXPECT_TRUE(watch.expired());
+  ASSERT_TRUE(handler->waitForCompletedFetches(3, std::chrono::seconds(10)));
   MainQueue::shared().advanceBy(seconds(20));
   ASSERT_TRUE(waitFor("finish"));
+  MainQueue::shared().runUntilIdle();
   EXPECT_EQ(video->state(), 3);
   EXPECT_EQ(recorder_.names(),
-            (std::vector<std::string>{"receive", "present", "dismiss", "finish"}));
+            (std::vector<std::string>{"receive", "receive", "present", "dismiss", "finish"}));
 
   video->loadAd();  // refused: a load would make it loading again
   EXPECT_EQ(video->state(), 3);
 }
 
-// Released during its load or during playback, a video hears nothing more.
-TEST_F(InBannerVideoTest, AVideoReleasedDuringItsLoadOrPlaybackHearsNothingMore) {
-  auto handler = test::ObservingNetworkHandler::install();
-  auto playing = makeVideo();
-  playing->loadAd();
-  ASSERT_TRUE(waitFor("receive"));
-  playing->playAd();
-  MainQueue::shared().advanceBy(seconds(2));
-  server_.respond(test::kServadPath, {.body = "not json", .delay = std::chrono::milliseconds(100)});
-  auto loading = makeVideo();
-  loading->loadAd();
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return server_.requests().size() == 2; }));
-  std::weak_ptr<ZVInBannerVideo> watch = playing;
-  for (auto* video : {&playing, &loading}) {
-    (*video)->removeFromSuperview();
-    video->reset();
-  }
-  EXPECT_TRUE(watch.expired());
-  ASSERT_TRUE(handler->waitForCompletedFetches(2, std::chrono::seconds(10)));
-  MainQueue::shared().advanceBy(seconds(20));
-  MainQueue::shared().runUntilIdle();
-  EXPECT_EQ(recorder_.names(), std::vector<std::string>{"receive"});
-}
-
-using ManyAdsAtOnceTest = test::AdWorldTest;
+using ManyAdsAtOnceTest = BannerTest;
 
 // Two hundred ad objects loading and refreshing at once on one main queue, against one loopback
 // server: every one hears its own answer exactly once, and a released one hears nothing.
 TEST_F(ManyAdsAtOnceTest, EveryAdHearsItsOwnAnswerOnceAndAReleasedOneNothing) {
   constexpr std::size_t kAds = 200;
-  test::useVirtualClock();
   // Held back a little so that every load is in flight at once.
   server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::kDisplayMarkup),
                                       .delay = std::chrono::milliseconds(50)});
@@ -292,9 +279,7 @@ TEST_F(ManyAdsAtOnceTest, EveryAdHearsItsOwnAnswerOnceAndAReleasedOneNothing) {
     EXPECT_EQ(heard[i].names(), std::vector<std::string>(expected(i, 2), "receive"));
     for (const auto& callback : heard[i].heard()) EXPECT_TRUE(callback.onMainThread);
   }
-  // Released banners never asked again.
-  const std::size_t liveBanners = 120;
-  EXPECT_EQ(server_.requests().size(), firstRound + liveBanners);
+  EXPECT_EQ(server_.requests().size(), firstRound + 120) << "a released banner asked again";
 }
 
 }  // namespace

@@ -94,23 +94,19 @@ class TrackingTransportTest : public test::AdWorldTest {
   std::string queuePath_;
 };
 
-// An interstitial whose linear ad's every tracker points at the loopback server, tapped and
-// played to the end on the headless media engine; then one, tapped too, whose only media file
-// cannot be played. With the transport on, the start is reported, and with it the impression.
-class TrackedInterstitialTest : public TrackingTransportTest {
- protected:
-  // The common linear ad with a click tracker, its trackers moved to the loopback server, each
-  // with a macro.
-  std::string vast(const std::string& mime) const {
+// A video interstitial whose linear ad's every tracker (a click tracker added) points at the
+// loopback server with a macro, tapped and played to the end on the headless media engine; then
+// one, tapped too, whose only media file cannot be played. Off, nothing is stored or sent, and no
+// start is reported, so no impression is handed over. On, each tracker is sent once it has an
+// answer, its macros expanded, and with the start the impression. A hand-over never calls back.
+TEST_F(TrackingTransportTest, AnAdsTrackersAreSentUntilAnAnswerOnlyWithTheTransportOn) {
+  const auto play = [&](const std::string& mime) {
     std::string xml = test::linearVast(mime);
     xml.insert(xml.find("<MediaFiles>"),
                "<VideoClicks><ClickTracking>http://track/click</ClickTracking></VideoClicks>");
-    return std::regex_replace(xml, std::regex("http://(track|imp|err)/(\\w+)\\??"),
-                              server_.url("/$1$2") + "?cb=[CACHEBUSTING]&amp;");
-  }
-  // Loads a video interstitial with `markup`, shows it, taps it and lets 21 s of playback pass.
-  void play(const std::string& markup) {
-    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(markup)});
+    xml = std::regex_replace(xml, std::regex("http://(track|imp|err)/(\\w+)\\??"),
+                             server_.url("/$1$2") + "?cb=[CACHEBUSTING]&amp;");
+    server_.respond(test::kServadPath, {.body = test::bidWithMarkup(xml)});
     auto root = platform::ViewController::create();
     auto window = platform::DeviceProfile::phone().makeKeyWindow(root);
     auto ad = makeInterstitial();
@@ -126,21 +122,16 @@ class TrackedInterstitialTest : public TrackingTransportTest {
       linear->touchesEnded();
     }
     platform::MainQueue::shared().advanceBy(21s);
-  }
-  const std::map<std::string, int> expected_{
-      {"/trackcomplete", 2}, {"/errinline", 1},         {"/trackfirstQuartile", 1},
-      {"/impinline", 1},     {"/trackmidpoint", 1},     {"/trackstart", 1},
-      {"/trackclick", 2},    {"/trackthirdQuartile", 1}};
-};
-
-// Off, nothing is stored or sent, and no start is reported, so no impression is handed over. On,
-// each tracker is sent once it has an answer, its macros expanded. A hand-over never calls back.
-TEST_F(TrackedInterstitialTest, SendsEachTrackerUntilAnAnswerOnlyWithTheTransportOn) {
+  };
+  std::map<std::string, int> expected{{"/trackcomplete", 2},      {"/errinline", 1},
+                                      {"/trackfirstQuartile", 1}, {"/impinline", 1},
+                                      {"/trackmidpoint", 1},      {"/trackstart", 1},
+                                      {"/trackclick", 2},         {"/trackthirdQuartile", 1}};
   test::useVirtualClock();
   ZorvaSDK::shared()->setVastCdataText(true);
   auto handler = test::ObservingNetworkHandler::install();
-  play(vast("video/mp4"));
-  play(vast("video/x-unplayable"));
+  play("video/mp4");
+  play("video/x-unplayable");
   for (const auto& list : handler->handedOverUrls()) {
     EXPECT_FALSE(list.empty()) << "a tap without the transport hands over no click trackers";
     for (const auto& url : list) EXPECT_EQ(url.find("/imp"), std::string::npos);
@@ -158,18 +149,17 @@ TEST_F(TrackedInterstitialTest, SendsEachTrackerUntilAnAnswerOnlyWithTheTranspor
   ZVTrackingTransport::setOptionsForTesting(options_);
   test::LogCapture log;
   ZorvaSDK::shared()->setTrackingTransport(true);
-  for (const auto& [path, count] : expected_) server_.respond(path, {.status = 204, .body = ""});
+  for (const auto& [path, count] : expected) server_.respond(path, {.status = 204, .body = ""});
   server_.respondInTurn(
       "/trackstart",
       {{.status = 500, .body = ""}, {.status = 503, .body = ""}, {.status = 204, .body = ""}});
   server_.respond("/trackmidpoint", {.status = 404, .body = ""});
-  play(vast("video/mp4"));
-  play(vast("video/x-unplayable"));
+  play("video/mp4");
+  play("video/x-unplayable");
   const std::string unreachable =
       "http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + "/x";
   handler->fetchUrls({unreachable, "not a url"}, [](auto&&...) { ADD_FAILURE() << "called back"; });
   ASSERT_TRUE(drained());
-  auto expected = expected_;
   expected["/trackstart"] = 3;
   EXPECT_EQ(arrivals(server_), expected);
   EXPECT_EQ(log.entriesContaining("Tracking given up").size(), 1u);
@@ -407,7 +397,6 @@ TEST_F(TrackingTransportTest, AQueueFileIsOpenedUpgradedOrSetAsideNeverDestroyed
   EXPECT_EQ(content(file.str()), std::string(8192, 'x'));
 }
 
-// Turned on and off from two threads at once, the transport runs exactly when the setting says on.
 TEST_F(TrackingTransportTest, OnAndOffFromTwoThreadsAtOnceLeaveTheTransportAsTheSettingSays) {
   auto sdk = ZorvaSDK::shared();
   for (int round = 0; round < 200; ++round) {

@@ -105,11 +105,13 @@ class FaultInjection : public AdLoads<Case> {
     ASSERT_TRUE(hostile_) << error->localizedDescription();
   }
 
-  // Runs `load` and checks the first callback against `expected`. After a failure the object is
-  // back in its first state (where `state` is given) and, once `heal` has pointed it at the good
-  // server, loads the ad.
-  void failsThenLoadsAgain(const Expected& expected, const std::function<void()>& load,
-                           const std::function<int()>& state, const std::function<void()>& heal) {
+  // Runs `load` of the `what` and checks the first callback against `expected`. After a failure
+  // the object is back in its first state (where `state` is given) and, once `heal` has pointed it
+  // at the good server, loads the ad.
+  void failsThenLoadsAgain(const char* what, const Expected& expected,
+                           const std::function<void()>& load, const std::function<int()>& state,
+                           const std::function<void()>& heal) {
+    SCOPED_TRACE(what);
     recorder_.clear();
     load();
     ASSERT_TRUE(test::runMainQueueUntil([&] { return !recorder_.heard().empty(); }, kDeadline));
@@ -137,7 +139,6 @@ class FaultInjection : public AdLoads<Case> {
   std::unique_ptr<tools::HostileServer> hostile_;
 };
 
-// A banner's and an interstitial's bid request to the hostile server.
 TEST_P(FaultInjection, BidRequests) {
   startHostile(test::bidWithMarkup(test::kDisplayMarkup), "application/json");
   const std::string hostile = hostile_->baseUrl() + test::kServadPath;
@@ -145,21 +146,17 @@ TEST_P(FaultInjection, BidRequests) {
   auto banner = makeBanner(0, request);
   auto interstitial = makeInterstitial(request);
   const auto heal = [&] { request->serverUrl = server_.url(test::kServadPath); };
-  {
-    SCOPED_TRACE("banner");
-    failsThenLoadsAgain(
-        GetParam().bid, [&] { banner->loadAd(); }, [&] { return banner->state(); }, heal);
-  }
+  failsThenLoadsAgain(
+      "banner", GetParam().bid, [&] { banner->loadAd(); }, [&] { return banner->state(); }, heal);
   // The interstitial sets its state after starting the load, so a failure on the network thread
   // may come first and be overwritten, leaving it loading: only a failure told on the main queue
   // has a state to check, and the second load is a new interstitial's.
-  SCOPED_TRACE("interstitial");
   request->serverUrl = hostile;
   const bool raced = GetParam().bid.heard == Heard::FailOnNetwork;
   std::function<int()> state;
   if (!raced) state = [&] { return interstitial->state(); };
   failsThenLoadsAgain(
-      GetParam().bid, [&] { interstitial->loadAd(); }, state,
+      "interstitial", GetParam().bid, [&] { interstitial->loadAd(); }, state,
       [&] {
         heal();
         if (raced) interstitial = makeInterstitial(request);
@@ -173,7 +170,7 @@ TEST_P(FaultInjection, VideoInterstitialWrapperFetch) {
   auto ad = makeInterstitial(test::requestFor(server_));
   ad->setSwitchToVideo(true);
   failsThenLoadsAgain(
-      GetParam().wrapper, [&] { ad->loadAd(); }, [&] { return ad->state(); },
+      "video", GetParam().wrapper, [&] { ad->loadAd(); }, [&] { return ad->state(); },
       [&] { server_.respond(test::kServadPath, {.body = wrapperTo(server_.url("/inline.xml"))}); });
 }
 

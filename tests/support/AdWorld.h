@@ -54,7 +54,6 @@ class AdWorld {
   std::shared_ptr<platform::Window> window_ = platform::DeviceProfile::phone().makeKeyWindow(root_);
 };
 
-/// The world as a test fixture.
 class AdWorldTest : public ::testing::Test, protected AdWorld {};
 
 }  // namespace zorva::test

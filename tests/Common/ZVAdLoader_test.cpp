@@ -147,13 +147,12 @@ TEST(ZVAdLoader, FailuresArriveOnTheThreadThatMetThem) {
     EXPECT_EQ(load.delegate->error->code, curlCode);
     EXPECT_FALSE(load.delegate->onMainQueue);
   }
-  auto builder = std::make_shared<FixedRequestBuilder>("http://127.0.0.1:1/");
-  builder->failure = Error::withDescription("ZorvaSDK", 1, "InternalError(1) : boom");
-  Load load(builder);
+  Load load(std::make_shared<FixedRequestBuilder>("http://127.0.0.1:1/"));
+  load.builder->failure = Error::withDescription("ZorvaSDK", 1, "InternalError(1) : boom");
   load.loader->load();
   ASSERT_TRUE(load.delegate->done());  // delivered before load() returned
   EXPECT_EQ(load.delegate->error->code, 1);
-  EXPECT_EQ(load.delegate->thread, builder->failureThread);
+  EXPECT_EQ(load.delegate->thread, load.builder->failureThread);
 }
 
 // A loader released in flight drops its late answer on the network thread; an owner released

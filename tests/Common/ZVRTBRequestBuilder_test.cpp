@@ -320,8 +320,6 @@ TEST(ZVLocationManager, TheFirstFixAnswersTheLatestFetchOnTheMainQueueOnce) {
   EXPECT_FALSE(got[1]);
   EXPECT_FALSE(manager->hasPendingCallback());
 
-  // Denied access answers at once with nothing and asks no fix; the callback stays stored until
-  // a fix or a newer fetch replaces it.
   LocationManager::setAuthorizationStatus(AuthorizationStatus::Denied);
   manager->fetchLocation(note);
   ASSERT_EQ(got.size(), 3u);

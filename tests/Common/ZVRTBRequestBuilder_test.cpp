@@ -229,20 +229,18 @@ TEST_F(RequestBuilderTest, KeysWithoutASourceAreLeftOut) {
   profile.preferredLanguages.clear();
   profile.apply();
   platform::HeadlessWebEngine::setAutomaticByDefault(false);
-  bool done = false;
-  Value body;
+  std::optional<Value> body;
   builder(false, false)->build([&](std::optional<URLRequest> request, std::optional<Error>) {
-    done = true;
     body = Value::parse(*request->HTTPBody);
   });
   auto engines = platform::HeadlessWebEngine::liveEngines();
   ASSERT_EQ(engines.size(), 1u);
   engines[0]->completeScript(std::nullopt, Error("WKErrorDomain", 4));
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return done; }));
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return body.has_value(); }));
   for (const char* key : {"devicetype", "mccmnc", "carrier", "language", "ua"}) {
-    EXPECT_FALSE(body["device"].contains(key)) << key;
+    EXPECT_FALSE((*body)["device"].contains(key)) << key;
   }
-  EXPECT_EQ(body["app"].dump(),
+  EXPECT_EQ((*body)["app"].dump(),
             R"({"publisher":{"id":"pub-1"},"name":"Zorva Demo","ver":"2.4.1"})");
 }
 

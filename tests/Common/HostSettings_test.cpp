@@ -20,7 +20,6 @@ namespace {
 
 class HostSettingsTest : public testing::Test {
  protected:
-  // Loads a banner and returns the first thing the app hears of it.
   test::Heard load(std::shared_ptr<ZVAdRequest> request = nullptr) {
     auto banner =
         ZVBannerView::create(request ? request : test::requestFor(server_), ZVAdSize{320, 50});

@@ -62,7 +62,6 @@ class RequestBuilderTest : public testing::Test {
     return b;
   }
 
-  // Runs one build to its end and reads the body back.
   Built build(const std::shared_ptr<ZVRTBRequestBuilder>& b) {
     auto built = std::make_shared<Built>();
     b->build([built](std::optional<URLRequest> request, std::optional<Error>) {
@@ -181,7 +180,6 @@ TEST_F(RequestBuilderTest, TheRequestDescribesTheAppTheUserAndTheDeviceAndIsAPos
   EXPECT_EQ(built.request->url->path(), "/zorva/servad");
 }
 
-// The phone is the request above; a Linux machine is described by its own profile and uname.
 TEST_F(RequestBuilderTest, ALinuxProfileSaysWhatTheMachineIs) {
   utsname system{};
   ASSERT_EQ(uname(&system), 0);
@@ -224,7 +222,6 @@ TEST_F(RequestBuilderTest, SKAdNetworkIdsTravelFromSystem14OnWhenTheAppListsThem
   EXPECT_FALSE(impression(false, false).contains("ext"));
 }
 
-// A key whose source has nothing to say is left out, never sent as null or "".
 TEST_F(RequestBuilderTest, KeysWithoutASourceAreLeftOut) {
   auto profile = platform::DeviceProfile::phone();
   profile.idiom = platform::UserInterfaceIdiom::TV;
@@ -232,25 +229,21 @@ TEST_F(RequestBuilderTest, KeysWithoutASourceAreLeftOut) {
   profile.preferredLanguages.clear();
   profile.apply();
   platform::HeadlessWebEngine::setAutomaticByDefault(false);
-  bool done = false;
-  Value body;
+  std::optional<Value> body;
   builder(false, false)->build([&](std::optional<URLRequest> request, std::optional<Error>) {
-    done = true;
     body = Value::parse(*request->HTTPBody);
   });
   auto engines = platform::HeadlessWebEngine::liveEngines();
   ASSERT_EQ(engines.size(), 1u);
   engines[0]->completeScript(std::nullopt, Error("WKErrorDomain", 4));
-  ASSERT_TRUE(test::runMainQueueUntil([&] { return done; }));
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return body.has_value(); }));
   for (const char* key : {"devicetype", "mccmnc", "carrier", "language", "ua"}) {
-    EXPECT_FALSE(body["device"].contains(key)) << key;
+    EXPECT_FALSE((*body)["device"].contains(key)) << key;
   }
-  EXPECT_EQ(body["app"].dump(),
+  EXPECT_EQ((*body)["app"].dump(),
             R"({"publisher":{"id":"pub-1"},"name":"Zorva Demo","ver":"2.4.1"})");
 }
 
-// A body that cannot be written leaves the POST without one, and it still goes; a raise while
-// delivering is reported as an internal error.
 TEST_F(RequestBuilderTest, ABadBodyStillGoesAndARaiseWhileDeliveringIsAnInternalError) {
   ZorvaSDK::shared()->setAppkeywords("\xff");
   std::vector<std::pair<std::optional<URLRequest>, std::optional<Error>>> answers;
@@ -286,67 +279,58 @@ TEST_F(RequestBuilderTest, TheLocationComesFromTheAppOrOneFetchAndIsLeftOutWhenR
   EXPECT_TRUE(refused.body["device"].contains("ua"));
 }
 
-struct Fixes {
-  std::vector<std::optional<Location>> got;
-  ZVLocationManager::LocationCallback callback() {
-    return [this](std::optional<Location> fix) { got.push_back(fix); };
-  }
-};
-
 // The location manager the builder asks for a fix. The first fix delivered answers the latest
 // fetch, once, on the main queue; a platform failure, a later update or a manager that is gone
 // calls nothing; an update without a fix answers nothing, so the request build goes on.
 TEST(ZVLocationManager, TheFirstFixAnswersTheLatestFetchOnTheMainQueueOnce) {
   LocationManager::setAuthorizationStatus(AuthorizationStatus::AuthorizedWhenInUse);
   auto manager = ZVLocationManager::create();
-  Fixes replaced, fixes;
+  std::vector<std::optional<Location>> got;
   bool onMain = false;
-  manager->fetchLocation(replaced.callback());
-  manager->fetchLocation([&](std::optional<Location> fix) {
+  const auto note = [&](std::optional<Location> fix) {
     onMain = platform::MainQueue::shared().isCurrent();
-    fixes.got.push_back(fix);
-  });
+    got.push_back(fix);
+  };
+  manager->fetchLocation([](auto) { ADD_FAILURE() << "a replaced fetch was answered"; });
+  manager->fetchLocation(note);
   EXPECT_TRUE(manager->locationManager()->isRequestingLocation());
   LocationManager::failPendingRequests(Error("kCLErrorDomain", 0));
   platform::MainQueue::shared().runUntilIdle();
   ASSERT_TRUE(manager->hasPendingCallback());
   manager->locationManager()->requestLocation();
   LocationManager::deliverLocations({Location(12.97, 77.59), Location(1, 1)});
-  EXPECT_TRUE(fixes.got.empty());
+  EXPECT_TRUE(got.empty());
   platform::MainQueue::shared().runUntilIdle();
-  EXPECT_TRUE(replaced.got.empty());
-  ASSERT_EQ(fixes.got.size(), 1u);
-  EXPECT_EQ(fixes.got[0]->coordinate.latitude, 12.97);
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0]->coordinate.latitude, 12.97);
   EXPECT_TRUE(onMain);
   EXPECT_FALSE(manager->hasPendingCallback());
 
   manager->locationManager()->requestLocation();
   LocationManager::deliverLocations({Location(2, 2)});
   platform::MainQueue::shared().runUntilIdle();
-  EXPECT_EQ(fixes.got.size(), 1u);
+  EXPECT_EQ(got.size(), 1u);
 
-  manager->fetchLocation(fixes.callback());
+  manager->fetchLocation(note);
   LocationManager::deliverLocations({});
   platform::MainQueue::shared().runUntilIdle();
-  ASSERT_EQ(fixes.got.size(), 2u);
-  EXPECT_FALSE(fixes.got[1]);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_FALSE(got[1]);
   EXPECT_FALSE(manager->hasPendingCallback());
 
-  // Denied access answers at once with nothing and asks no fix; the callback stays stored until
-  // a fix or a newer fetch replaces it.
   LocationManager::setAuthorizationStatus(AuthorizationStatus::Denied);
-  manager->fetchLocation(fixes.callback());
-  ASSERT_EQ(fixes.got.size(), 3u);
-  EXPECT_FALSE(fixes.got[2]);
+  manager->fetchLocation(note);
+  ASSERT_EQ(got.size(), 3u);
+  EXPECT_FALSE(got[2]);
   EXPECT_FALSE(manager->locationManager()->isRequestingLocation());
   EXPECT_TRUE(manager->hasPendingCallback());
 
   LocationManager::setAuthorizationStatus(AuthorizationStatus::AuthorizedAlways);
   LocationManager::setSimulatedLocation(Location(5, 6));
-  manager->fetchLocation(fixes.callback());
+  manager->fetchLocation(note);
   manager.reset();
   platform::MainQueue::shared().runUntilIdle();
-  EXPECT_EQ(fixes.got.size(), 3u);
+  EXPECT_EQ(got.size(), 3u);
 }
 
 using RequestBuilderDeathTest = RequestBuilderTest;

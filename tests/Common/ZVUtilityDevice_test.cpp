@@ -44,17 +44,14 @@ TEST(ZVUtilityApp, AppNameFallsThroughDisplayNameBundleNameAndProcessName) {
 }
 
 // The tracking flag passes through uninverted (enabled, the request's "lmt" is 1); a tablet is
-// device type 5 (a phone's 4 and a TV's none are in the request's tests).
-TEST(ZVUtilityDevice, LimitAdTrackingAndDeviceType) {
+// device type 5 (a phone's 4 and a TV's none are in the request's tests). The operator code needs
+// both codes; the country code maps the SIM's country through the standard's table and three
+// codes still on SIMs, and keeps only a hit for the process.
+TEST(ZVUtilityDevice, TrackingTypeOperatorAndACountryCodeThatCachesOnlyAHit) {
   platform::AdvertisingIdentifierManager::sharedManager().setAdvertisingTrackingEnabled(false);
   EXPECT_EQ(ZVUtility::limitAdTracking(), 0);
   platform::DeviceProfile::tablet().apply();
   EXPECT_EQ(ZVUtility::deviceType(), 5);
-}
-
-// The operator code needs both codes; the country code maps the SIM's country through the
-// standard's table and three codes still on SIMs, and keeps only a hit for the process.
-TEST(ZVUtilityOperator, MccmncNeedsBothCodesAndTheCountryCodeCachesOnlyAHit) {
   const auto useCarrier = [](std::optional<std::string> iso, std::optional<std::string> mcc,
                              std::optional<std::string> mnc) {
     platform::TelephonyNetworkInfo::setSubscriberCarrier(platform::Carrier{"Jio", iso, mcc, mnc});
@@ -110,7 +107,6 @@ TEST(ZVUtilityTime, CurrentTimeIsSecondsPrecisionLocalTimeInTheSystemZone) {
   }
 }
 
-// The interstitial's size follows the orientation, for a phone or a tablet only.
 TEST(ZVUtilityOrientation, FollowsTheSceneFrom13AndTheStatusBarBefore) {
   using enum InterfaceOrientation;
   struct Case {
@@ -136,8 +132,7 @@ TEST(ZVUtilityOrientation, FollowsTheSceneFrom13AndTheStatusBarBefore) {
                         {"12.0", phone, Unknown, std::nullopt, -1, {0, 0}},
                         {"17.0", carPlay, Portrait, Portrait, 0, {0, 0}}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.system) + " " + c.profile.model + " " +
-                 std::to_string(c.size.width));
+    SCOPED_TRACE(&c - cases);
     test::resetProcessState();
     auto profile = c.profile;
     profile.systemVersion = c.system;
@@ -152,7 +147,6 @@ TEST(ZVUtilityOrientation, FollowsTheSceneFrom13AndTheStatusBarBefore) {
   }
 }
 
-// arrayForData wraps a dictionary and drops scalars; queryString joins descriptions unencoded.
 TEST(ZVUtilityDictionaries, ArrayForDataAndQueryString) {
   Value data = {{"list", {1, 2}}, {"one", {{"k", "v"}}}, {"text", "x"}};
   EXPECT_EQ(ZVUtility::arrayForData(data, "list"), Value({1, 2}));
@@ -161,11 +155,7 @@ TEST(ZVUtilityDictionaries, ArrayForDataAndQueryString) {
   EXPECT_EQ(ZVUtility::arrayForData(data, "missing"), Value::array());
   EXPECT_EQ(ZVUtility::arrayForData(Value("not a dictionary"), "list"), Value::array());
 
-  Value query = Value::object();
-  query["pid"] = "a b&c";
-  query["w"] = 320;
-  query["ratio"] = 1.5;
-  query["coppa"] = true;
+  const Value query = {{"pid", "a b&c"}, {"w", 320}, {"ratio", 1.5}, {"coppa", true}};
   EXPECT_EQ(ZVUtility::queryString(query), "pid=a b&c&w=320&ratio=1.5&coppa=1");
   EXPECT_EQ(ZVUtility::queryString(Value::object()), "");
 }
@@ -236,10 +226,9 @@ TEST(ZVUtility, ErrorsNameTheirCodeAndKeepIt) {
                             {4, "InterstitialAlreadyShown(4) : x"},
                             {5, "InterstitialNotReady(5) : x"},
                             {7, "InternalError(7) : x"}}) {
-    auto error = ZVUtility::errorWithCode(code, "x");
-    EXPECT_EQ(error.domain, "ZorvaSDK");
-    EXPECT_EQ(error.code, code);
-    EXPECT_EQ(error.localizedDescription(), text);
+    const auto error = ZVUtility::errorWithCode(code, "x");
+    EXPECT_EQ(std::tuple(error.domain, error.code, error.localizedDescription()),
+              std::tuple("ZorvaSDK", code, text));
   }
   // The message goes through the app's translations.
   platform::Bundle::mainBundle().setStringsTable("", {{"NoAdsError(0) : no fill", "Pas de pub"}});

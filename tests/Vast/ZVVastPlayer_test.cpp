@@ -1,8 +1,5 @@
-// The VAST player over the real parser, creative players and platform engines: progress points,
-// errors and clicks, observed through the network handler's tracking hand-over (a natural end is
-// played through by the player builder's end-to-end test). Then the creative players alone: the
-// linear one over a hand-driven headless media engine on the virtual clock, the non-linear one
-// over a hand-driven headless web engine.
+// The VAST player over the real parser, creative players and engines, observed through the
+// tracking hand-over; then the creative players alone over hand-driven headless engines.
 #include <gtest/gtest.h>
 
 #include <zorva/platform/Button.h>
@@ -118,10 +115,8 @@ TEST_F(VastPlayerTest, ProgressPointsFireOnePerReport) {
   }
 }
 
-// A non-linear ad is shown as HTML with the bid's attribution; after its load, taps and other
-// navigations are cancelled, going nowhere without a resolver, while form submissions are
-// followed, and an address loads as a request whose failure is swallowed. The parser's result
-// is the first leaf: one without a creative leaves the player no ad to pick, and an empty page.
+// After its load a non-linear ad cancels taps and other navigations, not forms; an address
+// loads as a request whose failure is swallowed. A first leaf without a creative shows nothing.
 TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
   const auto show = [&](const std::string& markup, const Value& skadn) {
     player = makePlayer(markup, skadn);
@@ -169,9 +164,8 @@ TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
   EXPECT_EQ(delegate->events, (Strings{"load", "load", "load"}));
 }
 
-// A malformed document fails at once with 100 and hands over nothing. A start report fires the
-// impression of the whole chain; a tap goes to the link resolver, whose modal reports reach only
-// delegates that take them; a failing media puts its code into the ad's error URLs.
+// A start fires the chain's impressions; a tap goes to the resolver, whose modal reports reach
+// only delegates that take them; a media failure's code goes into the error URLs.
 TEST_F(VastPlayerTest, AStartFiresTheImpressionATapGoesToTheResolverAndFailuresToErrorUrls) {
   player = makePlayer("<VAST version=\"3.0\"><Ad>");
   player->play();
@@ -270,10 +264,8 @@ class LinearPlayerTest : public ::testing::Test {
   std::shared_ptr<RecordingVastDelegate> delegate = std::make_shared<RecordingVastDelegate>();
 };
 
-// Without MP4 media the load fails with 403; an MP4 file without a usable URL stays silent. The
-// media is loaded once: a second load only changes the ad. The video fills the view's bounds (not
-// its frame), fitted inside, below a bar 4 points high whose top is 2 points above the bottom
-// edge at any size.
+// Without MP4 media the load fails with 403, without a usable URL silently; a second load only
+// changes the ad. The video fits the bounds (not the frame) under a bar 2 points above the edge.
 TEST_F(LinearPlayerTest, OnlyAnMp4FileMakesAPlayerWhoseVideoLiesUnderAThinBar) {
   player->load(test::firstAd(test::linearVast("video/webm")));
   player->load(nullptr);
@@ -330,9 +322,8 @@ TEST_F(LinearPlayerTest, LoadsOnceTheFirstBufferedRangeEndsPastHalfInSinglePreci
   }
 }
 
-// Loading does not play; entering or leaving a window does. Progress is reported every 400th of
-// a second only while the item is ready. A stall and a failure are reported, the end with a last
-// progress report, and no start ever.
+// Entering or leaving a window plays; progress is reported only while the item is ready. A
+// stall, a failure and the end (with a last progress report) are told, a start never.
 TEST_F(LinearPlayerTest, AWindowChangePlaysAndProgressIsReportedEvery400thSecondWhileReady) {
   player->load(test::firstAd(test::linearVast()));
   engine()->setDuration(20);

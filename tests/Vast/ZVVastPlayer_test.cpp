@@ -91,15 +91,12 @@ TEST_F(VastPlayerTest, ProgressPointsFireOnePerReport) {
     std::vector<double> reports;
     Lists expected;
   };
-  const auto points = [](std::size_t n) {
-    Lists lists;
-    for (std::size_t i = 0; i < n; ++i) lists.push_back(track(test::kProgressEvents[i]));
-    return lists;
-  };
-  Lists zero = points(5);
+  Lists all;
+  for (const char* event : test::kProgressEvents) all.push_back(track(event));
+  Lists zero = all;
   zero.emplace_back();
   for (const auto& [duration, first, reports, expected] :
-       {Case{20, 0.5, {5.2, 5.4, 10.1, 15.0, 20.0}, points(5)}, Case{20, 12, {}, points(1)},
+       {Case{20, 0.5, {5.2, 5.4, 10.1, 15.0, 20.0}, all}, Case{20, 12, {}, {all[0]}},
         Case{0, 0, {0, 0, 0, 0, 0}, zero}}) {
     SCOPED_TRACE(std::to_string(duration) + " from " + std::to_string(first));
     handler = test::ObservingNetworkHandler::install();
@@ -167,12 +164,6 @@ TEST_F(VastPlayerTest, NonLinearAdsAndResultsWithoutACreativeAreShownAsHtml) {
 // A start fires the chain's impressions; a tap goes to the resolver, whose modal reports reach
 // only delegates that take them; a media failure's code goes into the error URLs.
 TEST_F(VastPlayerTest, AStartFiresTheImpressionATapGoesToTheResolverAndFailuresToErrorUrls) {
-  player = makePlayer("<VAST version=\"3.0\"><Ad>");
-  player->play();
-  EXPECT_EQ(delegate->events, Strings{"fail:100"});
-  EXPECT_FALSE(player->vastAdPlayer());
-  EXPECT_TRUE(handler->handedOverUrls().empty());
-
   auto engine = startLinear(20, 1);
   ASSERT_TRUE(engine);
   player->playerDidStartPlaying();
@@ -232,8 +223,7 @@ TEST_F(VastPlayerTest, AWrapperChainFailureIsToldOnTheNetworkThreadAndThePlayerD
   EXPECT_TRUE(probe->onMainThread);
 }
 
-// Writes down what it hears: "load", "start", "end", "click:<url or (none)>", "fail:<code>", and
-// each progress report's seconds apart.
+// Writes down "load", "start", "end", "click:<url or (none)>", "fail:<code>"; progress apart.
 class RecordingVastDelegate : public ZVVastAdplayerDelegate {
  public:
   void playerDidLoad() override { events.push_back("load"); }

@@ -48,8 +48,9 @@ class ZVDisplayAdPlayerTest : public testing::Test {
  protected:
   void SetUp() override { platform::DeviceProfile::phone().makeKeyWindow(root); }
 
+  // Plays the creative and, unless told not to, runs the work it queued.
   std::shared_ptr<ZVDisplayAdPlayer> play(Value creative, std::uint64_t sessionTime = 0,
-                                          Value skadn = Value()) {
+                                          Value skadn = Value(), bool settle = true) {
     ZVPlayerConfig config;
     config.ad = std::make_shared<ZorvaAd>();
     config.ad->creative = std::move(creative);
@@ -58,7 +59,7 @@ class ZVDisplayAdPlayerTest : public testing::Test {
     if (sessionTime) player->setAdPlayTracker(ZVAdPlayTracker::create(sessionTime));
     player->setDelegate(delegate);
     player->play();
-    runReadyWork();
+    if (settle) runReadyWork();
     return player;
   }
   static HeadlessWebEngine& engineOf(const ZVDisplayAdPlayer& player) {
@@ -73,9 +74,8 @@ class ZVDisplayAdPlayerTest : public testing::Test {
   std::shared_ptr<RecordingPlayerDelegate> delegate = std::make_shared<RecordingPlayerDelegate>();
 };
 
-// While the creative loads every navigation is followed, and after it form, history and reload
-// ones still are. A link tap, or any other navigation after the load, is one click, resolved
-// once, and the ad stays on its page.
+// Navigations are followed while the creative loads, form, history and reload ones after it; a
+// tap or any other navigation after the load is one click, resolved once, and the ad stays.
 TEST_F(ZVDisplayAdPlayerTest, AfterTheLoadATapOrAnyOtherNavigationIsOneClickAndTheAdStays) {
   HeadlessWebEngine::setAutomaticByDefault(false);
   auto player = play("<iframe src='https://cdn.example/frame'></iframe>");
@@ -171,9 +171,8 @@ TEST_F(ZVDisplayAdPlayerTest, TheSessionEndsNSecondsAfterEachFinishedLoadOnItsTr
   EXPECT_EQ(runs.size(), 2u);
 }
 
-// A web address loads as a request; anything else, a capitalised scheme too, is put as it is
-// into the ad page, which is empty without an ad or with a null creative. Without a session
-// tracker the load is the only report.
+// A web address loads as a request, anything else (a capitalised scheme too) into the ad page,
+// empty without an ad or creative. Without a session tracker the load is the only report.
 TEST_F(ZVDisplayAdPlayerTest, ACreativeLoadsAsAnAddressOrInTheAdPageAndWithoutATrackerOnlyLoads) {
   test::useVirtualClock();
   auto address = play("https://ads.example.com/creative?id=7");
@@ -200,9 +199,8 @@ TEST_F(ZVDisplayAdPlayerTest, ACreativeLoadsAsAnAddressOrInTheAdPageAndWithoutAT
   EXPECT_EQ(delegate->events, Events(6, "load"));
 }
 
-// A page that never committed is not reported and has not finished loading; a failure after
-// the commit is reported and finishes it. A creative that is neither markup nor an address
-// loads nothing and fails on a later turn, so not to a player released in between.
+// Only a failure after the commit is reported and finishes the load. A creative that is not
+// text loads nothing and fails on a later turn, so not to a player released in between.
 TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndACreativeThatIsNotTextIsOne) {
   HeadlessWebEngine::setAutomaticByDefault(false);
   auto page = play("<p>ad</p>");
@@ -215,19 +213,13 @@ TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndACreativeThatI
   EXPECT_TRUE(page->htmlPlayer()->loadingFinished());
   auto player = play(Value({{"html", "<p>"}}));
   EXPECT_FALSE(engineOf(*player).request());
-  ZVPlayerConfig config;
-  config.ad = std::make_shared<ZorvaAd>(ZorvaAd{Value(42), {}, {}, {}, {}});
-  player = ZVDisplayAdPlayer::create(config);
-  player->setDelegate(delegate);
-  player->play();
-  player.reset();
+  play(Value(42), 0, Value(), false);  // and let go of at once
   runReadyWork();
   EXPECT_EQ(delegate->events, (Events{"fail:WebKitErrorDomain102", "fail:ZorvaSDK2"}));
 }
 
-// A new window opens in the ad's own view, where it meets the navigation policy again; a main
-// frame's request is no new window. Without a delegate the HTML player follows nothing, and its
-// dialogs are answered at once and never shown.
+// A new window opens in the ad's own view, a main frame's request is none. Without a delegate
+// the HTML player follows nothing; dialogs are answered at once, never shown.
 TEST_F(ZVDisplayAdPlayerTest, NewWindowsOpenInTheAdsOwnViewAndDialogsAreAnsweredAtOnce) {
   HeadlessWebEngine::setAutomaticByDefault(false);
   auto player = play("<p>ad</p>");

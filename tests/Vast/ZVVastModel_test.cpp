@@ -35,10 +35,8 @@ const char* kInline = R"(<VAST version="3.0">
   <Ad id="w"><Wrapper><VASTAdTagURI> http://w/next </VASTAdTagURI></Wrapper></Ad>
 </VAST>)";
 
-// Wrappers come before InLine ads. The ad's creative is its first Linear one, though a
-// NonLinear creative comes before it and another Linear one after; of its files the first listed
-// is played when any file passes. Strings are views into the document's characters: whatever part
-// of the model is kept keeps them, though the document, its ads and creatives are gone.
+// Wrappers come first; an ad's creative is its first Linear one, whose first file plays when any
+// passes. Whatever part of the model is kept keeps its strings once the document is gone.
 TEST(ZVVast, AdsCreativesTheStringsAPartKeepsAloneAndAggregationsUpTheChain) {
   std::shared_ptr<ZVTracker> tracker;
   std::shared_ptr<ZVVastAdItem> file;
@@ -142,10 +140,8 @@ std::string everyField(const ZVVast& vast) {
   return text;
 }
 
-// Collisions and gaps in every place the model reads from: an attribute beside a child of its
-// name, an attribute named "text", elements without text, prefixed attributes, strings among
-// the elements of a path. Of a NonLinear creative the first StaticResource is the content, and
-// trackers beside the NonLinear element are not its own.
+// Collisions and gaps wherever the model reads. A NonLinear creative's content is its first
+// StaticResource; trackers beside the NonLinear element are not its own.
 TEST(ZVVast, EveryFieldOfAnAwkwardDocumentReadsAsBefore) {
   const auto vast = vastDocument(R"(<VAST version="4.1" xmlns:x="urn:x">
   <Ad><InLine Impression="attr" AdTitle="t"><AdSystem v="1">sys</AdSystem><AdSystem>second</AdSystem>

@@ -103,7 +103,6 @@ TEST(ZVVastParser, AnAnswerWithoutWrappersIsToldWithoutAFetch) {
   auto parser = ZVVastParser::create();
   auto empty = parse(parser, "<VAST version=\"3.0\"></VAST>");
   auto other = parse(ZVVastParser::create(), "<NotVast/>");
-  // Nothing is in flight and nothing is queued: no completion can come later.
   EXPECT_EQ(platform::MainQueue::shared().runUntilIdle(), 0u);
   EXPECT_EQ(empty->calls + other->calls, 0);
   EXPECT_EQ(parser->outstandingRequests(), 0);

@@ -200,8 +200,10 @@ TEST_F(ZVDisplayAdPlayerTest, ACreativeLoadsAsAnAddressOrInTheAdPageAndWithoutAT
 }
 
 // Only a failure after the commit is reported and finishes the load. A creative that is not
-// text loads nothing and fails on a later turn, so not to a player released in between.
-TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndACreativeThatIsNotTextIsOne) {
+// text loads nothing and fails on a later turn, so not to a player released in between. A new
+// window opens in the ad's own view, a main frame's request is none. Without a delegate the
+// HTML player follows nothing; dialogs are answered at once, never shown.
+TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndNewWindowsOpenInTheAdsOwnView) {
   HeadlessWebEngine::setAutomaticByDefault(false);
   auto page = play("<p>ad</p>");
   ASSERT_TRUE(engineOf(*page).failProvisionalNavigation(
@@ -211,17 +213,11 @@ TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndACreativeThatI
   runReadyWork();
   ASSERT_TRUE(engineOf(*page).failNavigation(Error("WebKitErrorDomain", 102)));
   EXPECT_TRUE(page->htmlPlayer()->loadingFinished());
-  auto player = play(Value({{"html", "<p>"}}));
-  EXPECT_FALSE(engineOf(*player).request());
+  EXPECT_FALSE(engineOf(*play(Value({{"html", "<p>"}}))).request());
   play(Value(42), 0, Value(), false);  // and let go of at once
   runReadyWork();
   EXPECT_EQ(delegate->events, (Events{"fail:WebKitErrorDomain102", "fail:ZorvaSDK2"}));
-}
 
-// A new window opens in the ad's own view, a main frame's request is none. Without a delegate
-// the HTML player follows nothing; dialogs are answered at once, never shown.
-TEST_F(ZVDisplayAdPlayerTest, NewWindowsOpenInTheAdsOwnViewAndDialogsAreAnsweredAtOnce) {
-  HeadlessWebEngine::setAutomaticByDefault(false);
   auto player = play("<p>ad</p>");
   auto& engine = engineOf(*player);
   const auto engines = HeadlessWebEngine::liveEngines().size();

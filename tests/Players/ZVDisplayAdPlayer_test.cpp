@@ -29,7 +29,6 @@ using Events = std::vector<std::string>;
 platform::URLRequest requestFor(const char* url) {
   return platform::URLRequest(platform::URL::URLWithString(url));
 }
-void runReadyWork() { MainQueue::shared().runUntilIdle(); }
 
 // Also hears the error's domain, and lets a test look at the player while it hears of the load.
 class RecordingPlayerDelegate : public test::RecordingAdDelegate {
@@ -59,7 +58,7 @@ class ZVDisplayAdPlayerTest : public testing::Test {
     if (sessionTime) player->setAdPlayTracker(ZVAdPlayTracker::create(sessionTime));
     player->setDelegate(delegate);
     player->play();
-    if (settle) runReadyWork();
+    if (settle) MainQueue::shared().runUntilIdle();
     return player;
   }
   static HeadlessWebEngine& engineOf(const ZVDisplayAdPlayer& player) {
@@ -98,7 +97,7 @@ TEST_F(ZVDisplayAdPlayerTest, AfterTheLoadATapOrAnyOtherNavigationIsOneClickAndT
   delegate->modal = false;  // a delegate without the modal reports is not sent them
   EXPECT_EQ(engine.clickLink(requestFor("https://advertiser.example/")),
             NavigationActionPolicy::Cancel);
-  runReadyWork();
+  MainQueue::shared().runUntilIdle();
   EXPECT_EQ(engine.request()->url->absoluteString(), "https://advertiser.example/form");
   ASSERT_TRUE(browser());
   EXPECT_EQ(browser()->url().absoluteString(), "https://advertiser.example/");
@@ -132,7 +131,7 @@ TEST_F(ZVDisplayAdPlayerTest, TheSessionEndsNSecondsAfterEachFinishedLoadOnItsTr
 
   const auto reload = [&] {
     player->play();
-    runReadyWork();
+    MainQueue::shared().runUntilIdle();
     ASSERT_TRUE(engineOf(*player).finishNavigation());
   };
   reload();
@@ -192,7 +191,7 @@ TEST_F(ZVDisplayAdPlayerTest, ACreativeLoadsAsAnAddressOrInTheAdPageAndWithoutAT
   auto noAd = ZVDisplayAdPlayer::create(ZVPlayerConfig());
   noAd->setDelegate(delegate);
   noAd->play();
-  runReadyWork();
+  MainQueue::shared().runUntilIdle();
   EXPECT_EQ(engineOf(*nullCreative).html(), ZVHTMLPlayer::pageForCreative(""));
   EXPECT_EQ(engineOf(*noAd).html(), ZVHTMLPlayer::pageForCreative(""));
   MainQueue::shared().advanceBy(seconds(3600));
@@ -210,12 +209,12 @@ TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndNewWindowsOpen
       Error::withDescription("NSURLErrorDomain", -1003, "host not found")));
   EXPECT_FALSE(page->htmlPlayer()->loadingFinished());
   page->play();
-  runReadyWork();
+  MainQueue::shared().runUntilIdle();
   ASSERT_TRUE(engineOf(*page).failNavigation(Error("WebKitErrorDomain", 102)));
   EXPECT_TRUE(page->htmlPlayer()->loadingFinished());
   EXPECT_FALSE(engineOf(*play(Value({{"html", "<p>"}}))).request());
   play(Value(42), 0, Value(), false);  // and let go of at once
-  runReadyWork();
+  MainQueue::shared().runUntilIdle();
   EXPECT_EQ(delegate->events, (Events{"fail:WebKitErrorDomain102", "fail:ZorvaSDK2"}));
 
   auto player = play("<p>ad</p>");
@@ -223,7 +222,7 @@ TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndNewWindowsOpen
   const auto engines = HeadlessWebEngine::liveEngines().size();
   EXPECT_EQ(engine.openNewWindow(requestFor("https://popup.example/"), NavigationType::Other),
             NavigationActionPolicy::Allow);
-  runReadyWork();
+  MainQueue::shared().runUntilIdle();
   EXPECT_EQ(HeadlessWebEngine::liveEngines().size(), engines);
   EXPECT_EQ(engine.request()->url->absoluteString(), "https://popup.example/");
   const platform::NavigationAction mainFrame{requestFor("https://main.example/"),
@@ -231,7 +230,7 @@ TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndNewWindowsOpen
   EXPECT_EQ(player->htmlPlayer()->webViewCreateWebViewWithConfiguration(
                 *player->htmlPlayer()->contenView(), {}, mainFrame, platform::WindowFeatures{}),
             nullptr);
-  runReadyWork();
+  MainQueue::shared().runUntilIdle();
   EXPECT_EQ(engine.request()->url->absoluteString(), "https://popup.example/");
 
   player->htmlPlayer()->setDelegate(std::weak_ptr<ZVHTMLPlayerDelegate>());

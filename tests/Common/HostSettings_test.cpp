@@ -7,12 +7,10 @@
 #include <zorva/ZVErrors.h>
 #include <zorva/ZorvaSDK.h>
 #include <zorva/platform/Button.h>
-#include <zorva/platform/DeviceProfile.h>
 #include <zorva/platform/HeadlessMediaEngine.h>
 
 #include "support/AdWorld.h"
 #include "support/ObservingNetworkHandler.h"
-#include "support/TestEnvironment.h"
 #include "support/VastDocuments.h"
 
 namespace zorva {

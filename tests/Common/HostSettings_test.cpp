@@ -7,38 +7,25 @@
 #include <zorva/ZVErrors.h>
 #include <zorva/ZorvaSDK.h>
 #include <zorva/platform/Button.h>
-#include <zorva/platform/DeviceProfile.h>
 #include <zorva/platform/HeadlessMediaEngine.h>
 
-#include "support/AdFormatTesting.h"
+#include "support/AdWorld.h"
 #include "support/ObservingNetworkHandler.h"
-#include "support/TestEnvironment.h"
 #include "support/VastDocuments.h"
 
 namespace zorva {
 namespace {
 
-class HostSettingsTest : public testing::Test {
+class HostSettingsTest : public test::AdWorldTest {
  protected:
   test::Heard load(std::shared_ptr<ZVAdRequest> request = nullptr) {
-    auto banner =
-        ZVBannerView::create(request ? request : test::requestFor(server_), ZVAdSize{320, 50});
-    banner->setDelegate(delegate_);
+    auto banner = makeBanner(0, request);
     const std::size_t before = recorder_.heard().size();
     banner->loadAd();
     EXPECT_TRUE(test::runMainQueueUntil([&] { return recorder_.heard().size() > before; }));
     const auto heard = recorder_.heard();
     return heard.size() > before ? heard[before] : test::Heard{};
   }
-
-  test::LoopbackServer server_;
-  test::Recorder recorder_;
-  std::shared_ptr<ZVBannerViewDelegate> delegate_ =
-      test::recordingBannerDelegate<ZVBannerViewDelegate>(recorder_);
-  std::shared_ptr<ZVInterstitialAdDelegate> interstitialDelegate_ =
-      test::recordingInterstitialDelegate(recorder_);
-  std::shared_ptr<ZVInBannerVideoDelegate> videoDelegate_ =
-      test::recordingBannerDelegate<ZVInBannerVideoDelegate>(recorder_);
 };
 
 // Each app convention through the public API: the documented default first, then the same with
@@ -96,18 +83,16 @@ TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
       {"DesktopProfileAndScreenSizedInterstitialThatItsCloseDismisses",
        [&](bool on) {
          servesBid(test::kDisplayMarkup);
-         auto root = platform::ViewController::create();
          // The phone's size needs its orientation.
-         auto window = platform::DeviceProfile::phone().makeKeyWindow(root);
-         auto ad = ZVInterstitialAd::create(test::requestFor(server_));
-         ad->setDelegate(interstitialDelegate_);
+         window_ = platform::DeviceProfile::phone().makeKeyWindow(root_);
+         auto ad = makeInterstitial();
          ad->loadAd();
-         ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") > 0; }));
+         ASSERT_TRUE(waitFor("receive"));
          const Value body = Value::parse(server_.requests().back().body);
          EXPECT_EQ(body["device"]["os"], on ? "Linux" : "iOS");
          EXPECT_EQ(body["imp"][0]["banner"]["w"], on ? 1920 : 320);
          EXPECT_EQ(body["imp"][0]["banner"]["h"], on ? 1080 : 480);
-         ad->showFromViewController(root);
+         ad->showFromViewController(root_);
          platform::MainQueue::shared().runUntilIdle();
          for (const auto& sub : ad->modalController()->viewIfLoaded()->subviews()) {
            if (auto button = std::dynamic_pointer_cast<platform::Button>(sub))
@@ -122,13 +107,11 @@ TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
        [&](bool on) {
          servesBid(test::kDisplayMarkup);
          test::useVirtualClock();
-         auto banner = ZVBannerView::create(test::requestFor(server_), ZVAdSize{320, 50});
-         banner->setRefreshInterval(30);
-         banner->setDelegate(delegate_);
+         auto banner = makeBanner(30);
          banner->loadAd();
-         ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") == 1; }));
+         ASSERT_TRUE(waitFor("receive"));
          platform::MainQueue::shared().advanceBy(platform::seconds(30));
-         ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") == 2; }));
+         ASSERT_TRUE(waitFor("receive", 2));
          EXPECT_EQ(banner->subviews().size(), on ? 1u : 2u);
        }},
       {"RefusedLoadAndLostDelegateLoggedAsErrors",
@@ -136,7 +119,7 @@ TEST_F(HostSettingsTest, EachAppConventionIsOffByDefaultAndOnWithTheSwitch) {
          servesBid(test::kDisplayMarkup);
          auto handler = test::ObservingNetworkHandler::install();
          test::LogCapture log;
-         auto banner = ZVBannerView::create(test::requestFor(server_), ZVAdSize{320, 50});
+         auto banner = makeBanner();
          banner->setDelegate(std::make_shared<ZVBannerViewDelegate>());  // released at once
          banner->loadAd();
          banner->loadAd();
@@ -255,9 +238,8 @@ TEST_F(HostSettingsTest, AStalledVideoLoadTimesOutOnceWhenBounded) {
                                          : R"(<VAST version="3.0"><Ad><Wrapper><VASTAdTagURI>)" +
                                                stallServer->url("/w") +
                                                "</VASTAdTagURI></Wrapper></Ad></VAST>")});
-    auto interstitial = ZVInterstitialAd::create(request);
+    auto interstitial = makeInterstitial(request);
     interstitial->setSwitchToVideo(true);
-    interstitial->setDelegate(interstitialDelegate_);
     auto video = ZVInBannerVideo::create(request, ZVAdSize{320, 180});
     video->setDelegate(videoDelegate_);
     const auto load = [&] { c.interstitial ? interstitial->loadAd() : video->loadAd(); };
@@ -306,7 +288,7 @@ TEST_F(HostSettingsTest, AStalledVideoLoadTimesOutOnceWhenBounded) {
     request->serverUrl = server_.url(test::kServadPath);
     load();
     if (c.then == Then::ReloadThenLate) late();
-    ASSERT_TRUE(test::runMainQueueUntil([&] { return recorder_.count("receive") > 0; }));
+    ASSERT_TRUE(waitFor("receive"));
     queue.runUntilIdle();
     EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"fail", "receive"}));
   }

@@ -22,11 +22,10 @@ using test::LoopbackServer;
 
 class FixedRequestBuilder : public ZVRequestBuilding {
  public:
-  explicit FixedRequestBuilder(std::string url, double timeout = 10) {
+  explicit FixedRequestBuilder(std::string url) {
     request_.url = platform::URL::URLWithString(url);
     request_.HTTPMethod = "POST";
     request_.HTTPBody = R"({"id":"req"})";
-    request_.timeoutInterval = timeout;
   }
   std::optional<Error> failure;
   std::thread::id failureThread;
@@ -89,9 +88,9 @@ constexpr const char* kBid =
     R"({"id":"r1","seatbid":[{"bid":[{"id":"b1","adm":"<p>ad</p>","price":2.25,"w":"300",)"
     R"("h":250,"ext":{"skadn":{"version":"2.0","network":"x.skadnetwork"}}}]}]})";
 
-// The builder's request is POSTed as it is. Whatever the server answers, the status is not looked
-// at and the delegate hears once, on the main queue. The bodies themselves are read by the bid
-// response tests.
+// The builder's request is POSTed as it is, and the delegate hears once, on the main queue, however
+// large the answer. (Statuses, empty and unreadable answers are the app conventions' rows; the
+// bodies themselves are read by the bid response tests.)
 TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
   LoopbackServer server;
   const std::string bigCreative(10u << 20, 'a');
@@ -100,21 +99,10 @@ TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
   std::string manyKeys = "{";
   for (int i = 0; i < 200000; ++i) manyKeys += "\"k" + std::to_string(i) + "\":" + "0,";
   manyKeys += kBid + 1;
-  struct Case {
-    int status;
-    std::string body;
-    std::string expected;  // "ad", "no ad", or the error's domain (the bodies' own tests read more)
-  };
-  const Case cases[] = {
-      {500, kBid, "ad"},
-      {200, R"({"seatbid":[{"bid":[{"adm":")" + bigCreative + R"("}]}]})", "ad"},
-      {200, manyKeys, "ad"},
-      {200, "{}", "no ad"},
-      {200, R"(<VAST version="3.0"><Ad/></VAST>)", "nlohmann::json"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.body.substr(0, 40));
-    server.respond("/bid", {.status = c.status, .body = c.body});
+  for (const std::string& body :
+       {R"({"seatbid":[{"bid":[{"adm":")" + bigCreative + R"("}]}]})", manyKeys}) {
+    SCOPED_TRACE(body.substr(0, 40));
+    server.respond("/bid", {.body = body});
     Load load(std::make_shared<FixedRequestBuilder>(server.url("/bid")));
     load.loader->load();
     ASSERT_TRUE(test::runMainQueueUntil([&] { return load.delegate->done(); }));
@@ -122,31 +110,13 @@ TEST(ZVAdLoader, EveryAnswerIsReadOnTheMainQueue) {
     EXPECT_EQ(server.requests().back().body, R"({"id":"req"})");
     EXPECT_EQ(load.delegate->calls, 1);
     EXPECT_TRUE(load.delegate->onMainQueue);
-    const auto& heard = *load.delegate;
-    EXPECT_EQ(heard.error ? heard.error->domain : heard.ad ? "ad" : "no ad", c.expected);
-    if (c.status == 500 && heard.ad) {
-      EXPECT_EQ(heard.ad->bidId, "b1");
-    }
+    EXPECT_TRUE(load.delegate->ad);
   }
 }
 
-// A refused connection and a server slower than the request's timeout are told on the network
-// thread; a builder's failure on the builder's thread.
-TEST(ZVAdLoader, FailuresArriveOnTheThreadThatMetThem) {
-  LoopbackServer server;
-  server.respond("/slow", {.body = kBid, .delay = milliseconds(5000)});
-  const std::pair<std::string, int> cases[] = {
-      {"http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + "/bid", 7},
-      {server.url("/slow"), 28}};
-  for (const auto& [url, curlCode] : cases) {
-    Load load(std::make_shared<FixedRequestBuilder>(url, 1));
-    load.loader->load();
-    ASSERT_TRUE(test::runMainQueueUntil([&] { return load.delegate->done(); }));
-    ASSERT_TRUE(load.delegate->error);
-    EXPECT_EQ(load.delegate->error->domain, "libcurl");
-    EXPECT_EQ(load.delegate->error->code, curlCode);
-    EXPECT_FALSE(load.delegate->onMainQueue);
-  }
+// A builder's failure is told on the builder's thread. (Transport failures, told on the network
+// thread, are the ad formats' and the hostile servers' tests.)
+TEST(ZVAdLoader, ABuildersFailureArrivesOnItsThread) {
   Load load(std::make_shared<FixedRequestBuilder>("http://127.0.0.1:1/"));
   load.builder->failure = Error::withDescription("ZorvaSDK", 1, "InternalError(1) : boom");
   load.loader->load();

@@ -20,6 +20,7 @@
 #include "Common/ZVInstanceFactory.h"
 #include "Common/ZVLocationManager.h"
 #include "Common/ZVRTBRequestBuilder.h"
+#include "support/AdFormatTesting.h"
 #include "support/TestEnvironment.h"
 
 namespace zorva {
@@ -42,10 +43,7 @@ class RequestBuilderTest : public testing::Test {
   void SetUp() override {
     // An app on screen: its key window's scene gives the orientation.
     window_ = platform::DeviceProfile::phone().makeKeyWindow(platform::ViewController::create());
-    request_ = std::make_shared<ZVAdRequest>();
-    request_->publisherId = "pub-1";
-    request_->adunitId = "unit-9";
-    request_->serverUrl = "http://127.0.0.1:9/zorva/servad";
+    request_ = test::requestTo("http://127.0.0.1:9/zorva/servad");
     platform::Bundle::mainBundle().setInfoDictionary(
         {{"CFBundleDisplayName", "Zorva Demo"},
          {"CFBundleShortVersionString", "2.4.1"},

@@ -36,9 +36,7 @@ TEST_F(InterstitialTest, LoadsOffScreenShowsInTheModalControllerAndReportsAClick
   EXPECT_EQ(view->window(), nullptr);
   EXPECT_EQ(ad->modalController(), nullptr);
 
-  const Value imp = Value::parse(server_.requests().at(0).body)["imp"][0];
-  EXPECT_EQ(imp["instl"], 1);
-  EXPECT_EQ(imp["banner"].dump(), R"({"pos":7,"w":320,"h":480})");  // the portrait screen
+  EXPECT_EQ(Value::parse(server_.requests().at(0).body)["imp"][0]["instl"], 1);
 
   ad->showFromViewController(root_);
   auto modal = std::dynamic_pointer_cast<ZVModalViewController>(ad->modalController());

@@ -9,13 +9,10 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sqlite3.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,7 +20,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <future>
 #include <iostream>
 #include <latch>
 #include <map>
@@ -33,7 +29,6 @@
 #include "Common/ZVInstanceFactory.h"
 #include "Common/ZVLog.h"
 #include "Interstitial/ZVInterstitialAdImpl.h"
-#include "Network/ZVNetworkHandler.h"
 #include "Network/ZVTrackingQueue.h"
 #include "Network/ZVTrackingTransport.h"
 #include "Vast/ZVVastLinearAdPlayer.h"
@@ -41,8 +36,7 @@
 #include "support/AdWorld.h"
 #include "support/ObservingNetworkHandler.h"
 #include "support/VastDocuments.h"
-
-extern char** environ;
+#include "tools/Subprocess.h"
 
 namespace zorva {
 namespace {
@@ -174,33 +168,16 @@ TEST_F(TrackingTransportTest, AnAdsTrackersAreSentUntilAnAnswerOnlyWithTheTransp
   }
 }
 
-// The tracking child (TrackingChild.cpp) run with `args`, killed at the latest when this ends.
-struct Child {
-  explicit Child(std::vector<std::string> args) {
-    args.insert(args.begin(), ZORVA_TRACKING_CHILD);
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    posix_spawn(&pid, ZORVA_TRACKING_CHILD, nullptr, nullptr, argv.data(), environ);
-  }
-  ~Child() { kill(); }
-  bool kill() {  // whether it was running until now
-    int status = 0;
-    return pid > 0 && ::kill(pid, SIGKILL) == 0 && waitpid(std::exchange(pid, 0), &status, 0) > 0 &&
-           WIFSIGNALED(status);
-  }
-  pid_t pid = 0;
-};
-
 // A process killed while its request is held unanswered, then two sharing its queue, each handing
 // over its own URLs and five the same: the dead one's URL is sent once more when its lease ends,
 // every other once per hand-over.
 TEST_F(TrackingTransportTest, ProcessesSharingAQueueSendEachHandOverOnceAndADeadOnesOnceMore) {
   server_.respondInTurn("/kill", {{.body = "", .delay = 30s}, {.status = 200, .body = ""}});
   const auto spawned = std::chrono::steady_clock::now();
-  Child dead({queuePath_, server_.url("/kill")});
+  test::Subprocess dead(ZORVA_TRACKING_CHILD, {queuePath_, server_.url("/kill")});
   ASSERT_TRUE(server_.waitForRequests(1, 10s));
-  ASSERT_TRUE(dead.kill());
+  dead.signal(SIGKILL);
+  ASSERT_EQ(dead.finish(), -1);
   std::vector<std::string> first{queuePath_}, second{queuePath_};
   std::map<std::string, int> expected{{"/kill", 2}};
   for (int i = 0; i < 50; ++i) {  // the last five of each handed over by both
@@ -209,7 +186,7 @@ TEST_F(TrackingTransportTest, ProcessesSharingAQueueSendEachHandOverOnceAndADead
     ++expected[path];
     (i < 25 ? first : second).push_back(server_.url(path));
   }
-  Child one(first), two(second);
+  test::Subprocess one(ZORVA_TRACKING_CHILD, first), two(ZORVA_TRACKING_CHILD, second);
   ASSERT_TRUE(server_.waitForRequests(52, 30s));
   std::this_thread::sleep_for(1s);
   EXPECT_EQ(arrivals(server_), expected);
@@ -262,9 +239,9 @@ TEST_F(TrackingTransportTest, FileFaultsLoseNoUrlAndSendNoneTwice) {
            std::filesystem::remove(at + "/tracking.sqlite") &&
            std::filesystem::remove(at + "/tracking.sqlite-wal");
   };
-  std::optional<Child> holder;
+  std::optional<test::Subprocess> holder;
   const auto hold = [&](const std::string& at) {
-    holder.emplace(std::vector<std::string>{"hold", at + "/tracking.sqlite"});
+    holder.emplace(ZORVA_TRACKING_CHILD, std::vector<std::string>{"hold", at + "/tracking.sqlite"});
     EXPECT_TRUE(waitFor([&] { return std::filesystem::exists(at + "/tracking.sqlite.held"); }));
   };
   const struct {
@@ -442,22 +419,6 @@ TEST(TrackingMacros, CacheBustingAndTimestampAreExpandedAtSendTimeOthersLeftAsTh
   EXPECT_TRUE(std::regex_match(url, form)) << url;
   EXPECT_NE(ZVTrackingTransport::expandMacros("[CACHEBUSTING]", at),
             ZVTrackingTransport::expandMacros("[CACHEBUSTING]", at));
-}
-
-TEST(ZVNetworkHandler, FetchesByGetAndLogsTheBodyAtInfoLevel) {
-  LoopbackServer server;
-  server.respond("/wrapper", {.body = "<VAST/>", .contentType = "text/xml"});
-  ZVLog::setLevel(3);
-  test::LogCapture log;
-  std::promise<std::optional<Data>> done;
-  ZVInstanceFactory::sharedNetworkhandler()->fetchUrlString(
-      server.url("/wrapper"), [&](std::optional<Data> data, std::optional<Error> error) {
-        EXPECT_FALSE(error);
-        done.set_value(data);
-      });
-  EXPECT_EQ(done.get_future().get(), "<VAST/>");
-  EXPECT_EQ(server.requests().at(0).method, "GET");
-  EXPECT_EQ(log.entriesContaining("<VAST/>").size(), 1u);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <regex>
 #include <thread>
 
+#include "Common/ZVLog.h"
 #include "support/LoopbackServer.h"
 #include "support/TestEnvironment.h"
 #include "support/VastDocuments.h"
@@ -111,8 +112,11 @@ TEST(ZVVastParser, AnAnswerWithoutWrappersIsToldWithoutAFetch) {
 // A chain of `depth` Wrappers below the answer's, then an InLine ad: each Wrapper becomes the
 // parent of what it fetched, and the fourth is kept unresolved. Failures after a fetch are told
 // on the network thread: no document (a refused connection, a 404 that is not XML, no URL at
-// all) is no VAST response, leaves without a creative the threshold.
+// all) is no VAST response, leaves without a creative the threshold. Fetches are GETs, whose
+// bodies are logged at info level.
 TEST(ZVVastParser, WrappersAreResolvedOverHttpUpToTheFourthAndFailuresOnTheNetworkThread) {
+  ZVLog::setLevel(3);
+  test::LogCapture log;
   for (const auto& [depth, systems] :
        {std::pair{0, std::vector<std::string>{"leaf", "w0"}},
         std::pair{3, std::vector<std::string>{"w3", "w2", "w1", "w0"}}}) {
@@ -139,7 +143,9 @@ TEST(ZVVastParser, WrappersAreResolvedOverHttpUpToTheFourthAndFailuresOnTheNetwo
     if (depth == 0) trackers.erase(trackers.begin());  // the leaf's
     EXPECT_EQ(kept->aggregatedTrackersForEvent("start"), trackers);
     EXPECT_EQ(server.requests().size(), std::max(depth, 1));
+    EXPECT_EQ(server.requests().back().method, "GET");
   }
+  EXPECT_FALSE(log.entriesContaining(inlineDocument("leaf")).empty());
   test::LoopbackServer server;  // "/missing" answers 404 with a body that is not XML
   server.respond("/bare", {200, inlineDocument("bare", false), "application/xml"});
   const std::string refused =

@@ -93,8 +93,7 @@ LoopbackServer::~LoopbackServer() {
 }
 
 void LoopbackServer::respond(const std::string& path, Response response) {
-  std::lock_guard lock(mutex_);
-  responses_[path] = {{std::move(response)}, 0};
+  respondInTurn(path, {std::move(response)});
 }
 
 void LoopbackServer::respondInTurn(const std::string& path, std::vector<Response> responses) {

@@ -3,8 +3,12 @@
 // back from the X server.
 #include <gtest/gtest.h>
 #include <zorva-gobject/zorva.h>
+#include <zorva/ZorvaSDK.h>
+#include <zorva/platform/LogSink.h>
 #include <zorva/platform/MainQueue.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
@@ -166,8 +170,12 @@ class GObjectFaceTest : public testing::Test {
     return waitUntil([&] { return !button(label); });
   }
 
+  // For 20 s, longer by ZORVA_TEST_TIME_SCALE as in the other suites.
   static bool waitUntil(const std::function<bool()>& condition) {
-    return platform::MainQueue::shared().runUntil(condition, std::chrono::seconds(20));
+    const char* scale = std::getenv("ZORVA_TEST_TIME_SCALE");
+    return platform::MainQueue::shared().runUntil(
+        condition,
+        std::chrono::milliseconds(static_cast<long>(20000 * (scale ? std::atof(scale) : 1))));
   }
 
   std::unique_ptr<tools::AdServer> server;
@@ -215,8 +223,8 @@ TEST_F(GObjectFaceTest, AdWidgetsShowAtTheirSizeAtTheBottomOfABox) {
       EXPECT_EQ(heard["will-present-modal"], 1);
     } else {
       ASSERT_TRUE(waitUntil([&] { return heard["finished"] > 0; }));
-      g_object_get(ad, "state", &state, nullptr);
-      EXPECT_EQ(state, ZORVA_AD_STATE_FINISHED);
+      EXPECT_EQ(zorva_in_banner_video_get_state(ZORVA_IN_BANNER_VIDEO(ad)),
+                ZORVA_AD_STATE_FINISHED);
     }
     app.reset();
   }
@@ -244,6 +252,10 @@ TEST_F(GObjectFaceTest, FailuresCarryAZorvaErrorAndAnObjectReleasedMidLoadHearsN
       {"nofill", nullptr, ZORVA_ERROR_NO_ADS, "no fill", true},
   };
   GObject* sdk = G_OBJECT(zorva_sdk_get_default());
+  std::atomic<int> told = 0;  // entries at the information level, which the loads make
+  platform::LogSink::shared().setHandler(
+      [&](std::string_view entry) { told += entry.find("- I -") != std::string_view::npos; });
+  g_object_set(sdk, "log-level", 3u, nullptr);
   int moved = 0;
   g_signal_connect_swapped(sdk, "notify::no-fill-as-failure",
                            G_CALLBACK(+[](int* count) { ++*count; }), &moved);
@@ -276,9 +288,84 @@ TEST_F(GObjectFaceTest, FailuresCarryAZorvaErrorAndAnObjectReleasedMidLoadHearsN
     EXPECT_EQ(heard["loaded"], 1) << heard.message;
     EXPECT_EQ(late["loaded"] + late["failed"] + late["state"], 0);
   }
-  g_object_set(sdk, "app-conventions", FALSE, nullptr);
+  g_object_set(sdk, "app-conventions", FALSE, "log-level", 1u, nullptr);
+  platform::LogSink::shared().setHandler(nullptr);
   g_signal_handlers_disconnect_by_data(sdk, &moved);
   EXPECT_EQ(moved, 4);  // on and off for each format
+  EXPECT_GT(told, 0);
+}
+
+// Each setting of the SDK is the default ZorvaSdk's property of its name: what is set is read back
+// and held by the SDK itself, and the property's default puts the SDK's default back.
+TEST_F(GObjectFaceTest, EachSdkPropertyIsTheSdkSettingOfItsName) {
+  GObject* object = G_OBJECT(zorva_sdk_get_default());
+  const auto sdk = ZorvaSDK::shared();
+  const auto check = [&](const char* name, GVariant* set, const std::function<bool()>& held) {
+    SCOPED_TRACE(name);
+    g_autoptr(GVariant) value = g_variant_ref_sink(set);
+    g_auto(GValue) in = G_VALUE_INIT;
+    g_auto(GValue) out = G_VALUE_INIT;
+    g_dbus_gvariant_to_gvalue(value, &in);
+    GParamSpec* spec = g_object_class_find_property(G_OBJECT_GET_CLASS(object), name);
+    g_value_init(&out, spec->value_type);
+    g_object_set_property(object, name, &in);
+    g_object_get_property(object, name, &out);
+    g_autoptr(GVariant) back = g_dbus_gvalue_to_gvariant(&out, g_variant_get_type(value));
+    EXPECT_TRUE(g_variant_equal(value, back));
+    EXPECT_TRUE(!held || held());
+    g_object_set_property(object, name, g_param_spec_get_default_value(spec));
+    EXPECT_TRUE(!held || !held());
+  };
+  constexpr const char* kStore = "https://store.example/app/id42";
+  check("log-level", g_variant_new_uint32(4), nullptr);  // the failure test sees it logging
+  check("vast-fetch-budget", g_variant_new_uint32(7), [&] { return sdk->vastFetchBudget() == 7; });
+  check("store-url", g_variant_new_string(kStore),
+        [&] { return sdk->storeURL() && sdk->storeURL()->absoluteString() == kStore; });
+  check("location", g_variant_new_parsed("(1.5, -2.25)"), [&] {
+    const auto fix = sdk->location();
+    return fix && fix->coordinate.latitude == 1.5 && fix->coordinate.longitude == -2.25;
+  });
+  check("gpp-sid", g_variant_new_parsed("[2, 7]"), [&] {
+    return sdk->gppSid() == std::vector{2, 7};
+  });
+  using Text = std::optional<std::string> (ZorvaSDK::*)() const;
+  for (const auto& [name, text] : std::initializer_list<std::pair<const char*, Text>>{
+           {"app-domain", &ZorvaSDK::appDomain},
+           {"app-categories", &ZorvaSDK::appCategories},
+           {"app-keywords", &ZorvaSDK::appkeywords},
+           {"user-keywords", &ZorvaSDK::userKeywords},
+           {"gdpr-consent", &ZorvaSDK::gdprConsent},
+           {"us-privacy", &ZorvaSDK::usPrivacy},
+           {"gpp", &ZorvaSDK::gpp},
+           {"tracking-queue-path", &ZorvaSDK::trackingQueuePath},
+       }) {
+    check(name, g_variant_new_string(name), [&] { return ((*sdk).*text)() == name; });
+  }
+  // The transport, switched on, opens its queue where the cache directory is.
+  g_setenv("XDG_CACHE_HOME", testing::TempDir().c_str(), TRUE);
+  using Switch = bool (ZorvaSDK::*)() const;
+  for (const auto& [name, on] : std::initializer_list<std::pair<const char*, Switch>>{
+           {"app-conventions", &ZorvaSDK::appConventions},
+           {"callbacks-on-main-queue", &ZorvaSDK::callbacksOnMainQueue},
+           {"no-fill-as-failure", &ZorvaSDK::noFillAsFailure},
+           {"interstitial-close-dismisses", &ZorvaSDK::interstitialCloseDismisses},
+           {"invalid-request-as-failure", &ZorvaSDK::invalidRequestAsFailure},
+           {"http-status-as-failure", &ZorvaSDK::httpStatusAsFailure},
+           {"percent-encode-query", &ZorvaSDK::percentEncodeQuery},
+           {"open-rtb-headers", &ZorvaSDK::openRtbHeaders},
+           {"desktop-profile-by-default", &ZorvaSDK::desktopProfileByDefault},
+           {"banner-removes-earlier-ads", &ZorvaSDK::bannerRemovesEarlierAds},
+           {"video-load-bounded", &ZorvaSDK::videoLoadBounded},
+           {"log-missed-callbacks", &ZorvaSDK::logMissedCallbacks},
+           {"vast-cdata-text", &ZorvaSDK::vastCdataText},
+           {"tracking-transport", &ZorvaSDK::trackingTransport},
+           {"send-regulations", &ZorvaSDK::sendRegulations},
+           {"test-mode", &ZorvaSDK::testMode},
+           {"coppa", &ZorvaSDK::coppa},
+           {"gdpr", &ZorvaSDK::gdpr},
+       }) {
+    check(name, g_variant_new_boolean(TRUE), [&] { return ((*sdk).*on)(); });
+  }
 }
 
 // Shown over a window whose child is a plain box: the ad covers the content; Escape takes it

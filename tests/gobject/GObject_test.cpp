@@ -143,33 +143,6 @@ class GObjectFaceTest : public testing::Test {
   // The window's content as the screen shows it.
   Screenshot shot() const { return shotOf(screen, app->toplevel); }
 
-  // The button labelled `label` on screen in the window (in a panel the ad opened), or null.
-  GtkWidget* button(const char* label, GtkWidget* widget = nullptr) const {
-    widget = widget ? widget : app->toplevel;
-    const char* text = GTK_IS_BUTTON(widget) ? gtk_button_get_label(GTK_BUTTON(widget)) : nullptr;
-    if (text && std::string(text) == label && gtk_widget_get_mapped(widget)) return widget;
-    GtkWidget* found = nullptr;
-    if (!GTK_IS_CONTAINER(widget)) return found;
-    GList* children = gtk_container_get_children(GTK_CONTAINER(widget));
-    for (GList* child = children; child && !found; child = child->next) {
-      found = button(label, GTK_WIDGET(child->data));
-    }
-    g_list_free(children);
-    return found;
-  }
-
-  // Clicks that button once it shows, then waits for it to go; false when either did not happen.
-  bool clickButton(const char* label) {
-    GtkWidget* target = nullptr;
-    if (!waitUntil([&] { return (target = button(label)) != nullptr; })) return false;
-    int x = 0, y = 0;
-    gdk_window_get_origin(gtk_widget_get_window(target), &x, &y);
-    GtkAllocation area;
-    gtk_widget_get_allocation(target, &area);
-    screen.click(x + area.x + area.width / 2, y + area.y + area.height / 2);
-    return waitUntil([&] { return !button(label); });
-  }
-
   // For 20 s, longer by ZORVA_TEST_TIME_SCALE as in the other suites.
   static bool waitUntil(const std::function<bool()>& condition) {
     const char* scale = std::getenv("ZORVA_TEST_TIME_SCALE");
@@ -218,7 +191,7 @@ TEST_F(GObjectFaceTest, AdWidgetsShowAtTheirSizeAtTheBottomOfABox) {
       screen.click(left + slot->size.width / 2, top + slot->size.height / 2);
       ASSERT_TRUE(waitUntil([&] { return heard["will-present-modal"] > 0; }));
       EXPECT_EQ(heard["did-dismiss-modal"], 0);
-      ASSERT_TRUE(clickButton("Close"));  // the store page's
+      ASSERT_TRUE(waitUntil([&] { return gtk::clickButton(screen, app->toplevel, "Close"); }));
       ASSERT_TRUE(waitUntil([&] { return heard["did-dismiss-modal"] > 0; }));
       EXPECT_EQ(heard["will-present-modal"], 1);
     } else {
@@ -337,8 +310,7 @@ TEST_F(GObjectFaceTest, EachSdkPropertyIsTheSdkSettingOfItsName) {
            {"gdpr-consent", &ZorvaSDK::gdprConsent},
            {"us-privacy", &ZorvaSDK::usPrivacy},
            {"gpp", &ZorvaSDK::gpp},
-           {"tracking-queue-path", &ZorvaSDK::trackingQueuePath},
-       }) {
+           {"tracking-queue-path", &ZorvaSDK::trackingQueuePath}}) {
     check(name, g_variant_new_string(name), [&] { return ((*sdk).*text)() == name; });
   }
   // The transport, switched on, opens its queue where the cache directory is.
@@ -362,8 +334,7 @@ TEST_F(GObjectFaceTest, EachSdkPropertyIsTheSdkSettingOfItsName) {
            {"send-regulations", &ZorvaSDK::sendRegulations},
            {"test-mode", &ZorvaSDK::testMode},
            {"coppa", &ZorvaSDK::coppa},
-           {"gdpr", &ZorvaSDK::gdpr},
-       }) {
+           {"gdpr", &ZorvaSDK::gdpr}}) {
     check(name, g_variant_new_boolean(TRUE), [&] { return ((*sdk).*on)(); });
   }
 }

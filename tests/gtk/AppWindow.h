@@ -8,6 +8,7 @@
 #include <gtk/gtk.h>
 
 #include <string>
+#include <utility>
 
 #include "support/XScreen.h"
 
@@ -79,13 +80,19 @@ class AppWindow {
   int clicks = 0, keys = 0;
 };
 
-/// What the screen shows of a shown widget, in screen coordinates.
-inline test::Screenshot shotOf(const test::XScreen& screen, GtkWidget* widget) {
+/// Where a shown widget's top-left corner is on the screen.
+inline std::pair<int, int> originOf(GtkWidget* widget) {
   GtkWidget* top = gtk_widget_get_toplevel(widget);
   int x = 0, y = 0, left = 0, upper = 0;
   gdk_window_get_origin(gtk_widget_get_window(top), &x, &y);
   gtk_widget_translate_coordinates(widget, top, 0, 0, &left, &upper);
-  return screen.grab(x + left, y + upper, gtk_widget_get_allocated_width(widget),
+  return {x + left, y + upper};
+}
+
+/// What the screen shows of a shown widget, in screen coordinates.
+inline test::Screenshot shotOf(const test::XScreen& screen, GtkWidget* widget) {
+  const auto [x, y] = originOf(widget);
+  return screen.grab(x, y, gtk_widget_get_allocated_width(widget),
                      gtk_widget_get_allocated_height(widget));
 }
 

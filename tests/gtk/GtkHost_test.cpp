@@ -57,7 +57,6 @@ class GtkHostTest : public OnScreenTest {
     return banner;
   }
 
-  // Loads an interstitial of `markup` and shows it from the root view controller.
   std::shared_ptr<ZVInterstitialAd> showInterstitial(const std::string& markup) {
     server.respond(test::kServadPath, {.body = test::bidWithMarkup(markup)});
     auto interstitial = ZVInterstitialAd::create(test::requestFor(server));
@@ -180,7 +179,6 @@ TEST_F(GtkHostTest, AnInterstitialCoversTheWindowFollowsItsSizeAndItsXTakesItDow
     if (content == Content::Slot) {
       banner = loadBanner(Rect(0, 0, 320, 50), /*store=*/false);
       ASSERT_TRUE(waitForPixel(160, 575, kGreen)) << "the slot is the banner's size, at the bottom";
-      shot().writePng("gtk-slot.png");
       EXPECT_EQ(shot().count(kBlue, 0, 0, 400, 550), 400 * 550) << "the app's content above it";
       click(200, 300);
       ASSERT_TRUE(waitUntil([&] { return app->clicks == 1; })) << "and its clicks";

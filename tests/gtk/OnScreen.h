@@ -35,12 +35,7 @@ class OnScreenTest : public testing::Test {
 
   /// The platform window's top-left corner in screen coordinates: the top-level window's content.
   std::pair<int, int> origin() const {
-    GtkWidget* top = GTK_WIDGET(host->toplevel());
-    int x = 0, y = 0;
-    gdk_window_get_origin(gtk_widget_get_window(top), &x, &y);
-    GtkAllocation allocation;
-    gtk_widget_get_allocation(gtk_bin_get_child(GTK_BIN(top)), &allocation);
-    return {x + allocation.x, y + allocation.y};
+    return originOf(gtk_bin_get_child(GTK_BIN(host->toplevel())));
   }
 
   /// What the screen shows of the host's window, in window points from (0, 0).

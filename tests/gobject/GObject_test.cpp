@@ -127,14 +127,6 @@ class GObjectFaceTest : public testing::Test {
     return ad;
   }
 
-  // The app's window: its own blue content, above the ad widget packed at the bottom of its box.
-  void openWindow(GtkWidget* widget = nullptr) {
-    app.emplace(400, 300, gtk::Content::Slot);
-    if (!widget) return;
-    gtk_box_pack_end(GTK_BOX(app->container), widget, FALSE, FALSE, 0);
-    gtk_widget_show(widget);
-  }
-
   Screenshot shot() const { return shotOf(screen, app->toplevel); }
 
   // For 20 s, longer by ZORVA_TEST_TIME_SCALE as in the other suites.
@@ -160,7 +152,9 @@ TEST_F(GObjectFaceTest, AdWidgetsShowAtTheirSizeAtTheBottomOfABox) {
     gpointer ad = make(*slot, slot->name);
     Heard heard;
     heard.listen(ad);
-    openWindow(GTK_WIDGET(ad));
+    app.emplace(400, 300, gtk::Content::Slot);  // the app's blue content, the ad below it
+    gtk_box_pack_end(GTK_BOX(app->container), GTK_WIDGET(ad), FALSE, FALSE, 0);
+    gtk_widget_show(GTK_WIDGET(ad));
     slot->load(ad);
     ZorvaAdState state;
     g_object_get(ad, "state", &state, nullptr);
@@ -321,7 +315,7 @@ TEST_F(GObjectFaceTest, EachSdkPropertyIsTheSdkSettingOfItsName) {
 // Shown over a window whose child is a plain box: the ad covers the content; Escape takes it
 // away, "dismissed" is told and the box is the window's child again.
 TEST_F(GObjectFaceTest, InterstitialCoversTheWindowAndTellsWhenItLeaves) {
-  openWindow();
+  app.emplace(400, 300, gtk::Content::Slot);
   gpointer ad = make(kInterstitial, "interstitial");
   Heard heard;
   heard.listen(ad);

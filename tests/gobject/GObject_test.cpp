@@ -32,7 +32,6 @@ constexpr Pixel kInterstitialBlue{0x0d, 0x47, 0xa1};
 constexpr Pixel kWhite{255, 255, 255};
 // The video player's progress bar: its fill and its track.
 constexpr Pixel kBarFill{245, 214, 107}, kBarTrack{40, 46, 99};
-constexpr const char* kUnreachable = "http://127.0.0.1:1/zorva/servad";
 
 // What an ad object told: the number of each of its signals (and of "state" notifications) by
 // name, the last failure kept.
@@ -204,7 +203,7 @@ TEST_F(GObjectFaceTest, FailuresCarryAZorvaErrorAndAnObjectReleasedMidLoadHearsN
     bool conventions = false;
   };
   const Case cases[] = {
-      {"banner", kUnreachable, ZORVA_ERROR_NETWORK, "libcurl 7"},
+      {"banner", "http://127.0.0.1:1/zorva/servad", ZORVA_ERROR_NETWORK, "libcurl 7"},
       {"broken", nullptr, ZORVA_ERROR_JSON, "nlohmann::json"},
       {nullptr, nullptr, ZORVA_ERROR_INVALID_REQUEST, "ad unit id"},
       {"", nullptr, ZORVA_ERROR_INVALID_REQUEST, "ad unit id"},
@@ -336,13 +335,10 @@ TEST_F(GObjectFaceTest, InterstitialCoversTheWindowAndTellsWhenItLeaves) {
 
   // A click on the ad's link (its white text nearest the bottom) is told; Escape takes the page
   // it opens away, then the ad.
-  int row = picture.y + picture.height - 1, linkX = 0;
-  for (; row > picture.y && !linkX; --row) {
-    for (int x = picture.x; x < picture.x + picture.width && !linkX; ++x) {
-      if (picture.at(x, row).near(kWhite, 40)) linkX = x + 20;
-    }
-  }
-  screen.click(linkX, row - 2);
+  int row = picture.y + picture.height - 1, linkX = picture.x;
+  while (row > picture.y && !picture.count(kWhite, picture.x, row, picture.width, 1, 40)) --row;
+  while (!picture.at(linkX, row).near(kWhite, 40)) ++linkX;
+  screen.click(linkX + 20, row - 3);
   ASSERT_TRUE(waitUntil([&] { return heard["clicked"] > 0 && !covered(); }));
   screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(app->toplevel)), XK_Escape);
   ASSERT_TRUE(waitUntil(covered));

@@ -1,11 +1,14 @@
 #pragma once
 
 // An app's window in the suite's virtual X server, for the on-screen suites: its own content and
-// a place for the SDK. Needs GTK only (the GObject face's suite links no more); include it after
-// every header of the SDK, as it brings in Xlib, whose macros (None, Always, ...) clash with its
-// names.
+// a place for the SDK, and its parts as assistive technology finds them. Needs GTK only (the
+// GObject face's suite links no more); include it after every header of the SDK, as it brings in
+// Xlib, whose macros (None, Always, ...) clash with its names.
 
 #include <gtk/gtk.h>
+
+#include <string>
+#include <utility>
 
 #include "support/XScreen.h"
 
@@ -77,14 +80,43 @@ class AppWindow {
   int clicks = 0, keys = 0;
 };
 
-/// What the screen shows of a shown widget, in screen coordinates.
-inline test::Screenshot shotOf(const test::XScreen& screen, GtkWidget* widget) {
+/// Where a shown widget's top-left corner is on the screen.
+inline std::pair<int, int> originOf(GtkWidget* widget) {
   GtkWidget* top = gtk_widget_get_toplevel(widget);
   int x = 0, y = 0, left = 0, upper = 0;
   gdk_window_get_origin(gtk_widget_get_window(top), &x, &y);
   gtk_widget_translate_coordinates(widget, top, 0, 0, &left, &upper);
-  return screen.grab(x + left, y + upper, gtk_widget_get_allocated_width(widget),
+  return {x + left, y + upper};
+}
+
+/// What the screen shows of a shown widget, in screen coordinates.
+inline test::Screenshot shotOf(const test::XScreen& screen, GtkWidget* widget) {
+  const auto [x, y] = originOf(widget);
+  return screen.grab(x, y, gtk_widget_get_allocated_width(widget),
                      gtk_widget_get_allocated_height(widget));
+}
+
+/// The object with `role` named `name` in `object`'s accessible tree (its widget owns it), or null.
+inline AtkObject* findAccessible(AtkObject* object, AtkRole role, const std::string& name) {
+  const char* own = atk_object_get_name(object);
+  AtkObject* found = atk_object_get_role(object) == role && own && name == own ? object : nullptr;
+  for (int i = 0; !found && i < atk_object_get_n_accessible_children(object); ++i) {
+    AtkObject* child = atk_object_ref_accessible_child(object, i);
+    found = child ? findAccessible(child, role, name) : nullptr;
+    if (child) g_object_unref(child);
+  }
+  return found;
+}
+
+/// Clicks the middle of the push button named `name` in `window`, where assistive technology says
+/// it is; false when it is not on the screen.
+inline bool clickButton(const test::XScreen& screen, GtkWidget* window, const std::string& name) {
+  AtkObject* button = findAccessible(gtk_widget_get_accessible(window), ATK_ROLE_PUSH_BUTTON, name);
+  int x = 0, y = 0, width = 0, height = 0;
+  if (button)
+    atk_component_get_extents(ATK_COMPONENT(button), &x, &y, &width, &height, ATK_XY_SCREEN);
+  if (width > 0 && height > 0) screen.click(x + width / 2, y + height / 2);
+  return width > 0 && height > 0;
 }
 
 }  // namespace zorva::gtk

@@ -37,7 +37,7 @@ constexpr Pixel kBarFill{245, 214, 107}, kBarTrack{40, 46, 99};
 // blue after, so the screen's pixels tell which part plays. False when GStreamer lacks an element.
 bool writeClip(const std::string& path) {
   const std::string raw = " ! video/x-raw,format=RGBx,width=160,height=90,framerate=25/1 ! c. ";
-  GstElement* pipeline = gst_parse_launch(
+  g_autoptr(GstElement) pipeline = gst_parse_launch(
       ("concat name=c ! videoconvert ! jpegenc quality=95 ! avimux ! filesink location=\"" + path +
        "\" videotestsrc pattern=red num-buffers=25" + raw +
        "videotestsrc pattern=blue num-buffers=75" + raw)
@@ -45,15 +45,11 @@ bool writeClip(const std::string& path) {
       nullptr);
   if (!pipeline) return false;
   gst_element_set_state(pipeline, GST_STATE_PLAYING);
-  GstBus* bus = gst_element_get_bus(pipeline);
-  GstMessage* end = gst_bus_timed_pop_filtered(
+  g_autoptr(GstBus) bus = gst_element_get_bus(pipeline);
+  g_autoptr(GstMessage) end = gst_bus_timed_pop_filtered(
       bus, 10 * GST_SECOND, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
-  const bool written = end && GST_MESSAGE_TYPE(end) == GST_MESSAGE_EOS;
-  if (end) gst_message_unref(end);
-  gst_object_unref(bus);
   gst_element_set_state(pipeline, GST_STATE_NULL);
-  gst_object_unref(pipeline);
-  return written;
+  return end && GST_MESSAGE_TYPE(end) == GST_MESSAGE_EOS;
 }
 
 bool showsClip(const Pixel& p) { return p.near(kRed, 60) || p.near(kBlue, 60); }
@@ -126,8 +122,6 @@ TEST_F(GtkVideoTest, VideosPlayInTheirFrameOrFittedUnderTheBarAndTheXAndStopWhen
     EXPECT_EQ(picture.count(colour, 0, 415, 400, 180, 60), 0) << "and below it";
     EXPECT_GT(picture.count(kDarkGray, 358, 10, 32, 32), 32 * 32 / 2) << "the X on top";
   }
-  // The bar along the bottom edge: its track on the right.
-  EXPECT_TRUE(red.at(397, 599).near(kBarTrack, 12));
   EXPECT_TRUE(waitUntil([&] {
     const auto lists = handler->handedOverUrls();
     return std::any_of(lists.begin(), lists.end(), [](const auto& list) {

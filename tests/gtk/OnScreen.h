@@ -28,7 +28,6 @@ class OnScreenTest : public testing::Test {
     ASSERT_TRUE(platform::WebKitWebEngine::install(&whyNot)) << whyNot;
   }
 
-  /// Opens the app's window and attaches the host to it.
   void attach(int width, int height, Content content = Content::Area, HostOptions options = {}) {
     app.emplace(width, height, content);
     host = Host::attach(GTK_CONTAINER(app->container), std::move(options));
@@ -36,12 +35,7 @@ class OnScreenTest : public testing::Test {
 
   /// The platform window's top-left corner in screen coordinates: the top-level window's content.
   std::pair<int, int> origin() const {
-    GtkWidget* top = GTK_WIDGET(host->toplevel());
-    int x = 0, y = 0;
-    gdk_window_get_origin(gtk_widget_get_window(top), &x, &y);
-    GtkAllocation allocation;
-    gtk_widget_get_allocation(gtk_bin_get_child(GTK_BIN(top)), &allocation);
-    return {x + allocation.x, y + allocation.y};
+    return originOf(gtk_bin_get_child(GTK_BIN(host->toplevel())));
   }
 
   /// What the screen shows of the host's window, in window points from (0, 0).
@@ -77,7 +71,6 @@ class OnScreenTest : public testing::Test {
     screen.click(ox + x, oy + y);
   }
 
-  /// Types a key in the app's window.
   void press(KeySym keysym) {
     GtkWidget* top = host->toplevel() ? GTK_WIDGET(host->toplevel()) : app->toplevel;
     screen.key(gdk_x11_window_get_xid(gtk_widget_get_window(top)), keysym);
@@ -85,25 +78,7 @@ class OnScreenTest : public testing::Test {
 
   /// The object with `role` named `name` in the window's accessible tree (its widget owns it).
   AtkObject* accessible(AtkRole role, const std::string& name) const {
-    return find(gtk_widget_get_accessible(GTK_WIDGET(host->toplevel())), role, name);
-  }
-  static AtkObject* find(AtkObject* object, AtkRole role, const std::string& name) {
-    const char* own = atk_object_get_name(object);
-    AtkObject* found = atk_object_get_role(object) == role && own && name == own ? object : nullptr;
-    for (int i = 0; !found && i < atk_object_get_n_accessible_children(object); ++i) {
-      AtkObject* child = atk_object_ref_accessible_child(object, i);
-      found = child ? find(child, role, name) : nullptr;
-      if (child) g_object_unref(child);
-    }
-    return found;
-  }
-
-  /// Clicks the middle of the push button named `name`, where assistive technology says it is.
-  void clickButton(const std::string& name) {
-    int x = 0, y = 0, width = 0, height = 0;
-    atk_component_get_extents(ATK_COMPONENT(accessible(ATK_ROLE_PUSH_BUTTON, name)), &x, &y, &width,
-                              &height, ATK_XY_SCREEN);
-    screen.click(x + width / 2, y + height / 2);
+    return findAccessible(gtk_widget_get_accessible(GTK_WIDGET(host->toplevel())), role, name);
   }
 
   test::XScreen screen;

@@ -253,7 +253,6 @@ TEST_F(GStreamerVastPlaybackTest, TheAdPlaysToTheEndFiringEachProgressEventInOrd
   }
   EXPECT_FLOAT_EQ(linear->progressView()->progress(), 1.0f);
 
-  // Media that cannot be played ends in a 405.
   std::string noise(16 * 1024, '\0');
   std::mt19937 random(10);
   std::generate(noise.begin(), noise.end(), [&] { return static_cast<char>(random()); });

@@ -149,7 +149,6 @@ TEST_F(WebKitTest, PolicyDecidesNavigationsNewWindowsOpenNothingAndFailuresNever
                     "policy -1 /by-script new-window", "create /by-script", "policy -1 /page",
                     "commit /page", "finish /page"}));
 
-  // Failures are provisional before the commit and never followed by a finish.
   delegate->events.clear();
   view = makeWebView();
   view->loadRequest(URLRequest(URL::URLWithString(

@@ -29,8 +29,10 @@ class BannerTest : public test::AdWorldTest {
 };
 
 // Without a refresh interval, a failure (told on the main queue) makes the banner loadable again
-// and schedules nothing. A click in the loaded ad is told around the browser it opens.
-TEST_F(BannerTest, WithoutRefreshAFailureMakesItLoadableAgainAndALoadedAdsViewIsPinnedInside) {
+// and schedules nothing; a click in the loaded ad is told around the browser it opens. With one,
+// each session ends after it and the next load starts at once; no timer keeps its banner alive
+// or does anything once it is gone. A delegate without callbacks hears nothing.
+TEST_F(BannerTest, ALoadedAdsViewIsPinnedInsideAndOnlyWithRefreshDoSessionsEndAndFailuresRetry) {
   server_.respond(test::kServadPath, {.body = "not json"});
   auto banner = makeBanner();
   banner->loadAd();
@@ -43,7 +45,7 @@ TEST_F(BannerTest, WithoutRefreshAFailureMakesItLoadableAgainAndALoadedAdsViewIs
   banner->setFrame(platform::Rect(0, 0, 360, 60));  // not the ad's own size
   bannerDelegate_->bannerViewDidReceiveAd = [&](ZVBannerView& b) {
     recorder_.note("receive");
-    EXPECT_EQ(b.subviews().size(), 1u);
+    EXPECT_FALSE(b.subviews().empty());  // the ad is in before the app hears of it
   };
   banner->loadAd();
   EXPECT_EQ(banner->state(), 1);
@@ -73,12 +75,8 @@ TEST_F(BannerTest, WithoutRefreshAFailureMakesItLoadableAgainAndALoadedAdsViewIs
   ASSERT_TRUE(browser);
   browser->finish();
   EXPECT_EQ(recorder_.names(), (std::vector<std::string>{"fail", "receive", "present", "dismiss"}));
-}
 
-// With a refresh interval, each session ends after it and the next load starts at once. Neither
-// a shown ad's session timer nor a failure's retry timer keeps its banner alive, and neither does
-// anything once the banner is gone. A delegate without callbacks hears nothing.
-TEST_F(BannerTest, WithRefreshEachSessionEndsAfterTheIntervalAndAReleasedBannerDoesNothingMore) {
+  recorder_.clear();
   auto shown = makeBanner(30);
   shown->loadAd();
   ASSERT_TRUE(waitFor("receive"));
@@ -159,9 +157,9 @@ TEST_F(BannerTest, ABannerReleasedDuringANetworkThreadFailureDiesOnTheMainThread
 
 using InBannerVideoTest = BannerTest;
 
-// The request asks for a video impression though the loader is configured for display; receipt
-// shows nothing until playAd; the end is reported and further loads are refused. Another video,
-// released during its playback, and one released during its load hear nothing more.
+// The request asks for a video impression; receipt shows nothing until playAd; the end is reported
+// and further loads are refused. Another video, released during its playback, and one released
+// during its load hear nothing more.
 TEST_F(InBannerVideoTest, AVideoAdIsShownOnPlayAdAndReportedAtItsEndAReleasedOneHearsNothing) {
   server_.respond(test::kServadPath, {.body = test::bidWithMarkup(test::linearVast(), 300, 250)});
   auto handler = test::ObservingNetworkHandler::install();
@@ -177,7 +175,6 @@ TEST_F(InBannerVideoTest, AVideoAdIsShownOnPlayAdAndReportedAtItsEndAReleasedOne
   EXPECT_EQ(imp["video"]["w"], 300);
   EXPECT_EQ(imp["video"]["h"], 250);
   EXPECT_EQ(imp["instl"], 0);
-  EXPECT_FALSE(ZVInBannerVideo::Impl::of(*video).adLoader()->config()->isVideo);
 
   video->playAd();
   playing->playAd();

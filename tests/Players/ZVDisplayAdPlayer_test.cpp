@@ -1,11 +1,14 @@
-// The display player and the HTML player under it, over hand-driven headless web engines.
+// The display player and the HTML player under it, over hand-driven headless web engines; then
+// the player builder's choice between the display and the VAST player.
 #include "Players/ZVDisplayAdPlayer.h"
 
 #include <zorva/platform/DeviceProfile.h>
+#include <zorva/platform/HeadlessMediaEngine.h>
 #include <zorva/platform/HeadlessWebEngine.h>
 #include <zorva/platform/MainQueue.h>
 #include <zorva/platform/SafariViewController.h>
 #include <zorva/platform/StoreProductViewController.h>
+#include <zorva/platform/Window.h>
 
 #include <gtest/gtest.h>
 
@@ -13,8 +16,14 @@
 #include <string>
 #include <vector>
 
+#include "Players/ZVPlayerBuilder.h"
+#include "Vast/ZVVastLinearAdPlayer.h"
+#include "Vast/ZVVastPlayer.h"
+#include "support/LoopbackServer.h"
+#include "support/ObservingNetworkHandler.h"
 #include "support/RecordingAdDelegate.h"
 #include "support/TestEnvironment.h"
+#include "support/VastDocuments.h"
 
 namespace zorva {
 namespace {
@@ -30,15 +39,12 @@ platform::URLRequest requestFor(const char* url) {
   return platform::URLRequest(platform::URL::URLWithString(url));
 }
 
-// Also hears the error's domain, and lets a test look at the player while it hears of the load.
+// Lets a test look at the player while it hears of the load.
 class RecordingPlayerDelegate : public test::RecordingAdDelegate {
  public:
   void playerDidLoad() override {
     RecordingAdDelegate::playerDidLoad();
     if (onLoad) onLoad();
-  }
-  void playerDidFailWithError(const Error& error) override {
-    events.push_back("fail:" + error.domain + std::to_string(error.code));
   }
   std::function<void()> onLoad;
 };
@@ -171,8 +177,12 @@ TEST_F(ZVDisplayAdPlayerTest, TheSessionEndsNSecondsAfterEachFinishedLoadOnItsTr
 }
 
 // A web address loads as a request, anything else (a capitalised scheme too) into the ad page,
-// empty without an ad or creative. Without a session tracker the load is the only report.
-TEST_F(ZVDisplayAdPlayerTest, ACreativeLoadsAsAnAddressOrInTheAdPageAndWithoutATrackerOnlyLoads) {
+// empty without an ad or creative; without a session tracker the load is the only report. Only
+// a failure after the commit is reported; a creative that is not text fails on a later turn. A
+// new window opens in the ad's own view, a main frame's request is none. Without a delegate the
+// HTML player follows nothing; dialogs are answered at once.
+TEST_F(ZVDisplayAdPlayerTest,
+       ACreativeLoadsAsAnAddressOrInTheAdPageAndOnlyFailuresAfterTheCommitAreReported) {
   test::useVirtualClock();
   auto address = play("https://ads.example.com/creative?id=7");
   ASSERT_TRUE(engineOf(*address).request() && engineOf(*address).request()->url);
@@ -196,13 +206,8 @@ TEST_F(ZVDisplayAdPlayerTest, ACreativeLoadsAsAnAddressOrInTheAdPageAndWithoutAT
   EXPECT_EQ(engineOf(*noAd).html(), ZVHTMLPlayer::pageForCreative(""));
   MainQueue::shared().advanceBy(seconds(3600));
   EXPECT_EQ(delegate->events, Events(6, "load"));
-}
 
-// Only a failure after the commit is reported and finishes the load. A creative that is not
-// text loads nothing and fails on a later turn, so not to a player released in between. A new
-// window opens in the ad's own view, a main frame's request is none. Without a delegate the
-// HTML player follows nothing; dialogs are answered at once, never shown.
-TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndNewWindowsOpenInTheAdsOwnView) {
+  delegate->events.clear();
   HeadlessWebEngine::setAutomaticByDefault(false);
   auto page = play("<p>ad</p>");
   ASSERT_TRUE(engineOf(*page).failProvisionalNavigation(
@@ -215,7 +220,7 @@ TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndNewWindowsOpen
   EXPECT_FALSE(engineOf(*play(Value({{"html", "<p>"}}))).request());
   play(Value(42), 0, Value(), false);  // and let go of at once
   MainQueue::shared().runUntilIdle();
-  EXPECT_EQ(delegate->events, (Events{"fail:WebKitErrorDomain102", "fail:ZorvaSDK2"}));
+  EXPECT_EQ(delegate->events, (Events{"fail:102", "fail:2"}));
 
   auto player = play("<p>ad</p>");
   auto& engine = engineOf(*player);
@@ -240,6 +245,62 @@ TEST_F(ZVDisplayAdPlayerTest, FailuresAfterTheCommitAreReportedAndNewWindowsOpen
   EXPECT_EQ(engine.runJavaScriptConfirm("sure?"), std::optional<bool>(false));
   EXPECT_EQ(engine.runJavaScriptPrompt("name?", "Ann"),
             std::make_optional(std::optional<std::string>()));
+}
+
+std::shared_ptr<ZVAdPlaying> build(bool video, std::uint64_t sessionTime, Value creative,
+                                   const std::shared_ptr<ZVAdPlayerDelegate>& delegate) {
+  auto config = std::make_shared<ZVPlayerConfig>();
+  config->isExpectingVideoAd = video;
+  config->sessionTime = sessionTime;
+  config->ad = std::make_shared<ZorvaAd>();
+  config->ad->creative = std::move(creative);
+  auto builder = ZVPlayerBuilder::create();
+  builder->setConfig(config);
+  return builder->build(delegate);
+}
+
+// The video flag alone chooses the player, and only a display player gets a session tracker. A
+// video ad whose first ad is an empty Wrapper plays its InLine linear ad to the end, each
+// progress point handed over, and the completion once more at the end.
+TEST(ZVPlayerBuilder, TheVideoFlagChoosesThePlayerAndAnInLineAdAfterAnEmptyWrapperPlaysToItsEnd) {
+  test::useVirtualClock();
+  auto handler = test::ObservingNetworkHandler::install();
+  auto delegate = std::make_shared<test::RecordingAdDelegate>();
+  auto display =
+      std::dynamic_pointer_cast<ZVDisplayAdPlayer>(build(false, 0, test::linearVast(), delegate));
+  ASSERT_TRUE(display);
+  EXPECT_FALSE(display->adPlayTracker());
+  EXPECT_EQ(display->delegate(), delegate);
+  display = std::dynamic_pointer_cast<ZVDisplayAdPlayer>(build(false, 30, "<p>ad</p>", delegate));
+  ASSERT_TRUE(display && display->adPlayTracker());
+  EXPECT_EQ(display->adPlayTracker()->sessionTime(), 30u);
+
+  test::LoopbackServer server;
+  server.respond("/empty", {.body = R"(<VAST version="3.0"/>)", .contentType = "text/xml"});
+  const std::string vast =
+      R"(<VAST version="3.0"><Ad id="w"><Wrapper><AdSystem>S</AdSystem><VASTAdTagURI>)" +
+      server.url("/empty") + R"(</VASTAdTagURI></Wrapper></Ad>)" +
+      test::linearVast().substr(std::string(R"(<VAST version="3.0">)").size());
+  auto player = std::dynamic_pointer_cast<ZVVastPlayer>(build(true, 30, vast, delegate));
+  ASSERT_TRUE(player);
+  auto window = platform::Window::create(platform::Rect(0, 0, 320, 480));
+  window->addSubview(player->playerView());
+  player->play();
+  ASSERT_TRUE(test::runMainQueueUntil([&] { return !delegate->events.empty(); }));
+
+  auto linear = std::dynamic_pointer_cast<ZVVastLinearAdPlayer>(player->vastAdPlayer());
+  ASSERT_TRUE(linear);
+  EXPECT_EQ(platform::HeadlessMediaEngine::of(*linear->playerItem())->url()->absoluteString(),
+            "http://media/ad.mp4");
+  platform::MainQueue::shared().advanceBy(std::chrono::seconds(16));
+  EXPECT_EQ(delegate->events, (std::vector<std::string>{"load", "end"}));
+  std::vector<std::vector<std::string>> handedOver;
+  for (const char* event : test::kProgressEvents) {
+    handedOver.push_back({"http://track/" + std::string(event)});
+  }
+  handedOver.push_back(handedOver.back());
+  EXPECT_EQ(handler->handedOverUrls(), handedOver);
+  EXPECT_EQ(server.requests().size(), 1u);
 }
 
 }  // namespace

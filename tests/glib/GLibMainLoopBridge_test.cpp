@@ -19,7 +19,7 @@ class GLibMainLoopBridgeTest : public testing::Test {
   MainQueue& queue() { return MainQueue::shared(); }
 };
 
-TEST_F(GLibMainLoopBridgeTest, QueueWaitsServeGLibSourcesAndAHostRunningGLibServesTheQueue) {
+TEST_F(GLibMainLoopBridgeTest, QueueWaitsServeGLibAHostRunningGLibServesTheQueueAndPostsWakeIt) {
   static std::vector<std::string> order;  // reached by GLib's plain-function callbacks
   order.clear();
   // A tenth of a second apart, so that a busy machine's late wake-ups keep the order.
@@ -49,11 +49,9 @@ TEST_F(GLibMainLoopBridgeTest, QueueWaitsServeGLibSourcesAndAHostRunningGLibServ
   g_main_loop_run(loop);
   g_main_loop_unref(loop);
   EXPECT_EQ(seen, (std::vector<int>{1, 2, 3}));
-}
 
-TEST_F(GLibMainLoopBridgeTest, WorkPostedFromAnotherThreadWakesAQueueWaitingInGLib) {
-  // The post comes once the queue sits in GLib's poll with no time-out and nothing pending: only
-  // the wake-up can end that wait.
+  // Work posted from another thread wakes a queue waiting in GLib. The post comes once the queue
+  // sits in GLib's poll with no time-out and nothing pending: only the wake-up can end that wait.
   static std::atomic<bool> polling;
   polling = false;
   g_main_context_set_poll_func(nullptr, [](GPollFD* fds, guint count, gint timeout) {

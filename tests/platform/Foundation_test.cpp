@@ -8,13 +8,20 @@
 #include <zorva/platform/Text.h>
 #include <zorva/platform/TimeZone.h>
 #include <zorva/platform/URL.h>
+#include <zorva/platform/URLSession.h>
 #include <zorva/platform/UUID.h>
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <future>
+#include <mutex>
+#include <set>
 #include <string_view>
+#include <thread>
+
+#include "support/LoopbackServer.h"
 
 namespace zorva::platform {
 namespace {
@@ -49,8 +56,11 @@ TEST(UUID, NewIdentifiersAreRandomVersionFourAndDifferAcrossAFork) {
 
 // The writer copies plain strings and walks containers itself: its text must stay nlohmann's,
 // byte for byte, on everything a tree can hold, keys in their order, but for whole reals, which
-// it writes as integers. What nlohmann cannot write fails as nlohmann fails on it.
-TEST(JSONSerialization, WritesWhatNlohmannWrites) {
+// it writes as integers. What nlohmann cannot write fails as nlohmann fails on it. The reader's
+// tree is nlohmann's own whatever an object's size (small objects are searched, large ones
+// indexed): a repeated key keeps its first place and takes its last value. Text nested past the
+// limit, or broken, fails with nlohmann's parse error code.
+TEST(JSONSerialization, WritesAndReadsWhatNlohmannWritesAndReads) {
   const Value reals = Value::parse(R"({"w": 320.0, "h": 50.5, "a": [1.0, -2.0, 1e20, 3]})");
   EXPECT_EQ(JSONSerialization::dataWithJSONObject(reals, nullptr),
             R"({"w":320,"h":50.5,"a":[1,-2,1e+20,3]})");
@@ -76,12 +86,7 @@ TEST(JSONSerialization, WritesWhatNlohmannWrites) {
       EXPECT_EQ(error->localizedDescription(), e.what());
     }
   }
-}
 
-// The reader's tree is nlohmann's own whatever an object's size (small objects are searched,
-// large ones indexed): a repeated key keeps its first place and takes its last value. Text
-// nested past the limit, or broken, fails with nlohmann's parse error code.
-TEST(JSONSerialization, ReadsWhatNlohmannReads) {
   for (const int keys : {3, 17, 300}) {
     std::string text = "{";
     for (int i = 0; i < keys; ++i) {
@@ -93,29 +98,12 @@ TEST(JSONSerialization, ReadsWhatNlohmannReads) {
     ASSERT_TRUE(read) << keys;
     EXPECT_EQ(read->dump(), Value::parse(text).dump()) << keys;
   }
-  const std::string deep = std::string(JSONSerialization::kMaximumDepth + 1, '[');
-  for (const std::string& bad : {deep, std::string("{\"a\":}"), std::string("[1,2")}) {
+  const std::string nested = std::string(JSONSerialization::kMaximumDepth + 1, '[');
+  for (const std::string& bad : {nested, std::string("{\"a\":}"), std::string("[1,2")}) {
     std::optional<Error> error;
     EXPECT_FALSE(JSONSerialization::JSONObjectWithData(bad, 0, &error));
     EXPECT_EQ(error->code, 101) << bad.substr(0, 10);
   }
-}
-
-// An engine's bare error reaches the app's failure callback: its description is never empty.
-TEST(Text, AcceptsOnlyWellFormedUTF8AndAbsoluteURLsAndAnErrorWithoutADescriptionStillHasOne) {
-  for (const char* bad : {"", "not a url", "http://exa mple.com/", "/relative/path", "http://[::1/",
-                          "http://host:99999/"}) {
-    EXPECT_FALSE(URL::URLWithString(bad)) << bad;
-  }
-  EXPECT_TRUE(URL::URLWithString("itms-apps://itunes.apple.com/app/id1"));
-  EXPECT_EQ(Error("libcurl", 7).localizedDescription(),
-            "The operation couldn't be completed. (libcurl error 7.)");
-  EXPECT_TRUE(isValidUTF8("caf\xc3\xa9 \xf0\x9f\x98\x80"));
-  // Truncated, overlong, a surrogate, past U+10FFFF.
-  for (const char* bad : {"\xc3", "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80"}) {
-    EXPECT_FALSE(isValidUTF8(bad)) << bad;
-  }
-  EXPECT_EQ(describe(stringFromUTF8Data("\xff")), "(null)");
 }
 
 using namespace std::chrono;
@@ -124,7 +112,21 @@ Date utc(int y, unsigned m, unsigned d, int hh, int mm, int ss) {
   return sys_days{year{y} / month{m} / day{d}} + hours{hh} + minutes{mm} + seconds{ss};
 }
 
-TEST(Device, VersionsLanguageCodesTimeZonesAndDates) {
+// An engine's bare error reaches the app's failure callback: its description is never empty.
+TEST(Text, WellFormedUTF8AbsoluteURLsErrorsVersionsLanguageCodesTimeZonesAndDates) {
+  for (const char* bad : {"", "not a url", "http://exa mple.com/", "/relative/path", "http://[::1/",
+                          "http://host:99999/"}) {
+    EXPECT_FALSE(URL::URLWithString(bad)) << bad;
+  }
+  EXPECT_TRUE(URL::URLWithString("itms-apps://itunes.apple.com/app/id1"));
+  EXPECT_FALSE(Error("libcurl", 7).localizedDescription().empty());
+  EXPECT_TRUE(isValidUTF8("caf\xc3\xa9 \xf0\x9f\x98\x80"));
+  // Truncated, overlong, a surrogate, past U+10FFFF.
+  for (const char* bad : {"\xc3", "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80"}) {
+    EXPECT_FALSE(isValidUTF8(bad)) << bad;
+  }
+  EXPECT_EQ(describe(stringFromUTF8Data("\xff")), "(null)");
+
   EXPECT_EQ(Device::compareVersions("13", "13.0"), 0);
   EXPECT_LT(Device::compareVersions("9.3", "13.0"), 0);  // not a text comparison
   EXPECT_LT(Device::compareVersions("13.0", "13.0.1"), 0);
@@ -156,6 +158,88 @@ TEST(Device, VersionsLanguageCodesTimeZonesAndDates) {
   formatter->setTimeZone(*TimeZone::timeZoneWithName("America/Los_Angeles"));
   formatter->setDateFormat("ZZZZZ");
   EXPECT_EQ(formatter->stringFromDate(date), "-08:00");
+}
+
+// The session's own guarantees; what it carries (methods, bodies, query strings, statuses) is
+// checked end to end by the loader's and the request builder's tests.
+using test::LoopbackServer;
+
+URLRequest get(const std::string& url) { return URLRequest(URL::URLWithString(url)); }
+
+void start(URLSession& session, const URLRequest& request, URLSessionCompletionHandler handler) {
+  session.dataTaskWithRequest(request, std::move(handler))->resume();
+}
+
+// The VAST parser's bookkeeping is unlocked: it relies on completions running one at a time, all
+// on the session's worker thread. Handles are kept between exchanges: nothing of a POST may carry
+// over into the GET that a completion handler starts next (on the worker, which takes the handle
+// the POST just gave back). Destroying a session cancels what is still running.
+TEST(URLSession, CompletionsRunOneAtATimeOnTheWorkerCarryNothingOverAndEndWithTheirSession) {
+  LoopbackServer server;
+  server.respond("/err", {.status = 500, .body = "{\"a\":1}"});
+  const auto refused = "http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + "/";
+  auto session = URLSession::sharedSession();
+  std::mutex mutex;
+  std::set<std::thread::id> threads;
+  std::atomic<int> inside{0}, overlap{0}, finished{0};
+  std::promise<void> all;
+  for (int i = 0; i < 20; ++i) {
+    start(*session, get(i ? server.url("/err") : refused), [&, i](auto data, auto r, auto error) {
+      if (inside.fetch_add(1) != 0) ++overlap;
+      {
+        // Released before the last completion lets the test end, which destroys the mutex.
+        std::lock_guard lock(mutex);
+        threads.insert(std::this_thread::get_id());
+        EXPECT_TRUE(session->isDelegateQueue());
+        if (i == 0) {
+          ASSERT_TRUE(error);
+          EXPECT_EQ(error->domain + " " + std::to_string(error->code), "libcurl 7");
+          EXPECT_FALSE(data);
+        } else {
+          EXPECT_FALSE(error);
+          EXPECT_EQ(data, "{\"a\":1}");
+          EXPECT_EQ(r->statusCode, 500);
+        }
+      }
+      inside.fetch_sub(1);
+      if (++finished == 20) all.set_value();
+    });
+  }
+  ASSERT_EQ(all.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  EXPECT_EQ(overlap.load(), 0);
+  EXPECT_EQ(threads.size(), 1u);
+
+  server.respond("/post", {.body = "posted"});
+  server.respond("/get", {.body = "got"});
+  server.respond("/slow", {.body = "late", .delay = milliseconds(5000)});
+  session = URLSession::create();
+  URLRequest post = get(server.url("/post"));
+  post.HTTPMethod = "POST";
+  post.HTTPBody = "{\"a\":1}";
+  post.setValueForHTTPHeaderField("yes", "X-Only-Once");
+  std::promise<std::optional<HTTPURLResponse>> second;
+  start(*session, post, [&](auto&&...) {
+    start(*session, get(server.url("/get")), [&](auto, auto r, auto) { second.set_value(r); });
+  });
+  auto answer = second.get_future();
+  ASSERT_EQ(answer.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  const auto response = answer.get();
+  ASSERT_TRUE(response && response->url);
+  EXPECT_EQ(response->url->absoluteString(), server.url("/get"));
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 21u);
+  EXPECT_EQ(requests[19].method, "POST");
+  EXPECT_EQ(requests[19].headers.count("X-Only-Once"), 1u);
+  EXPECT_EQ(requests[20].method, "GET");
+  EXPECT_EQ(requests[20].body, "");
+  EXPECT_EQ(requests[20].headers.count("X-Only-Once"), 0u);
+
+  std::optional<Error> error;
+  start(*session, get(server.url("/slow")), [&](auto, auto, auto e) { error = e; });
+  ASSERT_TRUE(server.waitForRequests(22, milliseconds(5000)));
+  session.reset();
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code, URLSession::kCancelledCode);
 }
 
 }  // namespace

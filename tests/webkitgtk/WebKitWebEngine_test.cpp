@@ -125,7 +125,7 @@ class WebKitTest : public testing::Test {
   std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
 };
 
-TEST_F(WebKitTest, PolicyDecidesPageNavigationsWithTheirTypeAndNewWindowsOpenNothingInWebKit) {
+TEST_F(WebKitTest, PolicyDecidesNavigationsNewWindowsOpenNothingAndFailuresNeverFinish) {
   auto view = makeWebView();
   view->loadHTMLString(
       "<a id='link' href='/blocked-link'></a><a id='blank' target='_blank' href='/by-link'></a>"
@@ -148,10 +148,9 @@ TEST_F(WebKitTest, PolicyDecidesPageNavigationsWithTheirTypeAndNewWindowsOpenNot
                     "policy 1 /blocked-form", "policy 0 /by-link new-window", "create /by-link",
                     "policy -1 /by-script new-window", "create /by-script", "policy -1 /page",
                     "commit /page", "finish /page"}));
-}
 
-TEST_F(WebKitTest, FailuresAreProvisionalBeforeCommitAndNeverFollowedByAFinish) {
-  auto view = makeWebView();
+  delegate->events.clear();
+  view = makeWebView();
   view->loadRequest(URLRequest(URL::URLWithString(
       "http://127.0.0.1:" + std::to_string(test::LoopbackServer::unusedPort()) + "/ad")));
   ASSERT_TRUE(waitFor("fail-provisional /ad g-io-error-quark"));
@@ -183,39 +182,9 @@ TEST_F(WebKitTest, FailuresAreProvisionalBeforeCommitAndNeverFollowedByAFinish) 
               "fail /next WebKitWebEngine", "policy -1 /later", "commit /later", "alert held"}));
 }
 
-// Script results and snapshots of a shown page, each handed over on a later turn.
-TEST_F(WebKitTest, ScriptResultsAreValuesOrErrorsAndSnapshotsArePNGsOfTheCurrentFrame) {
-  auto view = makeWebView(Rect(0, 0, 300, 120));
-  view->loadHTMLString("<body style='background:#c00'>ad</body>", at("/"));
-  ASSERT_TRUE(waitFor("finish /"));
-  EXPECT_EQ(run(*view, "[6 * 7, 1.5, 1 < 2, null, {b: 'x'}]").value->dump(),
-            R"([42,1.5,true,null,{"b":"x"}])");
-  auto undefined = run(*view, "undefined");
-  EXPECT_FALSE(undefined.value || undefined.error);
-  auto thrown = run(*view, "throw new Error('boom')");
-  ASSERT_TRUE(thrown.error && !thrown.value);
-  EXPECT_NE(thrown.error->localizedDescription().find("boom"), std::string::npos);
-  auto cyclic = run(*view, "var o = {}; o.self = o; o");
-  ASSERT_TRUE(cyclic.error);
-  EXPECT_EQ(cyclic.error->code, WebKitWebEngine::kScriptResultUnsupportedCode);
-  EXPECT_EQ(run(*view, "'after'").value, Value("after"));  // nothing left behind by the failure
-
-  const std::string path = testing::TempDir() + "zorva-webkit-snapshot.png";
-  auto shoot = [&](const std::string& to) {
-    std::remove(to.c_str());
-    std::optional<std::optional<Error>> result;
-    engineOf(*view)->snapshot(to, [&](std::optional<Error> error) { result = error; });
-    EXPECT_FALSE(result) << "completion ran inside the call";
-    EXPECT_TRUE(test::runMainQueueUntil([&] { return result.has_value(); }));
-    return result.value_or(Error());
-  };
-  EXPECT_FALSE(shoot(path));
-  EXPECT_EQ(test::pngSize(path), std::pair(300, 120));
-  EXPECT_EQ(shoot("/nonexistent-dir/x.png")->code, WebKitWebEngine::kSnapshotFailedCode);
-}
-
-// A display ad through the SDK's own path. Refreshes stack ads in one web process, not one page.
-TEST_F(WebKitTest, ABannerIsRenderedPastAnAlertWithWebKitsAgentAndItsRefreshesShareOneProcess) {
+// A display ad through the SDK's own path; refreshes stack ads in one web process, not one page.
+// Then script results and snapshots of a shown page, each handed over on a later turn.
+TEST_F(WebKitTest, ABannerIsRenderedPastAnAlertInOneProcessAndScriptsAndSnapshotsComeLater) {
   test::useVirtualClock();
   auto window = DeviceProfile::phone().makeKeyWindow(ViewController::create());
   server.respond(test::kServadPath,
@@ -245,6 +214,34 @@ TEST_F(WebKitTest, ABannerIsRenderedPastAnAlertWithWebKitsAgentAndItsRefreshesSh
   }
   EXPECT_EQ(run(*test::findWebView(banner->subviews().back()), "document.title").value,
             Value("alone"));
+
+  auto view = makeWebView(Rect(0, 0, 300, 120));
+  view->loadHTMLString("<body style='background:#c00'>ad</body>", at("/"));
+  ASSERT_TRUE(waitFor("finish /"));
+  EXPECT_EQ(run(*view, "[6 * 7, 1.5, 1 < 2, null, {b: 'x'}]").value->dump(),
+            R"([42,1.5,true,null,{"b":"x"}])");
+  auto undefined = run(*view, "undefined");
+  EXPECT_FALSE(undefined.value || undefined.error);
+  auto thrown = run(*view, "throw new Error('boom')");
+  ASSERT_TRUE(thrown.error && !thrown.value);
+  EXPECT_NE(thrown.error->localizedDescription().find("boom"), std::string::npos);
+  auto cyclic = run(*view, "var o = {}; o.self = o; o");
+  ASSERT_TRUE(cyclic.error);
+  EXPECT_EQ(cyclic.error->code, WebKitWebEngine::kScriptResultUnsupportedCode);
+  EXPECT_EQ(run(*view, "'after'").value, Value("after"));  // nothing left behind by the failure
+
+  const std::string path = testing::TempDir() + "zorva-webkit-snapshot.png";
+  auto shoot = [&](const std::string& to) {
+    std::remove(to.c_str());
+    std::optional<std::optional<Error>> result;
+    engineOf(*view)->snapshot(to, [&](std::optional<Error> error) { result = error; });
+    EXPECT_FALSE(result) << "completion ran inside the call";
+    EXPECT_TRUE(test::runMainQueueUntil([&] { return result.has_value(); }));
+    return result.value_or(Error());
+  };
+  EXPECT_FALSE(shoot(path));
+  EXPECT_EQ(test::pngSize(path), std::pair(300, 120));
+  EXPECT_EQ(shoot("/nonexistent-dir/x.png")->code, WebKitWebEngine::kSnapshotFailedCode);
 }
 
 }  // namespace

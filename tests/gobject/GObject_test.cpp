@@ -264,8 +264,8 @@ TEST_F(GObjectFaceTest, EachSdkPropertyIsTheSdkSettingOfItsName) {
     g_autoptr(GVariant) back = g_dbus_gvalue_to_gvariant(&out, g_variant_get_type(value));
     EXPECT_TRUE(g_variant_equal(value, back));
     EXPECT_TRUE(!held || held());
-    GParamSpec* spec = g_object_class_find_property(G_OBJECT_GET_CLASS(object), name);
-    g_object_set_property(object, name, g_param_spec_get_default_value(spec));
+    GParamSpec* property = g_object_class_find_property(G_OBJECT_GET_CLASS(object), name);
+    g_object_set_property(object, name, g_param_spec_get_default_value(property));
     EXPECT_TRUE(!held || !held());
   };
   constexpr const char* kStore = "https://store.example/app/id42";
@@ -295,18 +295,18 @@ TEST_F(GObjectFaceTest, EachSdkPropertyIsTheSdkSettingOfItsName) {
   // Each switch on, then off, is notified alone: its setting moves no other (app-conventions
   // moves the conventions it stands for, each notified).
   guint count = 0;
-  g_autofree GParamSpec** specs =
+  g_autofree GParamSpec** properties =
       g_object_class_list_properties(G_OBJECT_GET_CLASS(object), &count);
   int notified = 0;
   g_signal_connect_swapped(object, "notify", G_CALLBACK(+[](int* n) { ++*n; }), &notified);
   g_setenv("XDG_CACHE_HOME", testing::TempDir().c_str(), TRUE);  // the transport's queue goes there
   for (guint i = 0; i < count; ++i) {
-    if (!G_IS_PARAM_SPEC_BOOLEAN(specs[i])) continue;
+    if (!G_IS_PARAM_SPEC_BOOLEAN(properties[i])) continue;
     notified = 0;
-    check(specs[i]->name, g_variant_new_boolean(TRUE), nullptr);
-    EXPECT_TRUE(specs[i]->name == std::string_view("app-conventions") ? notified > 2
-                                                                      : notified == 2)
-        << specs[i]->name << " notified " << notified << " times";
+    check(properties[i]->name, g_variant_new_boolean(TRUE), nullptr);
+    EXPECT_TRUE(properties[i]->name == std::string_view("app-conventions") ? notified > 2
+                                                                           : notified == 2)
+        << properties[i]->name << " notified " << notified << " times";
   }
   g_signal_handlers_disconnect_by_data(object, &notified);
 }

@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <string_view>
 #include <thread>
 
 #include "zorva-demo/DemoHost.h"
@@ -446,19 +447,22 @@ ScenarioResult Tour::interstitialVideo(const std::string& name, const std::strin
     // transport sends on its own threads, so the GETs are waited for in real time. It delivers
     // at least once, so a GET sent again after a slow answer, or one of the previous play's
     // arriving late, is not counted beyond what was expected of it.
+    std::map<std::string, std::size_t> expected;
+    for (const auto& doc : documents) {
+      for (const char* event : {"impression", "start", "firstQuartile", "midpoint", "thirdQuartile",
+                                "complete", "complete"}) {
+        ++expected["doc=" + doc + "&event=" + event];
+      }
+    }
     const std::size_t gets = 7 * documents.size();
     const auto trackingGets = [&] {
-      std::map<std::string, std::size_t> expected, seen;
-      for (const auto& doc : documents) {
-        for (const char* event : {"impression", "start", "firstQuartile", "midpoint",
-                                  "thirdQuartile", "complete", "complete"}) {
-          ++expected["doc=" + doc + "&event=" + event];
-        }
-      }
+      constexpr std::string_view kTrack = "GET /track?";
+      std::map<std::string, std::size_t> seen;
       for (const auto& event : timeline_.eventsOf(name)) {
-        const auto at = event.text.find("GET /track?");
+        const auto at = event.text.find(kTrack);
         if (event.kind != "server" || at == std::string::npos) continue;
-        ++seen[event.text.substr(at + 11, event.text.find(' ', at + 11) - at - 11)];
+        const auto query = at + kTrack.size();
+        ++seen[event.text.substr(query, event.text.find(' ', query) - query)];
       }
       std::size_t arrived = 0;
       for (const auto& [url, times] : expected) arrived += std::min(times, seen[url]);

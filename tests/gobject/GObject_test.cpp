@@ -8,13 +8,13 @@
 #include <zorva/platform/MainQueue.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "support/TestEnvironment.h"
 #include "zorva-adserver/AdServer.h"
 
 // After every header of the SDK: Xlib's macros clash with its names.
@@ -128,12 +128,10 @@ class GObjectFaceTest : public testing::Test {
 
   Screenshot shot() const { return shotOf(screen, app->toplevel); }
 
-  // For 20 s, longer by ZORVA_TEST_TIME_SCALE as in the other suites.
+  // For 20 s, longer by the time scale as in the other suites.
   static bool waitUntil(const std::function<bool()>& condition) {
-    const char* scale = std::getenv("ZORVA_TEST_TIME_SCALE");
     return platform::MainQueue::shared().runUntil(
-        condition,
-        std::chrono::milliseconds(static_cast<long>(20000 * (scale ? std::atof(scale) : 1))));
+        condition, std::chrono::milliseconds(static_cast<long>(20000 * test::timeScale())));
   }
 
   std::unique_ptr<tools::AdServer> server;

@@ -87,10 +87,6 @@ std::shared_ptr<platform::VirtualClock> useVirtualClock() {
   return clock;
 }
 
-double timeScale() {
-  return std::getenv("ZORVA_TEST_TIME_SCALE") ? std::atof(std::getenv("ZORVA_TEST_TIME_SCALE")) : 1;
-}
-
 bool runMainQueueUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {
   return platform::MainQueue::shared().runUntil(
       predicate, std::chrono::duration_cast<std::chrono::milliseconds>(timeout * timeScale()));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -21,7 +22,12 @@ void resetProcessState();
 /// Switches the main queue to a virtual clock and returns it.
 std::shared_ptr<platform::VirtualClock> useVirtualClock();
 
-double timeScale();  // ZORVA_TEST_TIME_SCALE (the sanitizer builds' presets set it), or 1
+/// ZORVA_TEST_TIME_SCALE (the sanitizer builds' presets set it), or 1. Inline, for the suites
+/// that link the SDK's shared libraries rather than this support library.
+inline double timeScale() {
+  const char* scale = std::getenv("ZORVA_TEST_TIME_SCALE");
+  return scale ? std::atof(scale) : 1;
+}
 
 /// Runs the main queue until `predicate` holds, for at most `timeout` × `timeScale()` of real time.
 bool runMainQueueUntil(const std::function<bool()>& predicate,

@@ -68,12 +68,15 @@ bool isNetworkScheme(const std::string& scheme) { return scheme == "http" || sch
 /// What the streaming thread and the main thread share about the frames on a screen.
 struct VideoFrames::Shared {
   ~Shared() {
+    if (caps) gst_caps_unref(caps);
     if (converter) gst_video_converter_free(converter);
     if (back) gst_buffer_unref(back);
     if (front) gst_buffer_unref(front);
   }
 
-  // Streaming thread only: the incoming format and its converter to 32-bit RGB.
+  // Streaming thread only: the incoming caps (read again only when the pad's change), their format
+  // and its converter to 32-bit RGB.
+  GstCaps* caps = nullptr;
   GstVideoInfo incoming{};
   GstVideoConverter* converter = nullptr;
 
@@ -90,32 +93,48 @@ struct VideoFrames::Shared {
 
   // The video sink's "handoff": one rendered frame, on the streaming thread.
   void take(GstBuffer* buffer, GstPad* pad) {
-    GstCaps* caps = gst_pad_get_current_caps(pad);
-    GstVideoInfo info;
-    const bool known = caps && gst_video_info_from_caps(&info, caps);
-    if (caps) gst_caps_unref(caps);
-    if (!known) return;
-    if (!converter || !gst_video_info_is_equal(&info, &incoming)) {
-      if (converter) gst_video_converter_free(converter);
-      incoming = info;
-      GstVideoInfo rgb;
-      gst_video_info_set_format(&rgb, GST_VIDEO_FORMAT_BGRx, GST_VIDEO_INFO_WIDTH(&info),
-                                GST_VIDEO_INFO_HEIGHT(&info));
-      // Only the format changes: the converter wants the rest alike.
-      GST_VIDEO_INFO_FPS_N(&rgb) = GST_VIDEO_INFO_FPS_N(&info);
-      GST_VIDEO_INFO_FPS_D(&rgb) = GST_VIDEO_INFO_FPS_D(&info);
-      GST_VIDEO_INFO_PAR_N(&rgb) = GST_VIDEO_INFO_PAR_N(&info);
-      GST_VIDEO_INFO_PAR_D(&rgb) = GST_VIDEO_INFO_PAR_D(&info);
-      converter = gst_video_converter_new(&incoming, &rgb, nullptr);
-      std::lock_guard lock(mutex);
-      outgoing = rgb;
-      if (back) gst_buffer_unref(back);
-      if (front) gst_buffer_unref(front);
-      back = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(&rgb), nullptr);
-      front = nullptr;
+    GstCaps* current = gst_pad_get_current_caps(pad);
+    if (!current) return;
+    if (current == caps) {
+      gst_caps_unref(current);
+    } else {
+      if (caps) gst_caps_unref(caps);
+      caps = current;
+      GstVideoInfo info;
+      if (!gst_video_info_from_caps(&info, caps)) {
+        gst_caps_unref(caps);
+        caps = nullptr;
+        return;
+      }
+      if (!converter || !gst_video_info_is_equal(&info, &incoming)) changeFormat(info);
     }
+    if (converter) convert(buffer);
+  }
+
+  // A new incoming format: a converter for it, and frames of its size.
+  void changeFormat(const GstVideoInfo& info) {
+    if (converter) gst_video_converter_free(converter);
+    incoming = info;
+    GstVideoInfo rgb;
+    gst_video_info_set_format(&rgb, GST_VIDEO_FORMAT_BGRx, GST_VIDEO_INFO_WIDTH(&info),
+                              GST_VIDEO_INFO_HEIGHT(&info));
+    // Only the format changes: the converter wants the rest alike.
+    GST_VIDEO_INFO_FPS_N(&rgb) = GST_VIDEO_INFO_FPS_N(&info);
+    GST_VIDEO_INFO_FPS_D(&rgb) = GST_VIDEO_INFO_FPS_D(&info);
+    GST_VIDEO_INFO_PAR_N(&rgb) = GST_VIDEO_INFO_PAR_N(&info);
+    GST_VIDEO_INFO_PAR_D(&rgb) = GST_VIDEO_INFO_PAR_D(&info);
+    converter = gst_video_converter_new(&incoming, &rgb, nullptr);
+    std::lock_guard lock(mutex);
+    outgoing = rgb;
+    if (back) gst_buffer_unref(back);
+    if (front) gst_buffer_unref(front);
+    back = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(&rgb), nullptr);
+    front = nullptr;
+  }
+
+  void convert(GstBuffer* buffer) {
     GstVideoFrame in, out;
-    if (!converter || !gst_video_frame_map(&in, &incoming, buffer, GST_MAP_READ)) return;
+    if (!gst_video_frame_map(&in, &incoming, buffer, GST_MAP_READ)) return;
     if (!gst_video_frame_map(&out, &outgoing, back, GST_MAP_WRITE)) {
       gst_video_frame_unmap(&in);
       return;

@@ -5,6 +5,7 @@
 #include <zorva/ZVInBannerVideo.h>
 #include <zorva/ZVInterstitialAd.h>
 #include <zorva/platform/ViewController.h>
+#include <zorva/platform/WebView.h>
 #include <zorva/platform/Window.h>
 
 #include <gst/gst.h>
@@ -33,14 +34,14 @@ constexpr Pixel kRed{255, 0, 0}, kBlue{0, 0, 255}, kDarkGray{85, 85, 85};
 // The linear player's bar: its fill and its track.
 constexpr Pixel kBarFill{245, 214, 107}, kBarTrack{40, 46, 99};
 
-// A 160 x 90 (16:9) clip of 4 s at 25 frames a second, JPEG in AVI: red for its first second,
+// A 160 x 90 (16:9) clip of 7 s at 25 frames a second, JPEG in AVI: red for its first second,
 // blue after, so the screen's pixels tell which part plays. False when GStreamer lacks an element.
 bool writeClip(const std::string& path) {
   const std::string raw = " ! video/x-raw,format=RGBx,width=160,height=90,framerate=25/1 ! c. ";
   g_autoptr(GstElement) pipeline = gst_parse_launch(
       ("concat name=c ! videoconvert ! jpegenc quality=95 ! avimux ! filesink location=\"" + path +
        "\" videotestsrc pattern=red num-buffers=25" + raw +
-       "videotestsrc pattern=blue num-buffers=75" + raw)
+       "videotestsrc pattern=blue num-buffers=150" + raw)
           .c_str(),
       nullptr);
   if (!pipeline) return false;
@@ -94,6 +95,20 @@ TEST_F(GtkVideoTest, VideosPlayInTheirFrameOrFittedUnderTheBarAndTheXAndStopWhen
   EXPECT_TRUE(early.at(358, 279).near(kBarTrack, 12));
   ASSERT_TRUE(waitForPixel(200, 190, kBlue, 60, std::chrono::seconds(10)));
   EXPECT_GT(shot().count(kBlue, 40, 100, 320, 176, 60), 320 * 176 * 9 / 10);
+  // A page laid over part of the playing video shows there, and the video again once it goes;
+  // faded, the video lets what is under it show through.
+  auto page = platform::WebView::create(Rect(40, 100, 100, 60), {});
+  page->loadHTMLString("<body style='margin:0;background:#0f0'></body>", std::nullopt);
+  host->rootViewController()->view()->addSubview(page);
+  ASSERT_TRUE(waitForPixel(90, 130, Pixel{0, 255, 0}, 12));
+  EXPECT_TRUE(pixelAt(300, 250).near(kBlue, 60));
+  page->removeFromSuperview();
+  ASSERT_TRUE(waitForPixel(90, 130, kBlue, 60));
+  const Pixel app = pixelAt(20, 190);
+  video->setAlpha(0.5);
+  // The player's black backing at half over the app, then the video at half over both.
+  ASSERT_TRUE(waitForPixel(200, 190, Pixel{app.red / 4, app.green / 4, app.blue / 4 + 127}, 12));
+  video->setAlpha(1);
 
   // Gone mid-play: the pipeline stops, the frame on screen goes with the view, nothing more.
   video->removeFromSuperview();

@@ -13,6 +13,7 @@
 #include "PlacementBox.h"
 #include "Scene.h"
 #include "SystemPanels.h"
+#include "VideoWindow.h"
 #include "zorva/engines/GLibMainLoopBridge.h"
 #include "zorva/engines/WebKitWebEngine.h"
 #include "zorva/platform/Button.h"
@@ -34,6 +35,8 @@ namespace {
 
 // How long after its tree first changes an area may stay off the screen before the host says so.
 constexpr std::chrono::seconds kMapWait{5};
+// Between two passes timed by GLib rather than GTK's frame clock: a frame of a 60 Hz display.
+constexpr std::chrono::milliseconds kPassInterval{16};
 
 int floorInt(double v) { return static_cast<int>(std::floor(v)); }
 int ceilInt(double v) { return static_cast<int>(std::ceil(v)); }
@@ -88,6 +91,10 @@ struct VideoFeed {
   std::shared_ptr<platform::VideoFrames> frames;
   GtkWidget* layer = nullptr;
   GdkRectangle area{};
+  /// The window the frames go to directly, where the video may have one; the part of the host
+  /// it covered last.
+  std::unique_ptr<VideoWindow> direct;
+  GdkRectangle covered{};
 };
 
 /// A view shown by a widget of its own, inside a windowed box that cuts it at its clip.
@@ -134,6 +141,9 @@ struct Host::State {
   /// The area's widget was destroyed by the app (with its window): nothing is left to update.
   bool gone = false;
   guint tick = 0;
+  /// While a video shows in a window of its own, passes are timed by GLib rather than by GTK's
+  /// frame clock (see scheduleSync).
+  guint passTimer = 0;
   bool syncing = false;
   std::vector<DrawLayer> layers;
   std::map<const platform::View*, NativeWidget> natives;
@@ -171,7 +181,10 @@ struct Host::State {
   NativeWidget& nativeFor(const NativeItem& item);
   void release(NativeWidget& native);
   void restack();
-  void showVideo(DrawOp& op, GtkWidget* layer);
+  VideoFeed* showVideo(DrawOp& op);
+  void showDirect(VideoFeed& feed, const std::vector<SceneItem>& items, std::size_t index);
+  bool directPossible(GdkPoint& origin, GdkRectangle& visible) const;
+  void dropDirect(VideoFeed& feed);
   void videoFrameArrived(const platform::PlayerLayer* key);
   void handOverBrowser(const NativeItem& item);
   bool press(double x, double y);
@@ -197,10 +210,23 @@ struct Host::State {
     self->sync();
     return G_SOURCE_REMOVE;
   }
+  static gboolean onPassTimer(gpointer data) {
+    auto* self = static_cast<State*>(data);
+    self->passTimer = 0;
+    self->sync();
+    return G_SOURCE_REMOVE;
+  }
   static void onAllocate(GtkWidget*, GdkRectangle*, gpointer data) {
     static_cast<State*>(data)->fit();
   }
   static void onRealize(GtkWidget*, gpointer data) { static_cast<State*>(data)->fit(); }
+  // The top-level window's X window goes with its realization, and the videos' windows in it.
+  static void onUnrealize(GtkWidget*, gpointer data) {
+    for (auto& [key, feed] : static_cast<State*>(data)->videos) {
+      feed.direct.reset();
+      feed.covered = {};
+    }
+  }
   static void onMap(GtkWidget*, gpointer data) {
     auto* self = static_cast<State*>(data);
     if (self->options.screenFromDisplay) self->readDisplayScreen();
@@ -346,7 +372,17 @@ void Host::State::scheduleSync() {
     redrawAfterSync = true;
     return;
   }
-  if (tick) return;
+  if (tick || passTimer) return;
+  // A bar moving over a video shown in its own window changes nothing GTK draws: a frame of
+  // GTK's clock (its layout and paint phases, and without a window manager two X round trips
+  // asking whether one has come) would be spent for nothing. Such passes come at the display's
+  // rate from a GLib timer; what a pass does ask GTK to draw still gets its frame.
+  const bool direct = std::any_of(videos.begin(), videos.end(),
+                                  [](const auto& entry) { return entry.second.covered.width > 0; });
+  if (direct) {
+    passTimer = g_timeout_add(kPassInterval.count(), onPassTimer, this);
+    return;
+  }
   tick = gtk_widget_add_tick_callback(area, onTick, this, nullptr);
 }
 
@@ -649,6 +685,17 @@ void Host::State::place(std::vector<SceneItem> items) {
   std::vector<GtkWidget*> order;
   std::set<const platform::View*> shown;
   shownVideos.clear();
+  // Videos first: where one shows in a window of its own, a change under it is that window's
+  // to show, not GTK's.
+  cairo_region_t* covered = cairo_region_create();
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    auto* op = std::get_if<DrawOp>(&items[i]);
+    if (!op || op->kind != DrawOp::Kind::Video) continue;
+    if (VideoFeed* feed = showVideo(*op)) {
+      showDirect(*feed, items, i);
+      cairo_region_union_rectangle(covered, &feed->covered);
+    }
+  }
   cairo_region_t* everything = cairo_region_create();
   std::vector<DrawOp> run;
   auto flush = [&] {
@@ -658,8 +705,11 @@ void Host::State::place(std::vector<SceneItem> items) {
     DrawLayer& layer = layerAt(layerIndex++);
     const std::vector<DrawOp> before = std::exchange(layer.ops, std::move(run));
     run.clear();
-    for (auto& op : layer.ops) {
-      if (op.kind == DrawOp::Kind::Video) showVideo(op, layer.widget);
+    for (const auto& op : layer.ops) {
+      if (op.kind != DrawOp::Kind::Video) continue;
+      if (auto it = videos.find(op.video.lock().get()); it != videos.end()) {
+        it->second.layer = layer.widget;
+      }
     }
     cairo_region_t* input = cairo_region_create();
     for (const auto& op : layer.ops) {
@@ -678,6 +728,7 @@ void Host::State::place(std::vector<SceneItem> items) {
       gtk_widget_queue_draw(layer.widget);
     } else {
       cairo_region_t* changed = changedArea(before, layer.ops);
+      cairo_region_subtract(changed, covered);
       gtk_widget_queue_draw_region(layer.widget, changed);
       cairo_region_destroy(changed);
     }
@@ -722,6 +773,7 @@ void Host::State::place(std::vector<SceneItem> items) {
       continue;
     }
     if (auto engine = it->second.engine.lock()) engine->hideVideo();
+    dropDirect(it->second);
     it = videos.erase(it);
   }
   for (auto it = natives.begin(); it != natives.end();) {
@@ -740,23 +792,25 @@ void Host::State::place(std::vector<SceneItem> items) {
     gdk_window_input_shape_combine_region(gtk_widget_get_window(area), everything, 0, 0);
   }
   cairo_region_destroy(everything);
+  cairo_region_destroy(covered);
   if (order != stacking || !gtk_widget_get_mapped(area)) {
     stacking = order;
     restack();
   }
 }
 
-void Host::State::showVideo(DrawOp& op, GtkWidget* layer) {
+VideoFeed* Host::State::showVideo(DrawOp& op) {
   auto video = op.video.lock();
   const auto& item = video && video->player() ? video->player()->currentItem() : nullptr;
   auto engine =
       item ? std::dynamic_pointer_cast<platform::GStreamerMediaEngine>(item->engine()) : nullptr;
-  if (!engine) return;  // a headless engine has no frames
+  if (!engine) return nullptr;  // a headless engine has no frames
   const platform::PlayerLayer* key = video.get();
   VideoFeed& feed = videos[key];
   if (feed.frames && feed.layerObject.lock() != video) {
     // A new layer at a freed one's address.
     if (auto old = feed.engine.lock()) old->hideVideo();
+    dropDirect(feed);
     feed = VideoFeed{};
   }
   if (!feed.frames) {
@@ -764,17 +818,95 @@ void Host::State::showVideo(DrawOp& op, GtkWidget* layer) {
     feed.engine = engine;
     feed.frames = engine->showVideo([this, key] { videoFrameArrived(key); });
   }
-  feed.layer = layer;
   feed.area = pixelRect(intersect(op.rect, op.clip));
   op.frames = feed.frames;
   shownVideos.insert(key);
+  return &feed;
+}
+
+// A video gets a window of its own where nothing but drawn parts lie over its picture and it is
+// shown whole (not faded); its window then carries those parts too.
+void Host::State::showDirect(VideoFeed& feed, const std::vector<SceneItem>& items,
+                             std::size_t index) {
+  const auto& op = std::get<DrawOp>(items[index]);
+  const Rect area = intersect(op.rect, op.clip);
+  GdkPoint origin{};
+  GdkRectangle visible{};
+  bool possible = op.alpha >= 1 && directPossible(origin, visible);
+  std::vector<DrawOp> over;
+  for (std::size_t i = index + 1; possible && i < items.size(); ++i) {
+    if (const auto* above = std::get_if<DrawOp>(&items[i])) {
+      if (!isEmpty(intersect(paintedArea(*above), area))) over.push_back(*above);
+    } else if (!isEmpty(intersect(std::get<NativeItem>(items[i]).clip, area))) {
+      possible = false;
+    }
+  }
+  if (possible && !feed.direct)
+    feed.direct = VideoWindow::create(gtk_widget_get_toplevel(this->area));
+  if (!possible || !feed.direct) {
+    dropDirect(feed);
+    return;
+  }
+  feed.direct->show(op, std::move(over), origin, visible);
+  feed.covered = feed.direct->covered();
+}
+
+// Where the host's corner is in the top-level window, and what of the top-level window the host
+// shows: its window cut at each window it lies in. A host inside a scrolled container, or on a
+// scaled screen, draws its videos with GTK.
+bool Host::State::directPossible(GdkPoint& origin, GdkRectangle& visible) const {
+  GtkWidget* top = gtk_widget_get_toplevel(area);
+  if (!gtk_widget_is_toplevel(top) || !gtk_widget_get_realized(area) ||
+      !gtk_widget_get_mapped(area) || gtk_widget_get_scale_factor(area) != 1) {
+    return false;
+  }
+  for (GtkWidget* up = gtk_widget_get_parent(area); up; up = gtk_widget_get_parent(up)) {
+    if (GTK_IS_SCROLLABLE(up)) return false;
+  }
+  GdkWindow* window = gtk_widget_get_window(area);
+  GdkWindow* topWindow = gtk_widget_get_window(top);
+  origin = {0, 0};
+  if (!gtk_widget_get_has_window(area)) {
+    GtkAllocation allocation;
+    gtk_widget_get_allocation(area, &allocation);
+    origin = {allocation.x, allocation.y};
+  }
+  visible = {0, 0, gdk_window_get_width(window), gdk_window_get_height(window)};
+  for (; window && window != topWindow; window = gdk_window_get_parent(window)) {
+    int x = 0, y = 0;
+    gdk_window_get_position(window, &x, &y);
+    origin.x += x, origin.y += y, visible.x += x, visible.y += y;
+    GdkWindow* parent = gdk_window_get_parent(window);
+    if (!parent) return false;
+    const GdkRectangle bounds{0, 0, gdk_window_get_width(parent), gdk_window_get_height(parent)};
+    if (!gdk_rectangle_intersect(&visible, &bounds, &visible)) return false;
+  }
+  return window == topWindow;
+}
+
+// GTK draws the video again where its window was.
+void Host::State::dropDirect(VideoFeed& feed) {
+  if (!feed.direct) return;
+  feed.direct.reset();
+  for (const auto& layer : layers) {
+    gtk_widget_queue_draw_area(layer.widget, feed.covered.x, feed.covered.y, feed.covered.width,
+                               feed.covered.height);
+  }
+  feed.covered = {};
 }
 
 void Host::State::videoFrameArrived(const platform::PlayerLayer* key) {
   auto it = videos.find(key);
   if (it == videos.end()) return;
-  const GdkRectangle& r = it->second.area;
-  gtk_widget_queue_draw_area(it->second.layer, r.x, r.y, r.width, r.height);
+  VideoFeed& feed = it->second;
+  if (feed.direct) {
+    feed.direct->present();
+    feed.covered = feed.direct->covered();
+  }
+  // GTK draws the frame while the window shows none (before its first frame).
+  const GdkRectangle& r = feed.area;
+  if (!feed.layer || feed.covered.width > 0) return;
+  gtk_widget_queue_draw_area(feed.layer, r.x, r.y, r.width, r.height);
 }
 
 void Host::State::restack() {
@@ -782,6 +914,9 @@ void Host::State::restack() {
     if (GdkWindow* w = gtk_widget_get_window(widget); w && gtk_widget_get_realized(widget)) {
       gdk_window_raise(w);
     }
+  }
+  for (auto& [key, feed] : videos) {
+    if (feed.direct) feed.direct->raise();
   }
 }
 
@@ -826,6 +961,8 @@ void Host::State::takeDown() {
   window->setNeedsDisplayHandler(nullptr);
   if (tick) gtk_widget_remove_tick_callback(area, tick);
   tick = 0;
+  if (passTimer) g_source_remove(passTimer);
+  passTimer = 0;
   if (mapCheck) mapCheck->invalidate();
   for (auto& [view, native] : natives) release(native);
   natives.clear();
@@ -858,6 +995,7 @@ Host::Host(std::unique_ptr<State> state) : state_(std::move(state)) {
   g_signal_connect(s->area, "focus", G_CALLBACK(State::onFocus), s);
   g_signal_connect(s->area, "notify::is-focus", G_CALLBACK(State::onFocusShown), s);
   g_signal_connect(s->area, "hierarchy-changed", G_CALLBACK(State::onHierarchy), s);
+  g_signal_connect(s->area, "unrealize", G_CALLBACK(State::onUnrealize), s);
   g_signal_connect(s->area, "size-allocate", G_CALLBACK(State::onAllocate), s);
   g_signal_connect(s->area, "map", G_CALLBACK(State::onMap), s);
   g_signal_connect(s->area, "destroy", G_CALLBACK(State::onDestroy), s);

@@ -91,10 +91,11 @@ struct VideoFeed {
   std::shared_ptr<platform::VideoFrames> frames;
   GtkWidget* layer = nullptr;
   GdkRectangle area{};
-  /// The window the frames go to directly, where the video may have one; the part of the host
-  /// it covered last.
+  /// The window the frames go to directly, where the video may have one.
   std::unique_ptr<VideoWindow> direct;
-  GdkRectangle covered{};
+
+  /// The part of the host the window covers, which GTK need not draw.
+  GdkRectangle covered() const { return direct ? direct->covered() : GdkRectangle{}; }
 };
 
 /// A view shown by a widget of its own, inside a windowed box that cuts it at its clip.
@@ -222,10 +223,8 @@ struct Host::State {
   static void onRealize(GtkWidget*, gpointer data) { static_cast<State*>(data)->fit(); }
   // The top-level window's X window goes with its realization, and the videos' windows in it.
   static void onUnrealize(GtkWidget*, gpointer data) {
-    for (auto& [key, feed] : static_cast<State*>(data)->videos) {
-      feed.direct.reset();
-      feed.covered = {};
-    }
+    auto* self = static_cast<State*>(data);
+    for (auto& [key, feed] : self->videos) self->dropDirect(feed);
   }
   static void onMap(GtkWidget*, gpointer data) {
     auto* self = static_cast<State*>(data);
@@ -377,8 +376,9 @@ void Host::State::scheduleSync() {
   // GTK's clock (its layout and paint phases, and without a window manager two X round trips
   // asking whether one has come) would be spent for nothing. Such passes come at the display's
   // rate from a GLib timer; what a pass does ask GTK to draw still gets its frame.
-  const bool direct = std::any_of(videos.begin(), videos.end(),
-                                  [](const auto& entry) { return entry.second.covered.width > 0; });
+  const bool direct = std::any_of(videos.begin(), videos.end(), [](const auto& entry) {
+    return entry.second.covered().width > 0;
+  });
   if (direct) {
     passTimer = g_timeout_add(kPassInterval.count(), onPassTimer, this);
     return;
@@ -693,7 +693,8 @@ void Host::State::place(std::vector<SceneItem> items) {
     if (!op || op->kind != DrawOp::Kind::Video) continue;
     if (VideoFeed* feed = showVideo(*op)) {
       showDirect(*feed, items, i);
-      cairo_region_union_rectangle(covered, &feed->covered);
+      const GdkRectangle shown = feed->covered();
+      cairo_region_union_rectangle(covered, &shown);
     }
   }
   cairo_region_t* everything = cairo_region_create();
@@ -848,7 +849,6 @@ void Host::State::showDirect(VideoFeed& feed, const std::vector<SceneItem>& item
     return;
   }
   feed.direct->show(op, std::move(over), origin, visible);
-  feed.covered = feed.direct->covered();
 }
 
 // Where the host's corner is in the top-level window, and what of the top-level window the host
@@ -887,25 +887,21 @@ bool Host::State::directPossible(GdkPoint& origin, GdkRectangle& visible) const 
 // GTK draws the video again where its window was.
 void Host::State::dropDirect(VideoFeed& feed) {
   if (!feed.direct) return;
+  const GdkRectangle was = feed.covered();
   feed.direct.reset();
   for (const auto& layer : layers) {
-    gtk_widget_queue_draw_area(layer.widget, feed.covered.x, feed.covered.y, feed.covered.width,
-                               feed.covered.height);
+    gtk_widget_queue_draw_area(layer.widget, was.x, was.y, was.width, was.height);
   }
-  feed.covered = {};
 }
 
 void Host::State::videoFrameArrived(const platform::PlayerLayer* key) {
   auto it = videos.find(key);
   if (it == videos.end()) return;
   VideoFeed& feed = it->second;
-  if (feed.direct) {
-    feed.direct->present();
-    feed.covered = feed.direct->covered();
-  }
+  if (feed.direct) feed.direct->present();
   // GTK draws the frame while the window shows none (before its first frame).
   const GdkRectangle& r = feed.area;
-  if (!feed.layer || feed.covered.width > 0) return;
+  if (!feed.layer || feed.covered().width > 0) return;
   gtk_widget_queue_draw_area(feed.layer, r.x, r.y, r.width, r.height);
 }
 

@@ -242,14 +242,11 @@ void paintVideo(cairo_t* cr, const DrawOp& op) {
     cairo_surface_t* frame = cairo_image_surface_create_for_data(
         const_cast<unsigned char*>(pixels), CAIRO_FORMAT_RGB24, width, height, stride);
     const Rect& r = op.rect;
-    double sx = r.size.width / width, sy = r.size.height / height;
-    if (op.gravity == platform::LayerVideoGravity::ResizeAspect) sx = sy = std::min(sx, sy);
-    if (op.gravity == platform::LayerVideoGravity::ResizeAspectFill) sx = sy = std::max(sx, sy);
+    const Rect picture = videoPicture(op, width, height);
     cairo_rectangle(cr, r.origin.x, r.origin.y, r.size.width, r.size.height);
     cairo_clip(cr);
-    cairo_translate(cr, r.origin.x + (r.size.width - width * sx) / 2,
-                    r.origin.y + (r.size.height - height * sy) / 2);
-    cairo_scale(cr, sx, sy);
+    cairo_translate(cr, picture.origin.x, picture.origin.y);
+    cairo_scale(cr, picture.size.width / width, picture.size.height / height);
     cairo_set_source_surface(cr, frame, 0, 0);
     cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_GOOD);
     cairo_paint_with_alpha(cr, op.alpha);
@@ -272,6 +269,15 @@ bool isEmpty(const Rect& rect) { return rect.size.width <= 0 || rect.size.height
 
 Scene buildScene(const std::shared_ptr<platform::Window>& window, const platform::View* focused) {
   return SceneBuilder(*window, focused).build(window);
+}
+
+Rect videoPicture(const DrawOp& op, int width, int height) {
+  const Rect& r = op.rect;
+  double sx = r.size.width / width, sy = r.size.height / height;
+  if (op.gravity == platform::LayerVideoGravity::ResizeAspect) sx = sy = std::min(sx, sy);
+  if (op.gravity == platform::LayerVideoGravity::ResizeAspectFill) sx = sy = std::max(sx, sy);
+  return Rect(r.origin.x + (r.size.width - width * sx) / 2,
+              r.origin.y + (r.size.height - height * sy) / 2, width * sx, height * sy);
 }
 
 Rect paintedArea(const DrawOp& op) {

@@ -108,6 +108,9 @@ void paint(cairo_t* cr, const std::vector<DrawOp>& ops);
 /// Where `op` may put pixels: its rectangle cut at its clip, or all of its clip for a title,
 /// whose text may run past its button.
 platform::Rect paintedArea(const DrawOp& op);
+/// Where a video op's frame of `width` x `height` lies, scaled by the op's gravity (fitted,
+/// filling with the overflow cut by the op's rectangle, or stretched).
+platform::Rect videoPicture(const DrawOp& op, int width, int height);
 /// Whether two ops put the same pixels on the screen (a video's: its latest frame).
 bool samePaint(const DrawOp& a, const DrawOp& b);
 

@@ -49,12 +49,10 @@ struct VideoWindow::X {
   XShmSegmentInfo segments[2]{};
   XImage* images[2]{};
   int nextImage = 0;
-  // The drawn parts over the picture, with alpha, kept while the window's size stays; composited
-  // while something lies over the picture.
+  // The drawn parts over the picture, with alpha; composited while something lies over it.
   Pixmap over = 0;
   Picture overPicture = 0;
   cairo_surface_t* overSurface = nullptr;
-  int overWidth = 0, overHeight = 0;
   bool overShown = false;
 
   void freeFrame() {
@@ -103,19 +101,29 @@ struct VideoWindow::X {
     }
     return true;
   }
-  void freeOver() {
+  // The pixmaps of the window's size: what is shown, the scaled frame, the drawn parts.
+  void freeSized() {
     if (overSurface) cairo_surface_destroy(overSurface);
-    if (overPicture) XRenderFreePicture(display, overPicture);
-    if (over) XFreePixmap(display, over);
-    overSurface = nullptr, overPicture = 0, over = 0;
-    overShown = false;
+    for (Picture picture : {backPicture, scaledPicture, overPicture}) {
+      if (picture) XRenderFreePicture(display, picture);
+    }
+    for (Pixmap pixmap : {back, scaled, over}) {
+      if (pixmap) XFreePixmap(display, pixmap);
+    }
+    overSurface = nullptr;
+    backPicture = scaledPicture = overPicture = 0;
+    back = scaled = over = 0;
   }
-  void freeBack() {
-    if (backPicture) XRenderFreePicture(display, backPicture);
-    if (back) XFreePixmap(display, back);
-    if (scaledPicture) XRenderFreePicture(display, scaledPicture);
-    if (scaled) XFreePixmap(display, scaled);
-    backPicture = 0, back = 0, scaledPicture = 0, scaled = 0;
+  void makeSized(int width, int height) {
+    freeSized();
+    back = XCreatePixmap(display, parent, width, height, depth);
+    backPicture = XRenderCreatePicture(display, back, windowFormat, 0, nullptr);
+    scaled = XCreatePixmap(display, parent, width, height, depth);
+    scaledPicture = XRenderCreatePicture(display, scaled, windowFormat, 0, nullptr);
+    over = XCreatePixmap(display, parent, width, height, 32);
+    overPicture = XRenderCreatePicture(display, over, argbFormat, 0, nullptr);
+    overSurface = cairo_xlib_surface_create_with_xrender_format(
+        display, over, DefaultScreenOfDisplay(display), argbFormat, width, height);
   }
 };
 
@@ -166,8 +174,7 @@ VideoWindow::~VideoWindow() {
   // and GDK's trap keeps it from ending the process.
   gdk_x11_display_error_trap_push(x_->gdkDisplay);
   x_->freeFrame();
-  x_->freeOver();
-  x_->freeBack();
+  x_->freeSized();
   if (x_->windowPicture) XRenderFreePicture(x_->display, x_->windowPicture);
   if (x_->window) XDestroyWindow(x_->display, x_->window);
   gdk_x11_display_error_trap_pop_ignored(x_->gdkDisplay);
@@ -202,8 +209,10 @@ void VideoWindow::show(const DrawOp& video, std::vector<DrawOp> over, GdkPoint o
     return;
   }
   if (moved && !place()) return;
-  if (moved || overChanged) paintOver();
-  if (moved || overChanged) present();
+  if (moved || overChanged) {
+    paintOver();
+    present();
+  }
 }
 
 GdkRectangle VideoWindow::covered() const {
@@ -268,26 +277,24 @@ bool VideoWindow::uploadFrame() {
 }
 
 bool VideoWindow::place() {
-  const platform::Rect& r = video_.rect;
-  const int width = x_->frameWidth, height = x_->frameHeight;
-  double sx = r.size.width / width, sy = r.size.height / height;
-  if (video_.gravity == platform::LayerVideoGravity::ResizeAspect) sx = sy = std::min(sx, sy);
-  if (video_.gravity == platform::LayerVideoGravity::ResizeAspectFill) sx = sy = std::max(sx, sy);
-  pictureX_ = origin_.x + r.origin.x + (r.size.width - width * sx) / 2;
-  pictureY_ = origin_.y + r.origin.y + (r.size.height - height * sy) / 2;
+  const platform::Rect picture = videoPicture(video_, x_->frameWidth, x_->frameHeight);
+  const double sx = picture.size.width / x_->frameWidth;
+  const double sy = picture.size.height / x_->frameHeight;
+  pictureX_ = origin_.x + picture.origin.x;
+  pictureY_ = origin_.y + picture.origin.y;
   // The pixels whose centres the picture covers, inside the layer's rectangle, the op's clip and
   // what of the host shows.
   const auto pixels = [](double from, double length, int& start, int& size) {
     start = static_cast<int>(std::lround(from));
     size = std::max(0, static_cast<int>(std::lround(from + length)) - start);
   };
-  const platform::Rect area = intersect(r, video_.clip);
-  GdkRectangle picture{}, cut{};
-  pixels(pictureX_, width * sx, picture.x, picture.width);
-  pixels(pictureY_, height * sy, picture.y, picture.height);
+  const platform::Rect area = intersect(video_.rect, video_.clip);
+  GdkRectangle covers{}, cut{};
+  pixels(pictureX_, picture.size.width, covers.x, covers.width);
+  pixels(pictureY_, picture.size.height, covers.y, covers.height);
   pixels(origin_.x + area.origin.x, area.size.width, cut.x, cut.width);
   pixels(origin_.y + area.origin.y, area.size.height, cut.y, cut.height);
-  const GdkRectangle shown = meet(meet(picture, cut), visible_);
+  const GdkRectangle shown = meet(meet(covers, cut), visible_);
   if (shown.width <= 0 || shown.height <= 0) {
     if (mapped_) XUnmapWindow(x_->display, x_->window);
     mapped_ = false;
@@ -315,11 +322,7 @@ bool VideoWindow::place() {
     XMoveResizeWindow(x_->display, x_->window, shown.x, shown.y, shown.width, shown.height);
   }
   if (!x_->back || shown.width != shown_.width || shown.height != shown_.height) {
-    x_->freeBack();
-    x_->back = XCreatePixmap(x_->display, x_->parent, shown.width, shown.height, x_->depth);
-    x_->backPicture = XRenderCreatePicture(x_->display, x_->back, x_->windowFormat, 0, nullptr);
-    x_->scaled = XCreatePixmap(x_->display, x_->parent, shown.width, shown.height, x_->depth);
-    x_->scaledPicture = XRenderCreatePicture(x_->display, x_->scaled, x_->windowFormat, 0, nullptr);
+    x_->makeSized(shown.width, shown.height);
   }
   shown_ = shown;
   scaledStale_ = true;
@@ -327,18 +330,8 @@ bool VideoWindow::place() {
 }
 
 void VideoWindow::paintOver() {
-  x_->overShown = !over_.empty() && shown_.width > 0;
+  x_->overShown = !over_.empty() && x_->overSurface;
   if (!x_->overShown) return;
-  if (!x_->over || x_->overWidth != shown_.width || x_->overHeight != shown_.height) {
-    x_->freeOver();
-    x_->over = XCreatePixmap(x_->display, x_->parent, shown_.width, shown_.height, 32);
-    x_->overPicture = XRenderCreatePicture(x_->display, x_->over, x_->argbFormat, 0, nullptr);
-    x_->overSurface = cairo_xlib_surface_create_with_xrender_format(
-        x_->display, x_->over, DefaultScreenOfDisplay(x_->display), x_->argbFormat, shown_.width,
-        shown_.height);
-    x_->overWidth = shown_.width, x_->overHeight = shown_.height;
-    x_->overShown = true;
-  }
   cairo_t* cr = cairo_create(x_->overSurface);
   cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
   cairo_paint(cr);

@@ -20,7 +20,8 @@ namespace zorva::gtk {
 /// scrolled container (whose scrolling the host does not hear of).
 class VideoWindow {
  public:
-  /// Null where the display is not X11 or lacks the Render or Shape extension.
+  /// Null where the display is not X11, lacks the Render or Shape extension, or has no 24-bit
+  /// TrueColor visual for the frames.
   static std::unique_ptr<VideoWindow> create(GtkWidget* toplevel);
   ~VideoWindow();
   VideoWindow(const VideoWindow&) = delete;

@@ -91,10 +91,15 @@ struct VideoFrames::Shared {
   std::atomic<std::uint64_t> received{0};
   std::atomic<bool> arrivalPosted{false};
 
-  // The video sink's "handoff": one rendered frame, on the streaming thread.
-  void take(GstBuffer* buffer, GstPad* pad) {
+  // Held while `show` runs, so that taking it away waits for a call in progress.
+  std::mutex showMutex;
+  std::function<bool(const VideoFrames::Incoming&)> show;
+
+  // The video sink's "handoff": one rendered frame, on the streaming thread. True when `show` put
+  // it on the screen.
+  bool take(GstBuffer* buffer, GstPad* pad) {
     GstCaps* current = gst_pad_get_current_caps(pad);
-    if (!current) return;
+    if (!current) return false;
     if (current == caps) {
       gst_caps_unref(current);
     } else {
@@ -104,11 +109,24 @@ struct VideoFrames::Shared {
       if (!gst_video_info_from_caps(&info, caps)) {
         gst_caps_unref(caps);
         caps = nullptr;
-        return;
+        return false;
       }
       if (!converter || !gst_video_info_is_equal(&info, &incoming)) changeFormat(info);
     }
-    if (converter) convert(buffer);
+    if (!converter) return false;
+    GstVideoFrame in;
+    if (!gst_video_frame_map(&in, &incoming, buffer, GST_MAP_READ)) return false;
+    const bool shown = showIncoming(in);
+    if (!shown) keep(in);
+    gst_video_frame_unmap(&in);
+    return shown;
+  }
+
+  bool showIncoming(const GstVideoFrame& in) {
+    std::lock_guard lock(showMutex);
+    if (!show || !show(VideoFrames::Incoming(*this, &in, received.load() + 1))) return false;
+    ++received;
+    return true;
   }
 
   // A new incoming format: a converter for it, and frames of its size.
@@ -132,16 +150,12 @@ struct VideoFrames::Shared {
     front = nullptr;
   }
 
-  void convert(GstBuffer* buffer) {
-    GstVideoFrame in, out;
-    if (!gst_video_frame_map(&in, &incoming, buffer, GST_MAP_READ)) return;
-    if (!gst_video_frame_map(&out, &outgoing, back, GST_MAP_WRITE)) {
-      gst_video_frame_unmap(&in);
-      return;
-    }
+  // Converts the frame into the back buffer and makes it the latest.
+  void keep(const GstVideoFrame& in) {
+    GstVideoFrame out;
+    if (!gst_video_frame_map(&out, &outgoing, back, GST_MAP_WRITE)) return;
     gst_video_converter_frame(converter, &in, &out);
     gst_video_frame_unmap(&out);
-    gst_video_frame_unmap(&in);
     {
       std::lock_guard lock(mutex);
       std::swap(front, back);
@@ -165,6 +179,28 @@ bool VideoFrames::withLatestFrame(
 }
 
 std::uint64_t VideoFrames::framesReceived() const { return shared_->received.load(); }
+
+int VideoFrames::Incoming::width() const { return GST_VIDEO_INFO_WIDTH(&shared_.outgoing); }
+int VideoFrames::Incoming::height() const { return GST_VIDEO_INFO_HEIGHT(&shared_.outgoing); }
+
+void VideoFrames::Incoming::convertInto(unsigned char* pixels, int stride) const {
+  GstVideoInfo info = shared_.outgoing;
+  GST_VIDEO_INFO_PLANE_STRIDE(&info, 0) = stride;
+  info.size = static_cast<gsize>(stride) * GST_VIDEO_INFO_HEIGHT(&info);
+  GstBuffer* wrapped = gst_buffer_new_wrapped_full(GstMemoryFlags(0), pixels, info.size, 0,
+                                                   info.size, nullptr, nullptr);
+  GstVideoFrame out;
+  if (gst_video_frame_map(&out, &info, wrapped, GST_MAP_WRITE)) {
+    gst_video_converter_frame(shared_.converter, static_cast<const GstVideoFrame*>(frame_), &out);
+    gst_video_frame_unmap(&out);
+  }
+  gst_buffer_unref(wrapped);
+}
+
+void VideoFrames::showOnStreamingThread(std::function<bool(const Incoming&)> show) {
+  std::lock_guard lock(shared_->showMutex);
+  shared_->show = std::move(show);
+}
 
 bool GStreamerMediaEngine::install(std::string* whyNot) {
   GError* error = nullptr;
@@ -291,7 +327,7 @@ void GStreamerMediaEngine::connectFrames() {
       std::lock_guard lock(closureMutex);
       frames = *static_cast<Frames*>(data);
     }
-    frames->take(buffer, pad);
+    if (frames->take(buffer, pad)) return;
     // One arrival at a time waits for the main thread; the frames stay shared with it.
     if (frames->arrivalPosted.exchange(true)) return;
     MainQueue::shared().post([weak = std::weak_ptr(frames)] {

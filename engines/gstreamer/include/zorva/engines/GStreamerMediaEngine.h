@@ -34,6 +34,8 @@ namespace zorva::platform {
 /// The frames of one engine's video, for a screen: written by GStreamer's streaming thread as
 /// each frame is rendered (at its presentation time), read by the main thread that draws them.
 class ZORVA_ENGINE_EXPORT VideoFrames {
+  struct ZORVA_ENGINE_HIDDEN Shared;
+
  public:
   /// Runs `draw` with the latest frame as 32-bit pixels in native byte order, 0xXXRRGGBB (cairo's
   /// RGB24), while no newer frame may replace it. False, without calling it, before the first.
@@ -42,9 +44,35 @@ class ZORVA_ENGINE_EXPORT VideoFrames {
   /// How many frames have arrived so far.
   std::uint64_t framesReceived() const;
 
+  /// A frame just rendered, before its conversion, handed to a `show` on the streaming thread.
+  class ZORVA_ENGINE_EXPORT Incoming {
+   public:
+    int width() const;
+    int height() const;
+    /// The number `framesReceived` will have once the frame is counted.
+    std::uint64_t number() const { return number_; }
+    /// Converts the frame to 32-bit pixels (as `withLatestFrame` gives them) at `pixels`, whose
+    /// rows are `stride` bytes apart.
+    void convertInto(unsigned char* pixels, int stride) const;
+
+   private:
+    friend struct Shared;
+    Incoming(const Shared& shared, const void* frame, std::uint64_t number)
+        : shared_(shared), frame_(frame), number_(number) {}
+    const Shared& shared_;
+    const void* frame_;
+    std::uint64_t number_;
+  };
+  /// Lets `show` put each new frame on the screen itself as it arrives, on the streaming thread,
+  /// converting it straight into its own memory. When it answers true the frame is counted but
+  /// not kept (`withLatestFrame` keeps giving the one before), and the engine's `frameArrived`
+  /// does not run for it; when false, the frame is kept and announced as usual. A later call
+  /// replaces `show`; null takes it away, and once that call returns `show` is neither running
+  /// nor called again.
+  void showOnStreamingThread(std::function<bool(const Incoming& frame)> show);
+
  private:
   friend class GStreamerMediaEngine;
-  struct ZORVA_ENGINE_HIDDEN Shared;
   explicit VideoFrames(std::shared_ptr<Shared> shared) : shared_(std::move(shared)) {}
   std::shared_ptr<Shared> shared_;
 };

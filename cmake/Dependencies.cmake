@@ -38,7 +38,7 @@ if(ZORVA_ENGINE_WEBKITGTK)
   pkg_check_modules(WEBKITGTK REQUIRED IMPORTED_TARGET GLOBAL webkit2gtk-4.1 gtk+-3.0 cairo)
   # The on-screen host's video windows: X11 with Render and Shape, which GTK's own X11 backend
   # brings.
-  pkg_check_modules(XLIB REQUIRED IMPORTED_TARGET GLOBAL x11 xrender xext cairo-xlib-xrender)
+  pkg_check_modules(XLIB REQUIRED IMPORTED_TARGET GLOBAL x11 xrender xext)
 endif()
 
 if(ZORVA_BUILD_TESTS)

@@ -95,6 +95,7 @@ TEST_F(GtkVideoTest, VideosPlayInTheirFrameOrFittedUnderTheBarAndTheXAndStopWhen
   EXPECT_TRUE(early.at(358, 279).near(kBarTrack, 12));
   ASSERT_TRUE(waitForPixel(200, 190, kBlue, 60, std::chrono::seconds(10)));
   EXPECT_GT(shot().count(kBlue, 40, 100, 320, 176, 60), 320 * 176 * 9 / 10);
+  EXPECT_TRUE(waitForPixel(120, 279, kBarFill, 12, std::chrono::seconds(3))) << "the bar moves on";
   // A page laid over part of the playing video shows there, and the video again once it goes;
   // faded, the video lets what is under it show through.
   auto page = platform::WebView::create(Rect(40, 100, 100, 60), {});

@@ -38,31 +38,7 @@ constexpr std::chrono::seconds kMapWait{5};
 // Between two passes timed by GLib rather than GTK's frame clock: a frame of a 60 Hz display.
 constexpr std::chrono::milliseconds kPassInterval{16};
 
-int floorInt(double v) { return static_cast<int>(std::floor(v)); }
 int ceilInt(double v) { return static_cast<int>(std::ceil(v)); }
-
-GdkRectangle pixelRect(const Rect& r) {
-  const int x = floorInt(r.origin.x), y = floorInt(r.origin.y);
-  return GdkRectangle{x, y, ceilInt(r.origin.x + r.size.width) - x,
-                      ceilInt(r.origin.y + r.size.height) - y};
-}
-
-/// Where two passes' ops for one layer paint differently: each op that changed, in its old place
-/// and its new one.
-cairo_region_t* changedArea(const std::vector<DrawOp>& before, const std::vector<DrawOp>& after) {
-  cairo_region_t* changed = cairo_region_create();
-  for (std::size_t i = 0; i < std::max(before.size(), after.size()); ++i) {
-    const DrawOp* old = i < before.size() ? &before[i] : nullptr;
-    const DrawOp* now = i < after.size() ? &after[i] : nullptr;
-    if (old && now && samePaint(*old, *now)) continue;
-    for (const DrawOp* op : {old, now}) {
-      if (!op) continue;
-      const GdkRectangle r = pixelRect(paintedArea(*op));
-      cairo_region_union_rectangle(changed, &r);
-    }
-  }
-  return changed;
-}
 
 /// Keeps a widget alive while it is moved from one parent to another.
 void reparent(GtkWidget* widget, GtkWidget* to, const GdkRectangle& at) {
@@ -911,8 +887,13 @@ void Host::State::restack() {
       gdk_window_raise(w);
     }
   }
+  // The video windows have connections of their own: GDK's restacking must have reached the
+  // server before they go on top of it.
+  bool synced = false;
   for (auto& [key, feed] : videos) {
-    if (feed.direct) feed.direct->raise();
+    if (!feed.direct) continue;
+    if (!std::exchange(synced, true)) gdk_display_sync(gtk_widget_get_display(area));
+    feed.direct->raise();
   }
 }
 

@@ -339,4 +339,26 @@ void paint(cairo_t* cr, const std::vector<DrawOp>& ops) {
   }
 }
 
+cairo_rectangle_int_t pixelRect(const Rect& r) {
+  const int x = static_cast<int>(std::floor(r.origin.x));
+  const int y = static_cast<int>(std::floor(r.origin.y));
+  return {x, y, static_cast<int>(std::ceil(r.origin.x + r.size.width)) - x,
+          static_cast<int>(std::ceil(r.origin.y + r.size.height)) - y};
+}
+
+cairo_region_t* changedArea(const std::vector<DrawOp>& before, const std::vector<DrawOp>& after) {
+  cairo_region_t* changed = cairo_region_create();
+  for (std::size_t i = 0; i < std::max(before.size(), after.size()); ++i) {
+    const DrawOp* old = i < before.size() ? &before[i] : nullptr;
+    const DrawOp* now = i < after.size() ? &after[i] : nullptr;
+    if (old && now && samePaint(*old, *now)) continue;
+    for (const DrawOp* op : {old, now}) {
+      if (!op) continue;
+      const cairo_rectangle_int_t r = pixelRect(paintedArea(*op));
+      cairo_region_union_rectangle(changed, &r);
+    }
+  }
+  return changed;
+}
+
 }  // namespace zorva::gtk

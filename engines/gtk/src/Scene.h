@@ -114,6 +114,12 @@ platform::Rect videoPicture(const DrawOp& op, int width, int height);
 /// Whether two ops put the same pixels on the screen (a video's: its latest frame).
 bool samePaint(const DrawOp& a, const DrawOp& b);
 
+/// The pixels `r` touches.
+cairo_rectangle_int_t pixelRect(const platform::Rect& r);
+/// Where two passes' ops for one surface paint differently: each op that changed, in its old
+/// place and its new one. The caller destroys the region.
+cairo_region_t* changedArea(const std::vector<DrawOp>& before, const std::vector<DrawOp>& after);
+
 /// The intersection of two rectangles (empty when they do not meet).
 platform::Rect intersect(const platform::Rect& a, const platform::Rect& b);
 bool isEmpty(const platform::Rect& rect);

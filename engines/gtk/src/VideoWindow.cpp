@@ -12,15 +12,19 @@
 #include <X11/extensions/XShm.h>
 #include <X11/extensions/Xrender.h>
 #include <X11/extensions/shape.h>
-#include <cairo-xlib-xrender.h>
 #include <gdk/gdkx.h>
+#include <glib-unix.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
 namespace zorva::gtk {
 
 struct VideoWindow::X {
-  GdkDisplay* gdkDisplay = nullptr;
+  ~X() {
+    if (display) XCloseDisplay(display);
+  }
+  // The window's own connection: its errors (a window taken down by other means) reach GDK's
+  // handler, which leaves alone those of a connection it did not open.
   Display* display = nullptr;
   Window parent = 0;
   Visual* visual = nullptr;
@@ -49,10 +53,12 @@ struct VideoWindow::X {
   XShmSegmentInfo segments[2]{};
   XImage* images[2]{};
   int nextImage = 0;
-  // The drawn parts over the picture, with alpha; composited while something lies over it.
+  // The drawn parts over the picture, with alpha; composited while something lies over it. They
+  // are painted here with cairo (`overImage`) and what changed is put in the pixmap.
   Pixmap over = 0;
   Picture overPicture = 0;
-  cairo_surface_t* overSurface = nullptr;
+  GC overGC = nullptr;
+  cairo_surface_t* overImage = nullptr;
   bool overShown = false;
 
   void freeFrame() {
@@ -88,29 +94,26 @@ struct VideoWindow::X {
       }
       segments[i].shmaddr = image->data = static_cast<char*>(memory);
       segments[i].readOnly = False;
-      gdk_x11_display_error_trap_push(gdkDisplay);
       XShmAttach(display, &segments[i]);
-      XSync(display, False);
-      if (gdk_x11_display_error_trap_pop(gdkDisplay)) {
-        shmdt(memory);
-        image->data = nullptr;
-        XDestroyImage(image);
-        return false;
-      }
       images[i] = image;
+      // A server that could not attach the segment (a remote one) answers the read from it with
+      // an error, which this connection's errors being GDK's to ignore is the only sign of.
+      if (!XShmGetImage(display, frame, image, 0, 0, AllPlanes)) return false;
     }
     return true;
   }
   // The pixmaps of the window's size: what is shown, the scaled frame, the drawn parts.
   void freeSized() {
-    if (overSurface) cairo_surface_destroy(overSurface);
+    if (overImage) cairo_surface_destroy(overImage);
+    if (overGC) XFreeGC(display, overGC);
     for (Picture picture : {backPicture, scaledPicture, overPicture}) {
       if (picture) XRenderFreePicture(display, picture);
     }
     for (Pixmap pixmap : {back, scaled, over}) {
       if (pixmap) XFreePixmap(display, pixmap);
     }
-    overSurface = nullptr;
+    overImage = nullptr;
+    overGC = nullptr;
     backPicture = scaledPicture = overPicture = 0;
     back = scaled = over = 0;
   }
@@ -122,8 +125,23 @@ struct VideoWindow::X {
     scaledPicture = XRenderCreatePicture(display, scaled, windowFormat, 0, nullptr);
     over = XCreatePixmap(display, parent, width, height, 32);
     overPicture = XRenderCreatePicture(display, over, argbFormat, 0, nullptr);
-    overSurface = cairo_xlib_surface_create_with_xrender_format(
-        display, over, DefaultScreenOfDisplay(display), argbFormat, width, height);
+    overGC = XCreateGC(display, over, 0, nullptr);
+    overImage = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
+  }
+  // Puts `area` of the painted overlay in its pixmap: cairo's ARGB32 is Render's premultiplied
+  // a8r8g8b8.
+  void putOver(const cairo_rectangle_int_t& area) {
+    cairo_surface_flush(overImage);
+    const int stride = cairo_image_surface_get_stride(overImage);
+    XImage* image = XCreateImage(display, nullptr, 32, ZPixmap, 0,
+                                 reinterpret_cast<char*>(cairo_image_surface_get_data(overImage)),
+                                 cairo_image_surface_get_width(overImage),
+                                 cairo_image_surface_get_height(overImage), 32, stride);
+    if (!image) return;
+    XPutImage(display, over, overGC, image, area.x, area.y, area.x, area.y, area.width,
+              area.height);
+    image->data = nullptr;  // the pixels stay cairo's
+    XDestroyImage(image);
   }
 };
 
@@ -138,10 +156,13 @@ GdkRectangle meet(const GdkRectangle& a, const GdkRectangle& b) {
 
 std::unique_ptr<VideoWindow> VideoWindow::create(GtkWidget* toplevel) {
   GdkWindow* top = gtk_widget_get_window(toplevel);
-  if (!top || !GDK_IS_X11_DISPLAY(gdk_window_get_display(top))) return nullptr;
+  GdkDisplay* gdkDisplay = top ? gdk_window_get_display(top) : nullptr;
+  if (!gdkDisplay || !GDK_IS_X11_DISPLAY(gdkDisplay)) return nullptr;
   auto x = std::make_unique<X>();
-  x->gdkDisplay = gdk_window_get_display(top);
-  x->display = GDK_WINDOW_XDISPLAY(top);
+  x->display = XOpenDisplay(DisplayString(GDK_DISPLAY_XDISPLAY(gdkDisplay)));
+  if (!x->display) return nullptr;
+  // The window goes in the top-level's X window, which the server must have by then.
+  gdk_display_sync(gdkDisplay);
   int event = 0, error = 0;
   if (!XRenderQueryExtension(x->display, &event, &error) ||
       !XShapeQueryExtension(x->display, &event, &error)) {
@@ -149,8 +170,15 @@ std::unique_ptr<VideoWindow> VideoWindow::create(GtkWidget* toplevel) {
   }
   x->parent = GDK_WINDOW_XID(top);
   GdkVisual* visual = gdk_window_get_visual(top);
-  x->visual = gdk_x11_visual_get_xvisual(visual);
-  x->depth = gdk_visual_get_depth(visual);
+  // The same server, the same visual ids; the connection's own Visual for the id.
+  XVisualInfo wanted{};
+  wanted.visualid = XVisualIDFromVisual(gdk_x11_visual_get_xvisual(visual));
+  int matched = 0;
+  XVisualInfo* found = XGetVisualInfo(x->display, VisualIDMask, &wanted, &matched);
+  if (!found) return nullptr;
+  x->visual = found->visual;
+  x->depth = found->depth;
+  XFree(found);
   XVisualInfo info{};
   const int screen = DefaultScreen(x->display);
   if (!XMatchVisualInfo(x->display, screen, 24, TrueColor, &info)) return nullptr;
@@ -163,36 +191,64 @@ std::unique_ptr<VideoWindow> VideoWindow::create(GtkWidget* toplevel) {
   return std::unique_ptr<VideoWindow>(new VideoWindow(std::move(x)));
 }
 
-VideoWindow::VideoWindow(std::unique_ptr<X> x) : x_(std::move(x)) {
-  gdk_window_add_filter(nullptr, onEvent, this);
-}
+VideoWindow::VideoWindow(std::unique_ptr<X> x)
+    : x_(std::move(x)),
+      events_(g_unix_fd_add(ConnectionNumber(x_->display), G_IO_IN, onEvents, this)) {}
 
 VideoWindow::~VideoWindow() {
-  gdk_window_remove_filter(nullptr, onEvent, this);
+  if (streamed_) streamed_->showOnStreamingThread(nullptr);
+  g_source_remove(events_);
+  if (overTimer_) g_source_remove(overTimer_);
   // The host lets its video windows go when its widget is unrealized, before the top-level's X
-  // window goes; an error in letting go (a window taken down by other means) is of no interest,
-  // and GDK's trap keeps it from ending the process.
-  gdk_x11_display_error_trap_push(x_->gdkDisplay);
+  // window goes; closing the connection waits until the server has taken the window down.
+  std::lock_guard lock(mutex_);
   x_->freeFrame();
   x_->freeSized();
-  if (x_->windowPicture) XRenderFreePicture(x_->display, x_->windowPicture);
-  if (x_->window) XDestroyWindow(x_->display, x_->window);
-  gdk_x11_display_error_trap_pop_ignored(x_->gdkDisplay);
 }
 
-// The window's exposures (another window moved off it) are answered with the latest frame.
-GdkFilterReturn VideoWindow::onEvent(GdkXEvent* event, GdkEvent*, gpointer data) {
+// No frame came to take the parts over the picture to the screen.
+gboolean VideoWindow::onOverTimer(gpointer data) {
   auto* self = static_cast<VideoWindow*>(data);
-  const auto* e = static_cast<const XEvent*>(event);
-  if (e->type != Expose || e->xexpose.window != self->x_->window || !self->x_->window) {
-    return GDK_FILTER_CONTINUE;
+  std::lock_guard lock(self->mutex_);
+  self->overTimer_ = 0;
+  if (self->overPending_) {
+    self->presentLocked();
+    XFlush(self->x_->display);
   }
-  if (e->xexpose.count == 0) self->present();
-  return GDK_FILTER_REMOVE;
+  return G_SOURCE_REMOVE;
+}
+
+// The window's exposures (another window moved off it) are answered with the frame last put up.
+gboolean VideoWindow::onEvents(gint, GIOCondition, gpointer data) {
+  auto* self = static_cast<VideoWindow*>(data);
+  std::lock_guard lock(self->mutex_);
+  bool exposed = false;
+  while (XPending(self->x_->display)) {
+    XEvent event;
+    XNextEvent(self->x_->display, &event);
+    exposed = exposed || (event.type == Expose && event.xexpose.count == 0);
+  }
+  if (exposed) {
+    self->presentLocked();
+    XFlush(self->x_->display);
+  }
+  return G_SOURCE_CONTINUE;
 }
 
 void VideoWindow::show(const DrawOp& video, std::vector<DrawOp> over, GdkPoint origin,
                        const GdkRectangle& visible) {
+  // Outside the lock: a frame being put up on the streaming thread holds the engine's lock first.
+  if (video.frames != streamed_) {
+    if (streamed_) streamed_->showOnStreamingThread(nullptr);
+    streamed_ = video.frames;
+    if (streamed_) {
+      streamed_->showOnStreamingThread([this](const platform::VideoFrames::Incoming& frame) {
+        std::lock_guard lock(mutex_);
+        return showIncoming(frame);
+      });
+    }
+  }
+  std::lock_guard lock(mutex_);
   const bool moved = !samePaint(video, video_) || origin.x != origin_.x || origin.y != origin_.y ||
                      visible.x != visible_.x || visible.y != visible_.y ||
                      visible.width != visible_.width || visible.height != visible_.height;
@@ -200,38 +256,80 @@ void VideoWindow::show(const DrawOp& video, std::vector<DrawOp> over, GdkPoint o
       over.size() != over_.size() ||
       !std::equal(over.begin(), over.end(), over_.begin(),
                   [](const auto& a, const auto& b) { return samePaint(a, b); });
+  // A bar's move repaints its strip; a move of the picture, or parts over it after none, all.
+  cairo_region_t* changed =
+      overChanged && !moved && x_->overShown ? changedArea(over_, over) : nullptr;
   video_ = video;
   over_ = std::move(over);
   origin_ = origin;
   visible_ = visible;
   if (!x_->frameWidth) {
-    present();
-    return;
+    presentLocked();
+  } else if ((moved || overChanged) && (!moved || place())) {
+    if (changed) cairo_region_translate(changed, origin_.x - shown_.x, origin_.y - shown_.y);
+    paintOver(changed);
+    // While frames come, the next one takes what changed over the picture to the screen: a bar
+    // ticking at the display's rate then costs no request of its own. Should none come in time
+    // (a paused or ended video), a timer puts it up.
+    if (!moved && std::chrono::steady_clock::now() - lastStreamed_ < kFrameWait) {
+      overPending_ = true;
+      if (!overTimer_) overTimer_ = g_timeout_add(kFrameWait.count(), onOverTimer, this);
+    } else {
+      presentLocked();
+    }
   }
-  if (moved && !place()) return;
-  if (moved || overChanged) {
-    paintOver();
-    present();
+  if (changed) cairo_region_destroy(changed);
+  if (!overPending_) XFlush(x_->display);
+}
+
+void VideoWindow::present() {
+  std::lock_guard lock(mutex_);
+  presentLocked();
+  XFlush(x_->display);
+}
+
+// A frame of the size shown, into a window already on the screen (mapping it changes what the
+// host covers, which the main thread must hear of), is converted straight into shared memory and
+// put up here; any other goes to the main thread.
+bool VideoWindow::showIncoming(const platform::VideoFrames::Incoming& frame) {
+  if (!mapped_ || !x_->shm || !x_->frame || frame.width() != x_->frameWidth ||
+      frame.height() != x_->frameHeight) {
+    return false;
   }
+  XImage* image = x_->images[x_->nextImage];
+  x_->nextImage ^= 1;
+  frame.convertInto(reinterpret_cast<unsigned char*>(image->data), image->bytes_per_line);
+  XShmPutImage(x_->display, x_->frame, x_->frameGC, image, 0, 0, 0, 0, x_->frameWidth,
+               x_->frameHeight, False);
+  uploaded_ = frame.number();
+  compose(true);
+  XFlush(x_->display);
+  overPending_ = false;
+  lastStreamed_ = std::chrono::steady_clock::now();
+  return true;
 }
 
 GdkRectangle VideoWindow::covered() const {
+  std::lock_guard lock(mutex_);
   if (!mapped_) return {};
   return {shown_.x - origin_.x, shown_.y - origin_.y, shown_.width, shown_.height};
 }
 
 void VideoWindow::raise() {
+  std::lock_guard lock(mutex_);
   if (!x_->window) return;
   XRaiseWindow(x_->display, x_->window);
+  XFlush(x_->display);
 }
 
 bool VideoWindow::uploadFrame() {
   // Counted before the frame is read: a frame that arrives meanwhile is not taken as uploaded.
+  // One put up on the streaming thread is newer than the latest the engine keeps.
   const std::uint64_t received = video_.frames ? video_.frames->framesReceived() : 0;
-  if (received == uploaded_) return false;
-  bool sizeChanged = false;
-  const bool had = video_.frames->withLatestFrame([&](const unsigned char* pixels, int width,
-                                                      int height, int stride) {
+  if (received <= uploaded_) return false;
+  bool sizeChanged = false, put = false;
+  video_.frames->withLatestFrame([&](const unsigned char* pixels, int width, int height,
+                                     int stride) {
     if (width != x_->frameWidth || height != x_->frameHeight || !x_->frame) {
       x_->freeFrame();
       x_->frame = XCreatePixmap(x_->display, x_->parent, width, height, 24);
@@ -257,6 +355,7 @@ bool VideoWindow::uploadFrame() {
                     static_cast<std::size_t>(width) * 4);
       }
       XShmPutImage(x_->display, x_->frame, x_->frameGC, image, 0, 0, 0, 0, width, height, False);
+      put = true;
       return;
     }
     XImage* image = XCreateImage(x_->display, x_->rgbVisual, 24, ZPixmap, 0,
@@ -266,12 +365,13 @@ bool VideoWindow::uploadFrame() {
     XPutImage(x_->display, x_->frame, x_->frameGC, image, 0, 0, 0, 0, width, height);
     image->data = nullptr;  // the frame's pixels stay the engine's
     XDestroyImage(image);
+    put = true;
   });
-  if (!had) return false;
+  if (!put) return false;
   uploaded_ = received;
   if (sizeChanged) {
     place();
-    paintOver();
+    paintOver(nullptr);
   }
   return true;
 }
@@ -329,26 +429,39 @@ bool VideoWindow::place() {
   return true;
 }
 
-void VideoWindow::paintOver() {
-  x_->overShown = !over_.empty() && x_->overSurface;
+void VideoWindow::paintOver(const cairo_region_t* area) {
+  x_->overShown = !over_.empty() && x_->overImage;
   if (!x_->overShown) return;
-  cairo_t* cr = cairo_create(x_->overSurface);
+  cairo_rectangle_int_t extents{0, 0, shown_.width, shown_.height};
+  if (area) {
+    cairo_rectangle_int_t changed{};
+    cairo_region_get_extents(area, &changed);
+    if (!gdk_rectangle_intersect(&changed, &extents, &extents)) return;
+  }
+  cairo_t* cr = cairo_create(x_->overImage);
+  cairo_rectangle(cr, extents.x, extents.y, extents.width, extents.height);
+  cairo_clip(cr);
   cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
   cairo_paint(cr);
   cairo_set_operator(cr, CAIRO_OPERATOR_OVER);
   cairo_translate(cr, origin_.x - shown_.x, origin_.y - shown_.y);
   paint(cr, over_);
   cairo_destroy(cr);
-  cairo_surface_flush(x_->overSurface);
+  x_->putOver(extents);
 }
 
-void VideoWindow::present() {
+void VideoWindow::presentLocked() {
+  overPending_ = false;
   const bool fresh = uploadFrame();
   if (!x_->frame || shown_.width <= 0) return;
   if (!mapped_) {
     XMapWindow(x_->display, x_->window);
     mapped_ = true;
   }
+  compose(fresh);
+}
+
+void VideoWindow::compose(bool fresh) {
   const int width = shown_.width, height = shown_.height;
   if (fresh || scaledStale_) {
     const int fromX = static_cast<int>(std::lround(shown_.x - pictureX_));

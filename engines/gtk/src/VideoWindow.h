@@ -2,8 +2,10 @@
 
 #include <gtk/gtk.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "Scene.h"
@@ -18,10 +20,15 @@ namespace zorva::gtk {
 /// The window lies over everything GTK draws in the top-level window, so the host uses one only
 /// where nothing but drawn parts lie over the picture, at full opacity, on X11, and not inside a
 /// scrolled container (whose scrolling the host does not hear of).
+///
+/// The window has an X connection of its own, so that GStreamer's streaming thread can put each
+/// frame of the size already shown on the screen itself, without waking the main thread; every
+/// use of the connection is under `mutex_`. What changes the window's place, size or overlay
+/// happens on the main thread.
 class VideoWindow {
  public:
-  /// Null where the display is not X11, lacks the Render or Shape extension, or has no 24-bit
-  /// TrueColor visual for the frames.
+  /// Null where the display is not X11, lacks the Render or Shape extension, has no 24-bit
+  /// TrueColor visual for the frames, or takes no second connection.
   static std::unique_ptr<VideoWindow> create(GtkWidget* toplevel);
   ~VideoWindow();
   VideoWindow(const VideoWindow&) = delete;
@@ -42,14 +49,35 @@ class VideoWindow {
  private:
   struct X;
   explicit VideoWindow(std::unique_ptr<X> x);
-  static GdkFilterReturn onEvent(GdkXEvent* event, GdkEvent*, gpointer data);
+  /// How long after a frame the next one is awaited to take changes of the parts over the
+  /// picture to the screen.
+  static constexpr std::chrono::milliseconds kFrameWait{100};
+
+  static gboolean onEvents(gint fd, GIOCondition condition, gpointer data);
+  static gboolean onOverTimer(gpointer data);
+  /// On the streaming thread: puts `frame` up, when it can be, and answers whether it did.
+  bool showIncoming(const platform::VideoFrames::Incoming& frame);
+  /// What is shown: the latest frame the engine keeps where it is new, with what lies over it.
+  void presentLocked();
+  /// The frame pixmap, scaled where `fresh` or stale, with what lies over it, to the window.
+  void compose(bool fresh);
   /// Puts a frame newer than the one uploaded in the frame pixmap; false when there was none.
   bool uploadFrame();
   /// Puts the window where the picture is, for the frame size uploaded; false when none shows.
   bool place();
-  void paintOver();
+  /// Paints the drawn parts over the picture, where `area` says (window coordinates; all of it
+  /// when null), into the overlay pixmap.
+  void paintOver(const cairo_region_t* area);
 
+  mutable std::mutex mutex_;
   std::unique_ptr<X> x_;
+  guint events_ = 0;
+  /// Parts over the picture changed and wait for a frame (or `overTimer_`) to show.
+  bool overPending_ = false;
+  guint overTimer_ = 0;
+  std::chrono::steady_clock::time_point lastStreamed_;
+  /// The frames whose streaming thread puts them up.
+  std::shared_ptr<platform::VideoFrames> streamed_;
   DrawOp video_;
   std::vector<DrawOp> over_;
   GdkPoint origin_{};

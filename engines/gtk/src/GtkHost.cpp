@@ -37,6 +37,8 @@ namespace {
 constexpr std::chrono::seconds kMapWait{5};
 // Between two passes timed by GLib rather than GTK's frame clock: a frame of a 60 Hz display.
 constexpr std::chrono::milliseconds kPassInterval{16};
+// The longest between two such passes while a video streams in a window of its own.
+constexpr std::chrono::milliseconds kMaxPassInterval{50};
 
 int ceilInt(double v) { return static_cast<int>(std::ceil(v)); }
 
@@ -350,13 +352,22 @@ void Host::State::scheduleSync() {
   if (tick || passTimer) return;
   // A bar moving over a video shown in its own window changes nothing GTK draws: a frame of
   // GTK's clock (its layout and paint phases, and without a window manager two X round trips
-  // asking whether one has come) would be spent for nothing. Such passes come at the display's
-  // rate from a GLib timer; what a pass does ask GTK to draw still gets its frame.
-  const bool direct = std::any_of(videos.begin(), videos.end(), [](const auto& entry) {
-    return entry.second.covered().width > 0;
-  });
+  // asking whether one has come) would be spent for nothing. Such passes come from a GLib timer;
+  // what a pass does ask GTK to draw still gets its frame. What a pass changes over a streaming
+  // video's picture shows with the video's next frame, so while frames come passes come at the
+  // fastest video's frame rate (from the display's rate to every kMaxPassInterval, which keeps a
+  // click's answer prompt).
+  bool direct = false;
+  std::chrono::milliseconds fastest{0};
+  for (const auto& [key, feed] : videos) {
+    if (feed.covered().width <= 0) continue;
+    direct = true;
+    const auto interval = feed.direct->frameInterval();
+    if (interval.count() > 0 && (fastest.count() == 0 || interval < fastest)) fastest = interval;
+  }
   if (direct) {
-    passTimer = g_timeout_add(kPassInterval.count(), onPassTimer, this);
+    const auto interval = std::clamp(fastest, kPassInterval, kMaxPassInterval);
+    passTimer = g_timeout_add(interval.count(), onPassTimer, this);
     return;
   }
   tick = gtk_widget_add_tick_callback(area, onTick, this, nullptr);

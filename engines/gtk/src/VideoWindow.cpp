@@ -305,8 +305,16 @@ bool VideoWindow::showIncoming(const platform::VideoFrames::Incoming& frame) {
   compose(true);
   XFlush(x_->display);
   overPending_ = false;
-  lastStreamed_ = std::chrono::steady_clock::now();
+  const auto now = std::chrono::steady_clock::now();
+  streamInterval_ = now - lastStreamed_;
+  lastStreamed_ = now;
   return true;
+}
+
+std::chrono::milliseconds VideoWindow::frameInterval() const {
+  std::lock_guard lock(mutex_);
+  if (std::chrono::steady_clock::now() - lastStreamed_ >= kFrameWait) return {};
+  return std::chrono::duration_cast<std::chrono::milliseconds>(streamInterval_);
 }
 
 GdkRectangle VideoWindow::covered() const {

@@ -45,6 +45,9 @@ class VideoWindow {
   GdkRectangle covered() const;
   /// Back on top of the top-level window's other native windows.
   void raise();
+  /// The time between the last two frames put up on the streaming thread, while frames come
+  /// (zero once none has come for `kFrameWait`).
+  std::chrono::milliseconds frameInterval() const;
 
  private:
   struct X;
@@ -76,6 +79,7 @@ class VideoWindow {
   bool overPending_ = false;
   guint overTimer_ = 0;
   std::chrono::steady_clock::time_point lastStreamed_;
+  std::chrono::steady_clock::duration streamInterval_{};
   /// The frames whose streaming thread puts them up.
   std::shared_ptr<platform::VideoFrames> streamed_;
   DrawOp video_;

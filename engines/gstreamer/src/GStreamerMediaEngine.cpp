@@ -1,5 +1,6 @@
 #include "zorva/engines/GStreamerMediaEngine.h"
 
+#include <gst/base/gstbasesink.h>
 #include <gst/gst.h>
 #include <gst/video/video.h>
 
@@ -66,7 +67,7 @@ bool isNetworkScheme(const std::string& scheme) { return scheme == "http" || sch
 }  // namespace
 
 /// What the streaming thread and the main thread share about the frames on a screen.
-struct VideoFrames::Shared {
+struct VideoFrames::Shared : std::enable_shared_from_this<VideoFrames::Shared> {
   ~Shared() {
     if (caps) gst_caps_unref(caps);
     if (converter) gst_video_converter_free(converter);
@@ -95,8 +96,24 @@ struct VideoFrames::Shared {
   std::mutex showMutex;
   std::function<bool(const VideoFrames::Incoming&)> show;
 
-  // The video sink's "handoff": one rendered frame, on the streaming thread. True when `show` put
-  // it on the screen.
+  // One rendered frame, on the streaming thread: converted and kept, or put on the screen by
+  // `show`; the main thread hears of a kept one (one notice waits at a time).
+  void rendered(GstBuffer* buffer, GstPad* pad) {
+    if (take(buffer, pad) || arrivalPosted.exchange(true)) return;
+    MainQueue::shared().post([weak = weak_from_this()] {
+      auto self = weak.lock();
+      if (!self) return;
+      self->arrivalPosted = false;
+      std::function<void()> arrived;
+      {
+        std::lock_guard lock(self->mutex);
+        arrived = self->frameArrived;
+      }
+      if (arrived) arrived();
+    });
+  }
+
+  // True when `show` put the frame on the screen.
   bool take(GstBuffer* buffer, GstPad* pad) {
     GstCaps* current = gst_pad_get_current_caps(pad);
     if (!current) return false;
@@ -164,6 +181,80 @@ struct VideoFrames::Shared {
     ++received;
   }
 };
+
+namespace {
+
+// Where a video sink hands its rendered frames: nowhere while no screen shows the video. Set on
+// the main thread, read on the streaming thread.
+struct SinkFrames {
+  std::mutex mutex;
+  std::function<void(GstBuffer*, GstPad*)> rendered;
+};
+
+}  // namespace
+
+extern "C" {
+
+// The video sink: renders at the pace of the pipeline clock and discards, as a synchronised
+// fakesink does, and hands each rendered frame to the screen showing the video with a plain call
+// (fakesink's "handoff" signal would collect and marshal its arguments for every frame).
+struct ZorvaFrameSink {
+  GstBaseSink parent;
+  SinkFrames* sinkFrames;
+};
+
+struct ZorvaFrameSinkClass {
+  GstBaseSinkClass parent;
+};
+
+G_DEFINE_TYPE(ZorvaFrameSink, zorva_frame_sink, GST_TYPE_BASE_SINK)
+
+static GstStaticPadTemplate frameSinkPad =
+    GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS_ANY);
+
+static void zorva_frame_sink_init(ZorvaFrameSink* sink) {
+  sink->sinkFrames = new SinkFrames();
+  gst_base_sink_set_sync(GST_BASE_SINK(sink), TRUE);
+}
+
+static void frameSinkFinalize(GObject* object) {
+  delete reinterpret_cast<ZorvaFrameSink*>(object)->sinkFrames;
+  G_OBJECT_CLASS(zorva_frame_sink_parent_class)->finalize(object);
+}
+
+static GstFlowReturn frameSinkRender(GstBaseSink* base, GstBuffer* buffer) {
+  SinkFrames* sinkFrames = reinterpret_cast<ZorvaFrameSink*>(base)->sinkFrames;
+  std::function<void(GstBuffer*, GstPad*)> rendered;
+  {
+    std::lock_guard lock(sinkFrames->mutex);
+    rendered = sinkFrames->rendered;
+  }
+  if (rendered) rendered(buffer, GST_BASE_SINK_PAD(base));
+  return GST_FLOW_OK;
+}
+
+static void zorva_frame_sink_class_init(ZorvaFrameSinkClass* klass) {
+  G_OBJECT_CLASS(klass)->finalize = frameSinkFinalize;
+  GST_BASE_SINK_CLASS(klass)->render = frameSinkRender;
+  GstElementClass* element = GST_ELEMENT_CLASS(klass);
+  gst_element_class_add_static_pad_template(element, &frameSinkPad);
+  gst_element_class_set_static_metadata(element, "Zorva frame sink", "Sink/Video",
+                                        "Discards frames at the clock's pace, or hands them to a "
+                                        "screen",
+                                        "Zorva SDK");
+}
+
+}  // extern "C"
+
+namespace {
+
+void setRendered(GstElement* sink, std::function<void(GstBuffer*, GstPad*)> rendered) {
+  SinkFrames* sinkFrames = reinterpret_cast<ZorvaFrameSink*>(sink)->sinkFrames;
+  std::lock_guard lock(sinkFrames->mutex);
+  sinkFrames->rendered = std::move(rendered);
+}
+
+}  // namespace
 
 bool VideoFrames::withLatestFrame(
     const std::function<void(const unsigned char*, int, int, int)>& draw) const {
@@ -255,9 +346,10 @@ GStreamerMediaEngine::~GStreamerMediaEngine() {
 void GStreamerMediaEngine::load(const URL& url) {
   if (pipeline_ || failed_) return;
   pipeline_ = gst_element_factory_make("playbin", nullptr);
-  videoSink_ = makeSink("zorva-video-sink");
+  videoSink_ = GST_ELEMENT(gst_object_ref_sink(
+      g_object_new(zorva_frame_sink_get_type(), "name", "zorva-video-sink", nullptr)));
   audioSink_ = makeAudioSink();
-  if (videoSink_ && frames_) connectFrames();
+  if (videoSink_ && frames_) showFrames();
   if (!pipeline_ || !videoSink_ || !audioSink_) {
     if (pipeline_) gst_object_unref(gst_object_ref_sink(pipeline_));
     pipeline_ = nullptr;
@@ -299,65 +391,26 @@ void GStreamerMediaEngine::load(const URL& url) {
 }
 
 std::shared_ptr<VideoFrames> GStreamerMediaEngine::showVideo(std::function<void()> frameArrived) {
-  const bool first = !frames_;
-  if (first) frames_ = std::make_shared<VideoFrames::Shared>();
+  if (!frames_) frames_ = std::make_shared<VideoFrames::Shared>();
   {
     std::lock_guard lock(frames_->mutex);
     frames_->frameArrived = std::move(frameArrived);
   }
-  if (videoSink_) connectFrames();
+  if (videoSink_) showFrames();
   return std::shared_ptr<VideoFrames>(new VideoFrames(frames_));
 }
 
 void GStreamerMediaEngine::hideVideo() {
   if (!frames_) return;
-  if (videoSink_) g_object_set(videoSink_, "signal-handoffs", FALSE, nullptr);
+  if (videoSink_) setRendered(videoSink_, nullptr);
   std::lock_guard lock(frames_->mutex);
   frames_->frameArrived = nullptr;
 }
 
-void GStreamerMediaEngine::connectFrames() {
-  using Frames = std::shared_ptr<VideoFrames::Shared>;
-  // The handler's frames go from the main thread to the streaming thread through GLib's signal
-  // lock, a futex that ThreadSanitizer cannot see; this lock makes the hand-over visible to it.
-  static std::mutex closureMutex;
-  static const auto handoff = +[](GstElement*, GstBuffer* buffer, GstPad* pad, gpointer data) {
-    Frames frames;
-    {
-      std::lock_guard lock(closureMutex);
-      frames = *static_cast<Frames*>(data);
-    }
-    if (frames->take(buffer, pad)) return;
-    // One arrival at a time waits for the main thread; the frames stay shared with it.
-    if (frames->arrivalPosted.exchange(true)) return;
-    MainQueue::shared().post([weak = std::weak_ptr(frames)] {
-      auto f = weak.lock();
-      if (!f) return;
-      f->arrivalPosted = false;
-      std::function<void()> arrived;
-      {
-        std::lock_guard lock(f->mutex);
-        arrived = f->frameArrived;
-      }
-      if (arrived) arrived();
-    });
-  };
-  if (!connectedFrames_) {
-    connectedFrames_ = true;
-    Frames* closure;
-    {
-      std::lock_guard lock(closureMutex);
-      closure = new Frames(frames_);
-    }
-    g_signal_connect_data(
-        videoSink_, "handoff", G_CALLBACK(handoff), closure,
-        [](gpointer data, GClosure*) {
-          std::lock_guard lock(closureMutex);
-          delete static_cast<Frames*>(data);
-        },
-        GConnectFlags(0));
-  }
-  g_object_set(videoSink_, "signal-handoffs", TRUE, nullptr);
+void GStreamerMediaEngine::showFrames() {
+  setRendered(videoSink_, [frames = frames_](GstBuffer* buffer, GstPad* pad) {
+    frames->rendered(buffer, pad);
+  });
 }
 
 void GStreamerMediaEngine::play() {

@@ -136,13 +136,13 @@ class ZORVA_ENGINE_EXPORT GStreamerMediaEngine
   void watchProgress();
   void fail(const Error& error);
   void stopPolling();
-  void connectFrames();
+  // Hands the video sink's rendered frames to `frames_`.
+  void showFrames();
   // Nanoseconds of the sink's position, or -1 when the sink does not answer.
   long long queryPosition() const;
 
   std::weak_ptr<MediaEngineClient> client_;
   std::shared_ptr<VideoFrames::Shared> frames_;
-  bool connectedFrames_ = false;
   GstElement* pipeline_ = nullptr;
   GstElement* videoSink_ = nullptr;
   GstElement* audioSink_ = nullptr;
